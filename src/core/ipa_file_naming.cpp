@@ -1,0 +1,67 @@
+#include "core/ipa_file_naming.h"
+
+#include <QTextBoundaryFinder>
+
+#include <utility>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+constexpr qsizetype kNameBytes = 180;
+constexpr qsizetype kVersionBytes = 50;
+constexpr QStringView kForbidden = u"/\\:*?\"<>|";
+constexpr QStringView kTrimmed = u" .-";
+
+bool isControl(QChar c)
+{
+    return c.category() == QChar::Other_Control || c.category() == QChar::Other_Format;
+}
+
+QString withoutForbidden(QString text)
+{
+    for (QChar &c : text) {
+        if (kForbidden.contains(c) || isControl(c))
+            c = u'-';
+    }
+    return text;
+}
+
+QStringView trimmed(QStringView text)
+{
+    while (!text.isEmpty() && kTrimmed.contains(text.front()))
+        text = text.sliced(1);
+    while (!text.isEmpty() && kTrimmed.contains(text.back()))
+        text.chop(1);
+    return text;
+}
+
+// Cuts between grapheme clusters only, at the last one that fits.
+QString bounded(QStringView text, qsizetype bytes)
+{
+    QTextBoundaryFinder finder(QTextBoundaryFinder::Grapheme, text.data(), text.size());
+    qsizetype end = 0;
+    qsizetype used = 0;
+    for (qsizetype next = finder.toNextBoundary(); next > 0; next = finder.toNextBoundary()) {
+        used += text.sliced(end, next - end).toUtf8().size();
+        if (used > bytes)
+            break;
+        end = next;
+    }
+    return text.first(end).toString();
+}
+
+QString component(const QString &text, const QString &fallback, qsizetype bytes)
+{
+    const QString clean = withoutForbidden(text).simplified();
+    QString result = bounded(trimmed(clean), bytes);
+    return result.isEmpty() ? fallback : result;
+}
+
+} // namespace
+
+QString ZarvoFilename(const QString &name, const QString &version)
+{
+    return u"%1-%2.ipa"_s.arg(component(name, u"Приложение"_s, kNameBytes),
+                              component(version, u"без версии"_s, kVersionBytes));
+}

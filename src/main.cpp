@@ -1,0 +1,79 @@
+#include "app/resources.h"
+#include "app/zarvo_app.h"
+#include "core/child_process.h"
+#include "core/private_folder.h"
+#include "core/self_test.h"
+#include "ipa/ipa_validation.h"
+
+#include <QApplication>
+
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <string_view>
+
+using namespace std::chrono_literals;
+using namespace Qt::StringLiterals;
+
+namespace {
+
+// Quitting does not wait for work: children are ended, and whoever has not come back by then is left behind.
+constexpr auto kPatience = 300ms;
+
+int verify(const char *file, const char *bundleID)
+{
+    Error error;
+    const auto info = ZarvoValidateIPA(file, QString::fromUtf8(bundleID), &error);
+    if (!info) {
+        std::fprintf(stderr, "%s\n", error.message.toUtf8().constData());
+        return 1;
+    }
+    std::printf("Verified %s, version %s\n", info->id.toUtf8().constData(),
+                info->version.toUtf8().constData());
+    return 0;
+}
+
+// The toolkit aborts when it finds no display: the user gets a sentence instead.
+void explainMissingDisplay(QtMsgType type, const QMessageLogContext &, const QString &text)
+{
+    if (type != QtFatalMsg)
+        return;
+    std::fputs(
+        "Zarvo: нет графического экрана, окно открыть негде. Запустите программу в графическом сеансе.\n",
+        stderr);
+    std::fprintf(stderr, "%s\n", text.section(u'\n', 0, 0).toUtf8().constData());
+    std::_Exit(1);
+}
+
+int runWindow(int &argc, char **argv)
+{
+    const QtMessageHandler usual = qInstallMessageHandler(explainMissingDisplay);
+    QApplication application(argc, argv);
+    qInstallMessageHandler(usual);
+    QApplication::setOrganizationName(u"Zarvo"_s);
+    QApplication::setApplicationName(u"Zarvo"_s);
+
+    ZarvoApp controller(ResourcePath());
+    controller.applicationDidFinishLaunching();
+    QApplication::exec();
+    controller.applicationWillTerminate();
+    ChildProcess::killAll();
+    if (!controller.waitForWorkers(kPatience)) {
+        PrivateFolder::removeAll();
+        std::fflush(nullptr);
+        std::_Exit(0);
+    }
+    return 0;
+}
+
+} // namespace
+
+int main(int argc, char **argv)
+{
+    const std::string_view mode = argc > 1 ? argv[1] : "";
+    if (argc == 4 && mode == "--verify-ipa")
+        return verify(argv[2], argv[3]);
+    if (argc > 1 && mode == "--self-test")
+        return ZarvoSelfTest();
+    return runWindow(argc, argv);
+}
