@@ -1,0 +1,19 @@
+// Which controls are enabled, from the window's state alone.
+#pragma once
+
+#include <array>
+
+/// What the controls depend on.
+struct WindowState
+{
+    bool busy = false;      ///< a job runs
+    bool hasTarget = false; ///< the chosen app is among the installed ones
+    bool hasApps = false;   ///< the list of installed apps is not empty
+    bool hasIPA = false;    ///< an IPA is chosen for installing
+    bool hasPhone = false;  ///< a phone is chosen
+};
+
+enum class Control { Ordinary, Download, DownloadAll, Install, Information, Cancel, Table, Spinner };
+
+/// True when the control is enabled (for the spinner: turning).
+bool IsEnabled(Control control, const WindowState &state);

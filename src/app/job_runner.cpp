@@ -1,0 +1,84 @@
+#include "app/main_window.h"
+#include "app/view_factories.h"
+#include "app/zarvo_app.h"
+#include "core/main_thread.h"
+#include "device/device_discovery.h"
+
+#include <QClipboard>
+#include <QGuiApplication>
+#include <QLabel>
+
+#include <utility>
+
+using namespace Qt::StringLiterals;
+
+void ZarvoApp::onMain(std::function<void()> block)
+{
+    ZarvoMain([alive = std::weak_ptr(m_alive), block = std::move(block)] {
+        if (!alive.expired())
+            block();
+    });
+}
+
+void ZarvoApp::setStatus(const QString &text)
+{
+    onMain([this, text] { statusLabel->setText(text); });
+}
+
+void ZarvoApp::setTransfer(const QString &text)
+{
+    onMain([this, text] { transferLabel->setText(text); });
+}
+
+void ZarvoApp::job(const QString &text, const JobWork &work)
+{
+    if (busy || auth)
+        return;
+    const bool quiet = std::exchange(quietNextJob, false);
+    busy = true;
+    cancelled = false;
+    setStatus(text);
+    setTransfer({});
+    updateControls();
+    const bool started = m_background.run([this, work, quiet] {
+        Error error;
+        const bool result = work(&error);
+        onMain([this, result, error, quiet] { finishJob(result, error, quiet); });
+    });
+    if (!started)
+        finishJob(false, ZarvoError(u"Не удалось начать операцию: системе не хватает ресурсов."_s), quiet);
+}
+
+void ZarvoApp::finishJob(bool result, const Error &error, bool quiet)
+{
+    busy = false;
+    activeTask.set(nullptr);
+    updateControls();
+    if (cancelled) {
+        setStatus(u"Операция отменена."_s);
+    } else if (!result && !error.message.isEmpty()) {
+        setTransfer({});
+        setStatus(quiet ? PhonePrompt(phones) : error.message);
+        if (!quiet)
+            showFailure(error.message);
+    }
+    // The poll of the start-up finds the first check running and is dropped: a phone that is there would stay
+    // unseen until the timer's first tick.
+    if (quiet)
+        pollDevice(false);
+}
+
+void ZarvoApp::showFailure(const QString &description)
+{
+    QWidget *alert = MakeAlert(window.get(), u"Операция не выполнена"_s, description,
+                               {{u"Понятно"_s, {}}, {u"Скопировать ошибку"_s, [description] {
+                                                         QGuiApplication::clipboard()->setText(description);
+                                                     }}});
+    alert->show();
+}
+
+void ZarvoApp::cancelJob()
+{
+    cancelled = true;
+    activeTask.terminate();
+}

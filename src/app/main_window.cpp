@@ -1,0 +1,328 @@
+#include "app/main_window.h"
+
+#include "app/apps_table_model.h"
+#include "app/spinner.h"
+#include "app/view_factories.h"
+#include "app/zarvo_app.h"
+
+#include <QApplication>
+#include <QCheckBox>
+#include <QCloseEvent>
+#include <QComboBox>
+#include <QFileDialog>
+#include <QHeaderView>
+#include <QKeyEvent>
+#include <QLineEdit>
+#include <QMenuBar>
+#include <QScreen>
+#include <QScrollArea>
+#include <QShortcut>
+#include <QTableView>
+#include <QVBoxLayout>
+
+#include <array>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+constexpr QSize kWindowSize{1050, 760};
+constexpr QSize kSmallestWindow{850, 600};
+constexpr QMargins kContentMargins{20, 18, 20, 20};
+constexpr int kContentSpacing = 9;
+constexpr int kLogoSide = 54;
+constexpr double kTitleSize = 25;
+constexpr int kPickerWidth = 220;
+constexpr int kStoreIDWidth = 200;
+constexpr int kTableHeight = 220;
+constexpr int kRowHeight = 24;
+
+struct ColumnSize
+{
+    int width;
+    int least;
+};
+constexpr std::array<ColumnSize, AppsTableModel::ColumnCount> kColumns{{{370, 140}, {120, 80}, {400, 140}}};
+
+QLabel *named(QLabel *label, const char *name)
+{
+    label->setObjectName(QLatin1StringView(name));
+    return label;
+}
+
+QLabel *makeLogo(const QString &file)
+{
+    auto *logo = new QLabel;
+    const int side = Scaled(kLogoSide);
+    logo->setFixedSize(side, side);
+    QPixmap picture(file);
+    if (picture.isNull())
+        picture = QApplication::windowIcon().pixmap(side, side, QIcon::Normal);
+    if (picture.isNull())
+        return logo;
+    const qreal ratio = qApp->devicePixelRatio();
+    const QSize pixels = (QSizeF(side, side) * ratio).toSize();
+    picture = picture.scaled(pixels, Qt::KeepAspectRatio, Qt::SmoothTransformation);
+    picture.setDevicePixelRatio(ratio);
+    logo->setPixmap(picture);
+    return logo;
+}
+
+void layOutColumns(QTableView *table)
+{
+    QHeaderView *header = table->horizontalHeader();
+    header->setHighlightSections(false);
+    header->setStretchLastSection(true);
+    for (int column = 0; column < AppsTableModel::ColumnCount; ++column)
+        header->resizeSection(column, Scaled(kColumns[static_cast<size_t>(column)].width));
+    // The toolkit knows one least width for all columns only.
+    QObject::connect(header, &QHeaderView::sectionResized, header, [header](int column, int, int width) {
+        const int least = Scaled(kColumns[static_cast<size_t>(column)].least);
+        if (width < least)
+            header->resizeSection(column, least);
+    });
+}
+
+// The edit commands go to whatever has the focus, as its own shortcuts would.
+void sendKey(QKeySequence::StandardKey command)
+{
+    QWidget *focused = QApplication::focusWidget();
+    if (!focused)
+        return;
+    const QKeyCombination keys = QKeySequence(command)[0];
+    QKeyEvent press(QEvent::KeyPress, keys.key(), keys.keyboardModifiers());
+    QApplication::sendEvent(focused, &press);
+}
+
+} // namespace
+
+MainWindow::MainWindow()
+{
+    setObjectName(u"window"_s);
+    setWindowTitle(u"Zarvo"_s);
+    setMinimumSize(kSmallestWindow);
+    const QRect screen = QApplication::primaryScreen()->availableGeometry();
+    const QSize wanted(Scaled(kWindowSize.width()), Scaled(kWindowSize.height()));
+    resize(wanted.boundedTo(screen.size()).expandedTo(kSmallestWindow));
+    move(screen.center() - rect().center());
+}
+
+void MainWindow::closeEvent(QCloseEvent *event)
+{
+    QMainWindow::closeEvent(event);
+    Q_EMIT closed();
+}
+
+template <typename Action>
+QPushButton *ZarvoApp::button(const QString &title, const char *name, Action action)
+{
+    QPushButton *made = ZarvoButton(title, this, action);
+    made->setObjectName(QLatin1StringView(name));
+    controls.append(made);
+    return made;
+}
+
+QLineEdit *ZarvoApp::field(const QString &placeholder, const char *name)
+{
+    auto *made = new QLineEdit;
+    made->setPlaceholderText(placeholder);
+    made->setAccessibleName(placeholder);
+    made->setObjectName(QLatin1StringView(name));
+    connect(made, &QLineEdit::textChanged, this, [this, made] { controlTextDidChange(made); });
+    controls.append(made);
+    return made;
+}
+
+void ZarvoApp::setFieldText(QLineEdit *field, const QString &text)
+{
+    const Muted muted(m_muted);
+    field->setText(text);
+}
+
+void ZarvoApp::buildWindow()
+{
+    window = std::make_unique<MainWindow>();
+    connect(window.get(), &MainWindow::closed, qApp, &QCoreApplication::quit);
+    buildMenu(window->menuBar());
+
+    auto *content = new FlippedView;
+    auto *stack = new QVBoxLayout(content);
+    stack->setContentsMargins(Scaled(kContentMargins.left()), Scaled(kContentMargins.top()),
+                              Scaled(kContentMargins.right()), Scaled(kContentMargins.bottom()));
+    stack->setSpacing(Scaled(kContentSpacing));
+    buildContent(stack);
+    stack->addStretch(1);
+
+    auto *scroll = new QScrollArea;
+    scroll->setFrameShape(QFrame::NoFrame);
+    scroll->setWidgetResizable(true);
+    scroll->setFocusPolicy(Qt::NoFocus);
+    scroll->setWidget(content);
+    window->setCentralWidget(scroll);
+    window->show();
+    window->activateWindow();
+    phonePicker->setFocus();
+}
+
+void ZarvoApp::buildMenu(QMenuBar *bar)
+{
+    const auto add = [](QMenu *menu, const QString &title, QKeySequence::StandardKey key) {
+        QAction *action = menu->addAction(title);
+        action->setShortcut(key);
+        return action;
+    };
+    QMenu *application = bar->addMenu(u"Zarvo"_s);
+    QAction *quit = add(application, u"Завершить Zarvo"_s, QKeySequence::Quit);
+    quit->setShortcut(Qt::CTRL | Qt::Key_Q);
+    quit->setMenuRole(QAction::QuitRole);
+    connect(quit, &QAction::triggered, qApp, &QCoreApplication::quit);
+
+    QMenu *edit = bar->addMenu(u"Правка"_s);
+    const std::pair<QString, QKeySequence::StandardKey> commands[] = {
+        {u"Вырезать"_s, QKeySequence::Cut},
+        {u"Копировать"_s, QKeySequence::Copy},
+        {u"Вставить"_s, QKeySequence::Paste},
+        {u"Выбрать всё"_s, QKeySequence::SelectAll},
+    };
+    for (const auto &[title, key] : commands)
+        connect(add(edit, title, key), &QAction::triggered, this, [key = key] { sendKey(key); });
+}
+
+void ZarvoApp::buildContent(QVBoxLayout *stack)
+{
+    const auto secondary = [](QLabel *label) {
+        MakeSecondary(label);
+        return label;
+    };
+    statusLabel =
+        named(ZarvoLabel(u"Подключите iPhone кабелем и выберите его в списке."_s, true), "statusLabel");
+    transferLabel = named(secondary(ZarvoLabel({}, false)), "transferLabel");
+    ownerLabel = named(secondary(ZarvoLabel(u"Выберите приложение в таблице."_s, false)), "ownerLabel");
+    ipaLabel = named(ZarvoLabel(u"IPA не выбран"_s, false), "ipaLabel");
+    exactVersion = new QCheckBox(u"Запрашивать установленную версию по данным iPhone"_s);
+    exactVersion->setObjectName(u"exactVersion"_s);
+    exactVersion->setChecked(true);
+    QWidget *deviceRow = makeDeviceRow();
+    search = field(u"Поиск приложений"_s, "search");
+
+    stack->addWidget(makeHeader());
+    stack->addWidget(secondary(
+        ZarvoLabel(u"%1 • Прямое подключение к iPhone"_s.arg(QLatin1StringView(ZARVO_VERSION)), false)));
+    stack->addWidget(secondary(ZarvoLabel(u"Приложения загружаются с серверов Apple через аккаунт владельца. "
+                                          "Данные установленных приложений с iPhone не копируются."_s,
+                                          false)));
+    stack->addWidget(deviceRow);
+    stack->addWidget(search);
+    stack->addWidget(makeAppsTable());
+    stack->addWidget(ZarvoLabel(u"Загрузка из App Store"_s, true));
+    stack->addWidget(makeAccountRow());
+    stack->addWidget(ownerLabel);
+    stack->addWidget(makeDownloadRow());
+    stack->addWidget(exactVersion, 0, Qt::AlignLeft);
+    stack->addWidget(ZarvoLabel(u"Установка сохранённого IPA"_s, true));
+    stack->addWidget(ipaLabel);
+    stack->addWidget(makeInstallRow());
+    stack->addWidget(statusLabel);
+    stack->addWidget(transferLabel);
+    stack->addWidget(makeBottomRow());
+    controls.append(exactVersion);
+}
+
+QWidget *ZarvoApp::makeHeader()
+{
+    QLabel *title = ZarvoLabel(u"Zarvo"_s, true);
+    SetFontSize(title, kTitleSize, true);
+    return ZarvoRow({makeLogo(m_resourcePath + u"/AppLogo.png"_s), title});
+}
+
+QWidget *ZarvoApp::makeDeviceRow()
+{
+    phonePicker = new QComboBox;
+    phonePicker->setObjectName(u"phonePicker"_s);
+    phonePicker->setMinimumWidth(Scaled(kPickerWidth));
+    phonePicker->setSizeAdjustPolicy(QComboBox::AdjustToContents);
+    phonePicker->addItem(u"Выберите iPhone"_s);
+    connect(phonePicker, &QComboBox::currentIndexChanged, this, &ZarvoApp::selectPhone);
+    controls.append(phonePicker);
+    infoButton = button(u"Сведения об iPhone"_s, "infoButton", [] {});
+    return ZarvoRow({phonePicker, infoButton, button(u"Обновить"_s, "refresh", &ZarvoApp::refresh),
+                     button(u"Устройства…"_s, "showHistory", [] {}),
+                     button(u"Обновить приложения"_s, "reloadApps", &ZarvoApp::reloadApps)});
+}
+
+QWidget *ZarvoApp::makeAppsTable()
+{
+    table = new QTableView;
+    table->setObjectName(u"table"_s);
+    m_tableModel = new AppsTableModel(rows, table);
+    table->setModel(m_tableModel);
+    table->setFixedHeight(Scaled(kTableHeight));
+    table->setSelectionBehavior(QAbstractItemView::SelectRows);
+    table->setSelectionMode(QAbstractItemView::SingleSelection);
+    table->setEditTriggers(QAbstractItemView::NoEditTriggers);
+    table->setAlternatingRowColors(true);
+    table->setShowGrid(false);
+    table->setWordWrap(false);
+    table->setTabKeyNavigation(false); // Tab leaves the table, as in any list
+    table->setVerticalScrollMode(QAbstractItemView::ScrollPerPixel);
+    table->verticalHeader()->hide();
+    table->verticalHeader()->setSectionResizeMode(QHeaderView::Fixed);
+    table->verticalHeader()->setDefaultSectionSize(Scaled(kRowHeight));
+    layOutColumns(table);
+    connect(table->selectionModel(), &QItemSelectionModel::selectionChanged, this,
+            &ZarvoApp::tableViewSelectionDidChange);
+    return table;
+}
+
+QWidget *ZarvoApp::makeAccountRow()
+{
+    accountLabel = named(ZarvoLabel(u"Вход ещё не проверен"_s, false), "accountLabel");
+    return ZarvoRow({accountLabel, button(u"Войти в Apple Account…"_s, "login", [] {}),
+                     button(u"Проверить вход"_s, "checkAccount", &ZarvoApp::checkAccount)});
+}
+
+QWidget *ZarvoApp::makeDownloadRow()
+{
+    storeID = field(u"ID App Store (если известен)"_s, "storeID");
+    storeID->setFixedWidth(Scaled(kStoreIDWidth));
+    downloadButton = button(u"Загрузить IPA…"_s, "downloadButton", &ZarvoApp::download);
+    allButton = button(u"Загрузить все с iPhone…"_s, "allButton", [] {});
+    return ZarvoRow({storeID, downloadButton, allButton});
+}
+
+QWidget *ZarvoApp::makeInstallRow()
+{
+    installButton = button(u"Установить на iPhone…"_s, "installButton", [] {});
+    return ZarvoRow({installButton, button(u"Выбрать IPA…"_s, "chooseIPA", [] {}),
+                     button(u"Показать файл"_s, "reveal", &ZarvoApp::reveal)});
+}
+
+QWidget *ZarvoApp::makeBottomRow()
+{
+    spinner = new Spinner;
+    spinner->setObjectName(u"spinner"_s);
+    cancelButton = ZarvoButton(u"Отменить операцию"_s, this, &ZarvoApp::cancelJob);
+    cancelButton->setObjectName(u"cancelButton"_s);
+    return ZarvoRow(
+        {spinner, cancelButton, button(u"Инструкция"_s, "instructions", &ZarvoApp::instructions)});
+}
+
+std::optional<QString> ZarvoApp::chooseDirectory(const QString &message)
+{
+    QFileDialog panel(window.get(), message);
+    panel.setFileMode(QFileDialog::Directory);
+    panel.setOption(QFileDialog::ShowDirsOnly);
+    panel.setLabelText(QFileDialog::Accept, u"Сохранить сюда"_s);
+    // The desktop's own dialog shows the message as its title; the toolkit's has room for a line above the
+    // list.
+    if (QLayout *layout = panel.layout()) {
+        auto *line = new QLabel(message);
+        line->setTextFormat(Qt::PlainText);
+        line->setWordWrap(true);
+        line->setMargin(Scaled(kContentSpacing));
+        layout->setMenuBar(line);
+    }
+    if (panel.exec() != QDialog::Accepted || panel.selectedFiles().isEmpty())
+        return std::nullopt;
+    return panel.selectedFiles().first();
+}

@@ -1,0 +1,130 @@
+#include "app/view_factories.h"
+
+#include <QApplication>
+#include <QFontInfo>
+#include <QHBoxLayout>
+#include <QVBoxLayout>
+
+#include <algorithm>
+#include <cmath>
+#include <utility>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+constexpr double kReferenceFont = 13; // the font size, in pixels, for which sizes are given
+constexpr int kRowSpacing = 8;
+constexpr int kNarrowestLabel = 60;
+constexpr int kAlertWidth = 460;
+constexpr int kAlertMargin = 20;
+constexpr int kAlertSpacing = 12;
+
+// A wrapping QLabel asks for a compact block; this one asks for one line and wraps when it gets less.
+class WrappingLabel : public QLabel
+{
+public:
+    using QLabel::QLabel;
+
+    QSize sizeHint() const override
+    {
+        const QSize line = fontMetrics().size(0, text());
+        return QSize(line.width() + 1, heightForWidth(line.width() + 1)).expandedTo(minimumSizeHint());
+    }
+
+    QSize minimumSizeHint() const override
+    {
+        return QSize(std::min(Scaled(kNarrowestLabel), fontMetrics().horizontalAdvance(text()) + 1),
+                     fontMetrics().height());
+    }
+};
+
+} // namespace
+
+int Scaled(int pixels)
+{
+    const double factor = QFontInfo(QApplication::font()).pixelSize() / kReferenceFont;
+    return static_cast<int>(std::lround(pixels * std::max(1.0, factor)));
+}
+
+QLabel *ZarvoLabel(const QString &text, bool bold)
+{
+    auto *label = new WrappingLabel(text);
+    label->setTextFormat(Qt::PlainText);
+    label->setWordWrap(true);
+    label->setTextInteractionFlags(Qt::TextSelectableByMouse);
+    label->setMinimumWidth(1);
+    QFont font = label->font();
+    font.setBold(bold);
+    label->setFont(font);
+    return label;
+}
+
+void MakeSecondary(QLabel *label)
+{
+    label->setForegroundRole(QPalette::PlaceholderText);
+}
+
+void SetFontSize(QLabel *label, double points, bool bold)
+{
+    QFont font = QApplication::font();
+    const double factor = points / kReferenceFont;
+    if (font.pointSizeF() > 0)
+        font.setPointSizeF(font.pointSizeF() * factor);
+    else
+        font.setPixelSize(static_cast<int>(std::lround(font.pixelSize() * factor)));
+    font.setBold(bold);
+    label->setFont(font);
+}
+
+QPushButton *MakePushButton(const QString &title)
+{
+    auto *button = new QPushButton(title);
+    button->setAutoDefault(false);
+    return button;
+}
+
+QWidget *ZarvoRow(std::initializer_list<QWidget *> views)
+{
+    auto *row = new QWidget;
+    auto *layout = new QHBoxLayout(row);
+    layout->setContentsMargins(0, 0, 0, 0);
+    layout->setSpacing(Scaled(kRowSpacing));
+    for (QWidget *view : views)
+        layout->addWidget(view, 0, Qt::AlignVCenter);
+    layout->addStretch(1);
+    return row;
+}
+
+QDialog *MakeAlert(QWidget *parent, const QString &message, const QString &informative,
+                   const QList<AlertButton> &buttons)
+{
+    auto *alert = new QDialog(parent, Qt::Sheet);
+    alert->setWindowTitle(u"Zarvo"_s);
+    alert->setWindowModality(Qt::WindowModal);
+    alert->setAttribute(Qt::WA_DeleteOnClose);
+    auto *layout = new QVBoxLayout(alert);
+    const int margin = Scaled(kAlertMargin);
+    layout->setContentsMargins(margin, margin, margin, margin);
+    layout->setSpacing(Scaled(kAlertSpacing));
+    for (const auto &[text, bold] : {std::pair(message, true), std::pair(informative, false)}) {
+        QLabel *label = ZarvoLabel(text, bold);
+        label->setFixedWidth(Scaled(kAlertWidth));
+        layout->addWidget(label);
+    }
+    auto *row = new QHBoxLayout;
+    row->addStretch(1);
+    for (const AlertButton &description : buttons) {
+        QPushButton *button = MakePushButton(description.title);
+        button->setDefault(&description == &buttons.first());
+        QObject::connect(button, &QPushButton::clicked, alert, [alert, action = description.action] {
+            if (action)
+                action();
+            alert->close();
+        });
+        row->addWidget(button);
+    }
+    layout->addLayout(row);
+    layout->setSizeConstraint(QLayout::SetFixedSize);
+    return alert;
+}

@@ -1,0 +1,124 @@
+#include "device/device_discovery.h"
+
+#include "app/zarvo_app.h"
+#include "device/device_tool_client.h"
+
+#include <QComboBox>
+#include <QLineEdit>
+
+#include <algorithm>
+#include <utility>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+constexpr RunTimeout kPollTimeout{15};
+
+QString pickedPhone(const QComboBox *picker)
+{
+    return picker->currentData().toString();
+}
+
+} // namespace
+
+bool HasPhone(const QList<PhoneEntry> &phones, const QString &id)
+{
+    return std::any_of(phones.begin(), phones.end(), [&](const PhoneEntry &phone) { return phone.id == id; });
+}
+
+QString PhoneTitle(const PhoneEntry &phone)
+{
+    return u"%1 · iOS %2"_s.arg(phone.name, phone.ios);
+}
+
+QString PhonePrompt(const QList<PhoneEntry> &phones)
+{
+    return phones.isEmpty() ? u"Подключите iPhone кабелем и выберите его в списке."_s
+                            : u"iPhone найден. Выберите устройство в списке выше."_s;
+}
+
+void ZarvoApp::refresh()
+{
+    pollDevice(true);
+}
+
+void ZarvoApp::pollDevice(bool)
+{
+    if (busy || auth || checkingDevice)
+        return;
+    checkingDevice = true;
+    const QString path = tool(u"devicezarvo"_s);
+    const bool started = m_background.run([this, path] {
+        RunHooks hooks;
+        hooks.cancelled = [this] { return m_terminating.load(); };
+        const auto result = ZarvoCommand(path, {u"devices"_s}, kPollTimeout, hooks);
+        onMain([this, found = DiscoveredPhones(result)] {
+            checkingDevice = false;
+            if (!busy && !auth)
+                applyDiscoveredPhones(found);
+        });
+    });
+    if (!started)
+        checkingDevice = false;
+}
+
+void ZarvoApp::applyDiscoveredPhones(const QList<PhoneEntry> &found)
+{
+    const bool stillThere = HasPhone(found, selectedPhone);
+    const bool changed = phones != found;
+    phones = found;
+    // The same list again would only disturb a list that the user has just unfolded.
+    if (changed)
+        rebuildPicker();
+    showPickedPhone(stillThere ? selectedPhone : QString());
+    if (!stillThere)
+        clearDeviceSelection();
+    updateControls();
+}
+
+void ZarvoApp::rebuildPicker()
+{
+    const Muted muted(m_muted);
+    phonePicker->clear();
+    phonePicker->addItem(u"Выберите iPhone"_s);
+    for (const PhoneEntry &phone : std::as_const(phones))
+        phonePicker->addItem(PhoneTitle(phone), phone.id);
+}
+
+void ZarvoApp::showPickedPhone(const QString &id)
+{
+    const Muted muted(m_muted);
+    phonePicker->setCurrentIndex(id.isEmpty() ? 0 : std::max(0, phonePicker->findData(id)));
+}
+
+void ZarvoApp::selectPhone()
+{
+    const QString chosen = pickedPhone(phonePicker);
+    if (m_muted > 0 || chosen == selectedPhone)
+        return;
+    clearDeviceSelection();
+    if (chosen.isEmpty() || !HasPhone(phones, chosen))
+        return;
+    selectedPhone = chosen;
+    showPickedPhone(chosen);
+    loadAppsAutomatic(true);
+}
+
+void ZarvoApp::clearDeviceSelection()
+{
+    selectedPhone.clear();
+    loadedPhone.clear();
+    selectedApp.clear();
+    setApps({});
+    rows.clear();
+    details.clear();
+    setFieldText(search, {});
+    setFieldText(storeID, {});
+    showPickedPhone({});
+    reloadTable();
+    updateOwner();
+    updateControls();
+    setTransfer({});
+    setStatus(PhonePrompt(phones));
+}

@@ -1,0 +1,48 @@
+#include "device/device_tool_client.h"
+
+#include "app/zarvo_app.h"
+#include "core/tool_output.h"
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+constexpr RunTimeout kRequestTimeout{40};
+
+} // namespace
+
+std::optional<DeviceReply> LastDeviceReply(const ToolResult &result)
+{
+    const QList<QJsonObject> objects = ZarvoJSON(result.out);
+    if (objects.isEmpty())
+        return std::nullopt;
+    return ParseDeviceReply(objects.last());
+}
+
+std::optional<DeviceReply> JudgeDeviceRun(const ToolResult &result, Error *error)
+{
+    std::optional<DeviceReply> reply = LastDeviceReply(result);
+    if (result.code == 0 && reply && !reply->error)
+        return reply;
+    const QString reason = reply ? reply->error.value_or(QString()) : QString();
+    Fail(error, ZarvoError(!reason.isEmpty() ? reason
+                                             : u"Не удалось связаться с iPhone. Разблокируйте его и "
+                                               "подтвердите доверие к Mac."_s));
+    return std::nullopt;
+}
+
+QList<PhoneEntry> DiscoveredPhones(const std::optional<ToolResult> &result)
+{
+    if (!result)
+        return {};
+    const std::optional<DeviceReply> reply = JudgeDeviceRun(*result);
+    return reply ? reply->devices : QList<PhoneEntry>();
+}
+
+std::optional<DeviceReply> ZarvoApp::device(const QStringList &arguments, Error *error)
+{
+    const auto result = command(u"devicezarvo"_s, arguments, kRequestTimeout, {}, error);
+    if (!result)
+        return std::nullopt;
+    return JudgeDeviceRun(*result, error);
+}

@@ -1,0 +1,61 @@
+#include "store/account_check.h"
+
+#include "app/zarvo_app.h"
+#include "core/tool_output.h"
+#include "device/device_discovery.h"
+
+#include <QLabel>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+constexpr RunTimeout kCheckTimeout{30};
+
+} // namespace
+
+std::optional<QString> ConfirmedAccount(const QString &output)
+{
+    const QList<QJsonObject> objects = ZarvoJSON(output);
+    for (const QJsonObject &object : objects) {
+        if (JSONTruth(object["success"_L1]))
+            return JSONText(object["email"_L1]);
+    }
+    return std::nullopt;
+}
+
+std::optional<QString> ZarvoApp::accountWorker(Error *error)
+{
+    const auto output = store({u"auth"_s, u"info"_s}, kCheckTimeout, {}, error);
+    if (!output)
+        return std::nullopt;
+    std::optional<QString> email = ConfirmedAccount(*output);
+    if (!email)
+        Fail(error, ZarvoError(u"Вход не подтверждён. Выполните вход в Apple Account."_s));
+    return email;
+}
+
+void ZarvoApp::checkAccount()
+{
+    const bool quiet = quietNextJob;
+    job(u"Проверка входа…"_s, [this, quiet](Error *error) {
+        const std::optional<QString> email = accountWorker(error);
+        onMain([this, email, quiet] {
+            if (!email) {
+                accountLabel->setText(u"Вход не подтверждён"_s);
+                account.clear();
+                return;
+            }
+            showAccount(*email);
+            setStatus(quiet ? PhonePrompt(phones) : u"Вход подтверждён."_s);
+            updateOwner();
+        });
+        return email.has_value();
+    });
+}
+
+void ZarvoApp::showAccount(const QString &email)
+{
+    account = email;
+    accountLabel->setText(u"Вход выполнен: %1"_s.arg(email));
+}

@@ -1,0 +1,180 @@
+#include "store/app_download.h"
+
+#include "app/zarvo_app.h"
+#include "core/ipa_file_naming.h"
+#include "core/private_folder.h"
+#include "core/tool_output.h"
+#include "ipa/ipa_publishing.h"
+#include "ipa/ipa_validation.h"
+
+#include <QCheckBox>
+#include <QFile>
+#include <QFileInfo>
+#include <QLabel>
+#include <QLineEdit>
+#include <QLocale>
+
+#include <algorithm>
+#include <filesystem>
+
+using namespace std::chrono_literals;
+using namespace Qt::StringLiterals;
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+constexpr RunTimeout kDownloadTimeout{1200};
+constexpr auto kProgressPeriod = 1s; // walking a folder ten times a second would be felt
+
+std::filesystem::path toPath(const QString &file)
+{
+    return QFile::encodeName(file).toStdString();
+}
+
+} // namespace
+
+QStringList DownloadArguments(const AppRow &row, const QString &identifier, const QString &output, bool exact)
+{
+    QStringList arguments{u"download"_s, u"--output"_s, output, u"--platform"_s, u"iphone"_s};
+    if (IntegerValue(identifier) < 1)
+        arguments << u"--bundle-identifier"_s << row.id;
+    else
+        arguments << u"--app-id"_s << identifier;
+    if (exact && IntegerValue(row.storeVersionID) > 0)
+        arguments << u"--external-version-id"_s << row.storeVersionID;
+    return arguments;
+}
+
+bool IsWantedVersion(const AppRow &row, const QString &version, bool exact)
+{
+    return !exact || row.storeVersionID.isEmpty() || version == row.version;
+}
+
+std::optional<QString> TypedStoreID(const QString &text)
+{
+    QString typed = text.trimmed();
+    const bool digits =
+        std::all_of(typed.begin(), typed.end(), [](QChar c) { return c >= u'0' && c <= u'9'; });
+    if (!typed.isEmpty() && (!digits || IntegerValue(typed) < 1))
+        return std::nullopt;
+    return typed;
+}
+
+qint64 FolderSize(const QString &folder)
+{
+    namespace fs = std::filesystem;
+    std::error_code failure;
+    qint64 total = 0;
+    fs::recursive_directory_iterator item(toPath(folder), fs::directory_options::skip_permission_denied,
+                                          failure);
+    for (; !failure && item != fs::recursive_directory_iterator(); item.increment(failure)) {
+        std::error_code unreadable; // the tool may rename or remove the file at this very moment
+        if (!item->is_symlink(unreadable) && item->is_regular_file(unreadable)) {
+            const auto size = item->file_size(unreadable);
+            total += unreadable ? 0 : static_cast<qint64>(size);
+        }
+    }
+    return total;
+}
+
+QString ProgressText(qint64 bytes, std::chrono::seconds elapsed)
+{
+    constexpr qint64 megabyte = 1'000'000; // below it a fraction would only flicker
+    const QString size = QLocale(QLocale::Russian)
+                             .formattedDataSize(bytes, bytes < megabyte ? 0 : 1, QLocale::DataSizeSIFormat);
+    return u"Получено %1 • %2 с"_s.arg(size).arg(elapsed.count());
+}
+
+std::optional<QString> ZarvoApp::downloadWorker(const AppRow &row, const QString &numericID,
+                                                const QString &directory, bool exact, Error *error)
+{
+    if (cancelled)
+        return std::nullopt;
+    const auto folder = PrivateFolder::create(directory, u".zarvo-"_s, error);
+    if (!folder)
+        return std::nullopt;
+    const QString file = folder->filePath(u"download.ipa"_s);
+    if (!fetch(row, numericID, folder->path(), file, exact, error) || cancelled)
+        return std::nullopt;
+
+    setStatus(u"Проверка IPA: %1"_s.arg(row.name));
+    const auto info = ZarvoValidateIPA(toPath(file), row.id, error);
+    if (!info)
+        return std::nullopt;
+    if (!IsWantedVersion(row, info->version, exact)) {
+        Fail(error,
+             ZarvoError(
+                 u"Apple вернула другую версию. IPA не принят как точная копия установленной версии."_s));
+        return std::nullopt;
+    }
+    if (cancelled)
+        return std::nullopt;
+    const QString saved = u"%1/%2"_s.arg(directory, ZarvoFilename(row.name, info->version));
+    if (!ZarvoPublishIPA(toPath(file), toPath(saved), *info, error))
+        return std::nullopt;
+    return saved;
+}
+
+bool ZarvoApp::fetch(const AppRow &row, const QString &numericID, const QString &folder, const QString &file,
+                     bool exact, Error *error)
+{
+    QString identifier = numericID;
+    if (identifier.isEmpty()) {
+        const auto found = purchaseID(row, error);
+        if (!found)
+            return false;
+        identifier = *found;
+    }
+    setStatus(u"Загрузка: %1"_s.arg(row.name));
+    const auto start = Clock::now();
+    auto lastReport = Clock::time_point::min();
+    const auto progress = [&] {
+        const auto now = Clock::now();
+        if (lastReport != Clock::time_point::min() && now - lastReport < kProgressPeriod)
+            return;
+        lastReport = now;
+        setTransfer(
+            ProgressText(FolderSize(folder), std::chrono::duration_cast<std::chrono::seconds>(now - start)));
+    };
+    return store(DownloadArguments(row, identifier, file, exact), kDownloadTimeout, progress, error)
+        .has_value();
+}
+
+void ZarvoApp::download()
+{
+    const std::optional<AppRow> row = target();
+    if (!row)
+        return;
+    const auto directory = chooseDirectory(u"IPA будет загружен с серверов Apple через аккаунт владельца."_s);
+    if (!directory)
+        return;
+    const std::optional<QString> typed = TypedStoreID(storeID->text());
+    if (!typed) {
+        setStatus(u"ID App Store должен быть положительным целым числом."_s);
+        return;
+    }
+    const bool exact = exactVersion->isChecked();
+    job(u"Проверка входа перед загрузкой…"_s,
+        [this, row = *row, numericID = *typed, folder = *directory, exact](Error *error) {
+            const auto email = accountWorker(error);
+            if (!email)
+                return false;
+            const auto file = downloadWorker(row, numericID, folder, exact, error);
+            if (!file)
+                return false;
+            onMain([this, email = *email, file = *file] { showDownload(email, file); });
+            return true;
+        });
+}
+
+void ZarvoApp::showDownload(const QString &email, const QString &file)
+{
+    const QString name = QFileInfo(file).fileName();
+    showAccount(email);
+    ipa = file;
+    lastDownload = file;
+    ipaLabel->setText(name);
+    setStatus(u"IPA сохранён: %1"_s.arg(name));
+    setTransfer(file);
+}
