@@ -6,6 +6,7 @@
 #include "ipa/ipa_validation.h"
 
 #include <QApplication>
+#include <QIcon>
 
 #include <chrono>
 #include <cstdio>
@@ -52,6 +53,8 @@ int runWindow(int &argc, char **argv)
     qInstallMessageHandler(usual);
     QApplication::setOrganizationName(u"Zarvo"_s);
     QApplication::setApplicationName(u"Zarvo"_s);
+
+    QApplication::setWindowIcon(QIcon(ResourcePath() + u"/AppLogo.png"_s));
 
     ZarvoApp controller(ResourcePath());
     controller.applicationDidFinishLaunching();

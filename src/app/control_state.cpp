@@ -1,9 +1,9 @@
 #include "app/control_state.h"
 
+#include "app/main_window.h"
 #include "app/spinner.h"
 #include "app/zarvo_app.h"
 
-#include <QApplication>
 #include <QPushButton>
 #include <QTableView>
 
@@ -73,7 +73,7 @@ void ZarvoApp::updateControls()
 // typed into the search field would cancel the job. So the focus is put aside while a job runs.
 void ZarvoApp::keepFocus(bool disabling)
 {
-    QWidget *focused = disabling ? QApplication::focusWidget() : nullptr;
+    QWidget *focused = disabling ? window->focusWidget() : nullptr;
     if (!focused || focused == cancelButton || !(controls.contains(focused) || focused == table))
         return;
     m_focusBeforeJob = focused;
@@ -85,7 +85,7 @@ void ZarvoApp::restoreFocus(bool disabling)
     if (disabling || !m_focusBeforeJob)
         return;
     QWidget *former = std::exchange(m_focusBeforeJob, nullptr);
-    QWidget *focused = QApplication::focusWidget();
+    const QWidget *focused = window->focusWidget();
     if (former->isEnabled() && (!focused || focused == cancelButton))
         former->setFocus();
 }

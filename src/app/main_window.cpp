@@ -72,9 +72,10 @@ void layOutColumns(QTableView *table)
 {
     QHeaderView *header = table->horizontalHeader();
     header->setHighlightSections(false);
-    header->setStretchLastSection(true);
+    header->setMinimumSectionSize(Scaled(kColumns[AppsTableModel::Version].least));
     for (int column = 0; column < AppsTableModel::ColumnCount; ++column)
         header->resizeSection(column, Scaled(kColumns[static_cast<size_t>(column)].width));
+    header->setSectionResizeMode(AppsTableModel::Identifier, QHeaderView::Stretch);
     // The toolkit knows one least width for all columns only.
     QObject::connect(header, &QHeaderView::sectionResized, header, [header](int column, int, int width) {
         const int least = Scaled(kColumns[static_cast<size_t>(column)].least);
@@ -141,6 +142,7 @@ void ZarvoApp::setFieldText(QLineEdit *field, const QString &text)
 
 void ZarvoApp::buildWindow()
 {
+    FollowPalette();
     window = std::make_unique<MainWindow>();
     connect(window.get(), &MainWindow::closed, qApp, &QCoreApplication::quit);
     buildMenu(window->menuBar());

@@ -1,6 +1,9 @@
 #include "app/view_factories.h"
 
+#include "app/row_layout.h"
+
 #include <QApplication>
+#include <QEvent>
 #include <QFontInfo>
 #include <QHBoxLayout>
 #include <QVBoxLayout>
@@ -13,7 +16,8 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-constexpr double kReferenceFont = 13; // the font size, in pixels, for which sizes are given
+constexpr double kReferenceFont = 13;     // the font size, in pixels, for which sizes are given
+constexpr float kSecondaryOpacity = 0.6F; // 4.5 : 1 and more against the ground, light or dark
 constexpr int kRowSpacing = 8;
 constexpr int kNarrowestLabel = 60;
 constexpr int kAlertWidth = 460;
@@ -36,6 +40,36 @@ public:
     {
         return QSize(std::min(Scaled(kNarrowestLabel), fontMetrics().horizontalAdvance(text()) + 1),
                      fontMetrics().height());
+    }
+};
+
+// Some desktops' themes leave the toned-down colour at its default, which is black also on a dark ground. It
+// is derived from the text's colour here, again after each change of the palette.
+class PaletteFollower : public QObject
+{
+public:
+    explicit PaletteFollower(QObject *parent)
+        : QObject(parent)
+    {
+        qApp->installEventFilter(this);
+    }
+
+    void adjust()
+    {
+        QColor color = QApplication::palette().color(QPalette::Active, QPalette::WindowText);
+        color.setAlphaF(kSecondaryOpacity);
+        if (QApplication::palette().color(QPalette::Active, QPalette::PlaceholderText) == color)
+            return;
+        QPalette palette;
+        palette.setColor(QPalette::PlaceholderText, color);
+        QApplication::setPalette(palette);
+    }
+
+    bool eventFilter(QObject *object, QEvent *event) override
+    {
+        if (object == qApp && event->type() == QEvent::ApplicationPaletteChange)
+            adjust();
+        return false;
     }
 };
 
@@ -65,6 +99,12 @@ void MakeSecondary(QLabel *label)
     label->setForegroundRole(QPalette::PlaceholderText);
 }
 
+void FollowPalette()
+{
+    static auto *const follower = new PaletteFollower(qApp);
+    follower->adjust();
+}
+
 void SetFontSize(QLabel *label, double points, bool bold)
 {
     QFont font = QApplication::font();
@@ -87,12 +127,9 @@ QPushButton *MakePushButton(const QString &title)
 QWidget *ZarvoRow(std::initializer_list<QWidget *> views)
 {
     auto *row = new QWidget;
-    auto *layout = new QHBoxLayout(row);
-    layout->setContentsMargins(0, 0, 0, 0);
-    layout->setSpacing(Scaled(kRowSpacing));
+    auto *layout = new RowLayout(row, Scaled(kRowSpacing));
     for (QWidget *view : views)
-        layout->addWidget(view, 0, Qt::AlignVCenter);
-    layout->addStretch(1);
+        layout->addWidget(view);
     return row;
 }
 

@@ -20,6 +20,10 @@ QLabel *ZarvoLabel(const QString &text, bool bold);
 /// Gives a label the toned-down colour of secondary text, which follows the palette.
 void MakeSecondary(QLabel *label);
 
+/// Keeps the colour of secondary text and placeholders readable in the palette at hand, also after it has
+/// changed. To be called once, before the first window is made.
+void FollowPalette();
+
 /// Sets the label's font to `points` of a scale on which 13 is the desktop's font.
 void SetFontSize(QLabel *label, double points, bool bold);
 
@@ -27,7 +31,8 @@ void SetFontSize(QLabel *label, double points, bool bold);
 template <typename Target, typename Action>
 QPushButton *ZarvoButton(const QString &title, Target *target, Action action);
 
-/// The views side by side, centred vertically, at their natural widths from the left.
+/// The views side by side, centred vertically, at their natural widths from the left; in several lines where
+/// one does not hold them.
 QWidget *ZarvoRow(std::initializer_list<QWidget *> views);
 
 /// What scrolls inside a scroll area: starts at the top left, as wide as the visible part.

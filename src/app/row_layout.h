@@ -1,0 +1,30 @@
+// A row that breaks into lines when it is too narrow: with a large font, or in a small window.
+#pragma once
+
+#include <QLayout>
+#include <QList>
+
+/// Lays its items out from the left at their natural widths, centred vertically in their line; an item that
+/// does not fit any more begins a new line. Height depends on width.
+class RowLayout : public QLayout
+{
+public:
+    RowLayout(QWidget *parent, int spacing);
+    ~RowLayout() override;
+
+    void addItem(QLayoutItem *item) override;
+    int count() const override;
+    QLayoutItem *itemAt(int index) const override;
+    QLayoutItem *takeAt(int index) override;
+    bool hasHeightForWidth() const override { return true; }
+    int heightForWidth(int width) const override;
+    QSize sizeHint() const override;
+    QSize minimumSize() const override;
+    Qt::Orientations expandingDirections() const override { return {}; }
+    void setGeometry(const QRect &rect) override;
+
+private:
+    int layOut(const QRect &rect, bool apply) const;
+
+    QList<QLayoutItem *> m_items;
+};
