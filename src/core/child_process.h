@@ -39,8 +39,8 @@ public:
     /// is missing or not executable, which is known before this returns. Does not keep the descriptors.
     static std::shared_ptr<ChildProcess> start(const Options &options, Error *error = nullptr);
 
-    /// Asks the child, and what it started in its own process group, to end (SIGTERM). Nothing when it has
-    /// ended.
+    /// Asks the child, and what it started in its own process group, to end (SIGTERM; a stopped one goes
+    /// on, to hear it). Nothing when it has ended.
     void terminate();
     /// Ends it, and what it started in its own process group, without asking (SIGKILL). Nothing when it has
     /// ended.

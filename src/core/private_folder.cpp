@@ -41,8 +41,7 @@ Registry &registry()
 void removeTree(const QString &path)
 {
     const std::filesystem::path folder(QFile::encodeName(path).toStdString());
-    // Under another name a child that goes on for a while finds it no more and has nowhere to put further
-    // files.
+    // Under another name: a child that goes on for a while finds it no more and can put nothing into it.
     std::filesystem::path doomed = folder;
     doomed += kDoomedSuffix;
     std::error_code failure;

@@ -1,0 +1,79 @@
+# Words for what is done often. CMakePresets.json says what each build is.
+
+RELEASE := build/release
+DEMO    := $(RELEASE)/demo
+TOUR    := build/tour
+JOBS    ?= $(shell nproc 2>/dev/null || echo 2)
+
+# Looked up when used: the compiler cache is optional and may come or go.
+LAUNCHER = -DCMAKE_CXX_COMPILER_LAUNCHER=$(shell command -v ccache)
+# ThreadSanitizer cannot lay out its memory under some kernels' address randomisation.
+FIXED_ADDRESSES = $(shell setarch -R true 2>/dev/null && echo setarch -R)
+
+SOURCES = $(shell find src demo tests bench -name '*.cpp' -o -name '*.h')
+
+configure-and-build = cmake --preset $(1) $(LAUNCHER) && cmake --build --preset $(1) --parallel $(JOBS)
+run-tests = ctest --test-dir build/$(1) --output-on-failure --no-tests=error --parallel $(JOBS)
+
+.DEFAULT_GOAL := help
+.PHONY: help deps deps-lint build test run demo-tour bench asan tsan lint format fuzz package clean
+
+help: ## this list
+	@sed -n 's/^\([a-z -]*\):[^#]*## \(.*\)/  make \1\t\2/p' $(firstword $(MAKEFILE_LIST)) | expand -t 20
+
+deps: ## install the Debian packages that are missing
+	@tools/install-packages
+
+build: deps ## build everything, optimised
+	$(call configure-and-build,release)
+
+test: build ## build and run all tests
+	$(call run-tests,release)
+
+# The window where there is a display to show it on, pictures of it elsewhere.
+run: build ## start Zarvo with the demonstration's phones and store
+	@if [ -n "$$DISPLAY$$WAYLAND_DISPLAY" ]; then \
+	    $(DEMO)/bin/zarvo; \
+	else \
+	    echo "No display: playing the tour offscreen instead."; \
+	    $(MAKE) --no-print-directory tour; \
+	fi
+
+demo-tour: build ## play one download offscreen: a line a step, pictures in build/tour
+	@$(MAKE) --no-print-directory tour
+
+.PHONY: tour
+tour:
+	@rm -rf $(TOUR)-state
+	@ZARVO_DEMO_STATE=$(CURDIR)/$(TOUR)-state $(DEMO)/bin/tour $(TOUR)
+	@echo "Pictures: $(TOUR)/"
+
+bench: build ## measure
+	$(RELEASE)/bench/zarvo_bench
+
+asan: deps ## build and test with AddressSanitizer and UndefinedBehaviorSanitizer
+	$(call configure-and-build,asan)
+	$(call run-tests,asan)
+
+tsan: deps ## build and test with ThreadSanitizer
+	$(call configure-and-build,tsan)
+	$(FIXED_ADDRESSES) $(call run-tests,tsan)
+
+deps-lint: deps
+	@tools/install-packages packaging/debian-packages-lint.txt
+
+# The build comes first: clang-tidy reads its compile commands and the files that it generates.
+lint: deps-lint build ## check format and look for faults without running
+	clang-format --dry-run -Werror $(SOURCES)
+	printf '%s\n' $(filter %.cpp,$(SOURCES)) | xargs -P $(JOBS) -n 4 clang-tidy -p $(RELEASE) --quiet
+	cppcheck --quiet --error-exitcode=1 --enable=warning,performance,portability --inline-suppr \
+	    --library=qt --std=c++20 -j $(JOBS) -I src src demo
+
+format: deps-lint ## format the sources in place
+	clang-format -i $(SOURCES)
+
+fuzz package: ## not there yet
+	@echo "make $@: not there yet." >&2; exit 1
+
+clean: ## remove all that was built
+	rm -rf build

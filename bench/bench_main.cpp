@@ -1,0 +1,34 @@
+// Measures the figures that the program is built for and prints them as one table. Exit status 1 when one is
+// missed.
+#include "measuring.h"
+
+#include <QApplication>
+#include <QFileInfo>
+#include <QTemporaryDir>
+
+#include <cstdio>
+#include <string_view>
+
+using namespace Qt::StringLiterals;
+
+int main(int argc, char **argv)
+{
+    const std::string_view mode = argc > 1 ? argv[1] : "";
+    if (mode == "--print-time")
+        return printTime();
+    if (mode == "--show-window" && argc == 3)
+        return showWindowOnce(argc, argv);
+    if (mode == "--publish" && argc == 4)
+        return publishOnly(argv[2], argv[3]);
+
+    QApplication application(argc, argv);
+    const QString self = QCoreApplication::applicationFilePath();
+    const QString zarvo = QFileInfo(self).absolutePath() + u"/../bin/zarvo"_s;
+    const QTemporaryDir folder;
+    std::printf("| what | measured | figure | |\n|---|---|---|---|\n");
+    benchRunner(self);
+    benchIPA(zarvo, folder.path());
+    benchRedaction();
+    benchWindow(self, folder.path());
+    return allMet() ? 0 : 1;
+}

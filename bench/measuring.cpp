@@ -1,0 +1,128 @@
+#include "measuring.h"
+
+#include "core/file_descriptor.h"
+
+#include <QFile>
+
+#include <fcntl.h>
+#include <spawn.h>
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <ctime>
+
+using namespace Qt::StringLiterals;
+
+extern "C" char **environ; // NOLINT(readability-redundant-declaration)
+
+namespace {
+
+bool missed = false;
+
+QByteArray readFile(const char *path)
+{
+    QFile file(QString::fromLatin1(path));
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+}
+
+} // namespace
+
+double now()
+{
+    timespec time = {};
+    ::clock_gettime(CLOCK_MONOTONIC, &time);
+    return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) * 1e-9;
+}
+
+double median(std::vector<double> values)
+{
+    const auto middle = values.begin() + static_cast<std::ptrdiff_t>(values.size() / 2);
+    std::nth_element(values.begin(), middle, values.end());
+    return *middle;
+}
+
+double worst(const std::vector<double> &values)
+{
+    return *std::max_element(values.begin(), values.end());
+}
+
+std::vector<double> timesOf(int rounds, const std::function<void()> &work)
+{
+    std::vector<double> times;
+    for (int round = 0; round < rounds; ++round) {
+        const double start = now();
+        work();
+        times.push_back(now() - start);
+    }
+    return times;
+}
+
+BareRun runBare(const QStringList &command, bool keepOutput)
+{
+    QList<QByteArray> texts;
+    std::vector<char *> arguments;
+    for (const QString &word : command)
+        texts.append(word.toUtf8());
+    for (QByteArray &text : texts)
+        arguments.push_back(text.data());
+    arguments.push_back(nullptr);
+
+    BareRun run;
+    FileDescriptor readEnd;
+    FileDescriptor writeEnd;
+    posix_spawn_file_actions_t actions;
+    ::posix_spawn_file_actions_init(&actions);
+    ::posix_spawn_file_actions_addopen(&actions, 2, "/dev/null", O_WRONLY, 0);
+    if (keepOutput && makePipe(readEnd, writeEnd))
+        ::posix_spawn_file_actions_adddup2(&actions, writeEnd.get(), 1);
+    else
+        ::posix_spawn_file_actions_addopen(&actions, 1, "/dev/null", O_WRONLY, 0);
+    const double start = now();
+    pid_t child = -1;
+    const int failure = ::posix_spawnp(&child, arguments[0], &actions, nullptr, arguments.data(), environ);
+    ::posix_spawn_file_actions_destroy(&actions);
+    if (failure != 0) {
+        run.status = -1;
+        return run;
+    }
+    writeEnd.reset();
+    char buffer[4096];
+    for (ssize_t got = 0; keepOutput && (got = ::read(readEnd.get(), buffer, sizeof buffer)) > 0;)
+        run.output.append(buffer, got);
+    rusage usage = {};
+    ::wait4(child, &run.status, 0, &usage);
+    run.seconds = now() - start;
+    run.megabytes = static_cast<double>(usage.ru_maxrss) * 1024 / 1e6;
+    return run;
+}
+
+double peakMegabytes()
+{
+    const QByteArray status = readFile("/proc/self/status");
+    const qsizetype at = status.indexOf("VmHWM:");
+    return status.mid(at + 6, status.indexOf("kB", at) - at - 6).trimmed().toDouble() * 1024 / 1e6;
+}
+
+void resetPeak()
+{
+    QFile file(u"/proc/self/clear_refs"_s);
+    if (file.open(QIODevice::WriteOnly))
+        file.write("5");
+}
+
+void report(const QString &what, const QString &value, const QString &figure, bool met)
+{
+    missed = missed || !met;
+    const char *verdict = figure.isEmpty() ? "" : met ? "met" : "MISSED";
+    std::printf("| %s | %s | %s | %s |\n", qUtf8Printable(what), qUtf8Printable(value),
+                qUtf8Printable(figure), verdict);
+    std::fflush(stdout);
+}
+
+bool allMet()
+{
+    return !missed;
+}

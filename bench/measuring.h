@@ -1,0 +1,48 @@
+// What every measurement needs: times, child processes measured from outside, and one table.
+#pragma once
+
+#include <QByteArray>
+#include <QList>
+#include <QString>
+#include <QStringList>
+
+#include <functional>
+#include <vector>
+
+/// Seconds of the monotonic clock, which all processes share.
+double now();
+double median(std::vector<double> values);
+double worst(const std::vector<double> &values);
+
+/// How long each of `rounds` runs of `work` took, in seconds.
+std::vector<double> timesOf(int rounds, const std::function<void()> &work);
+
+/// A child run as barely as the system allows: started, waited for.
+struct BareRun
+{
+    double seconds = 0;
+    double megabytes = 0; ///< largest resident memory of the child itself
+    int status = 0;
+    QByteArray output;
+};
+BareRun runBare(const QStringList &command, bool keepOutput = false);
+
+/// This process's largest resident memory since the last reset, in MB (10^6 bytes).
+double peakMegabytes();
+void resetPeak();
+
+/// Prints one row: what was measured, the value with its unit, the figure to meet (empty: for information),
+/// and whether it is met. Remembers a miss.
+void report(const QString &what, const QString &value, const QString &figure = {}, bool met = true);
+/// True when every figure so far was met.
+bool allMet();
+
+void benchRunner(const QString &self);
+void benchIPA(const QString &zarvo, const QString &folder);
+void benchRedaction();
+void benchWindow(const QString &self, const QString &folder);
+
+/// Modes in which the program runs itself as a child.
+int printTime();
+int showWindowOnce(int argc, char **argv);
+int publishOnly(const char *source, const char *destination);

@@ -1,0 +1,150 @@
+// Plays one download through the real window without a display: a line and a picture for each step. The tools
+// are the demonstration's own.
+#include "app/main_window.h"
+#include "app/resources.h"
+#include "app/zarvo_app.h"
+
+#include <QApplication>
+#include <QComboBox>
+#include <QDir>
+#include <QFileDialog>
+#include <QFileInfo>
+#include <QLabel>
+#include <QLineEdit>
+#include <QPushButton>
+#include <QTableView>
+#include <QTest>
+#include <QTimer>
+
+#include <chrono>
+#include <cstdio>
+#include <functional>
+
+using namespace std::chrono_literals;
+using namespace Qt::StringLiterals;
+
+namespace {
+
+constexpr auto kPatience = 60s;
+
+class Tour
+{
+public:
+    Tour(QWidget *window, const QString &folder)
+        : m_window(window)
+        , m_folder(folder)
+    {
+    }
+
+    template <typename View>
+    View *view(const char *name) const
+    {
+        return m_window->findChild<View *>(QLatin1StringView(name));
+    }
+
+    QString status() const { return view<QLabel>("statusLabel")->text(); }
+
+    /// Waits for the condition, then prints the line and saves the picture.
+    bool step(const QString &line, const std::function<bool()> &condition)
+    {
+        if (!QTest::qWaitFor(condition, std::chrono::milliseconds(kPatience).count())) {
+            std::printf("НЕ УДАЛОСЬ: %s (в строке состояния: «%s»)\n", qUtf8Printable(line),
+                        qUtf8Printable(status()));
+            return false;
+        }
+        QTest::qWait(50); // let the last change be painted
+        ++m_count;
+        const QString picture = u"%1/%2.png"_s.arg(m_folder).arg(m_count, 2, 10, QChar(u'0'));
+        QWidget *shown = QApplication::activeModalWidget();
+        (shown ? shown : m_window)->grab().save(picture);
+        std::printf("%2d. %s\n", m_count, qUtf8Printable(line));
+        std::fflush(stdout);
+        return true;
+    }
+
+private:
+    QWidget *m_window;
+    QString m_folder;
+    int m_count = 0;
+};
+
+// The folder chooser has an event loop of its own: whoever answers it has to be queued before it opens.
+void answerFolderChooser(Tour &tour, const QString &folder)
+{
+    auto *timer = new QTimer;
+    QObject::connect(timer, &QTimer::timeout, timer, [timer, folder, &tour] {
+        auto *panel = qobject_cast<QFileDialog *>(QApplication::activeModalWidget());
+        if (!panel)
+            return;
+        timer->stop();
+        timer->deleteLater();
+        panel->findChild<QLineEdit *>(u"fileNameEdit"_s)->setText(folder);
+        tour.step(u"Папка для сохранения выбрана"_s, [] { return true; });
+        QTest::keyClick(panel->findChild<QLineEdit *>(u"fileNameEdit"_s), Qt::Key_Return);
+    });
+    timer->start(50ms);
+}
+
+bool play(Tour &tour, const QString &downloads)
+{
+    auto *picker = tour.view<QComboBox>("phonePicker");
+    auto *table = tour.view<QTableView>("table");
+    auto *search = tour.view<QLineEdit>("search");
+    if (!tour.step(u"Вход в аккаунт проверен, телефоны найдены"_s, [&] {
+            return picker->count() > 1 && picker->isEnabled() &&
+                   tour.view<QLabel>("accountLabel")->text().startsWith(u"Вход выполнен");
+        }))
+        return false;
+    picker->setCurrentIndex(1);
+    if (!tour.step(u"Телефон выбран, список приложений прочитан"_s,
+                   [&] { return table->model()->rowCount() > 0 && table->isEnabled(); }))
+        return false;
+    search->insert(u"заметк"_s); // QTest types Latin letters only
+    if (!tour.step(u"Поиск сузил список"_s, [&] { return table->model()->rowCount() > 0; }))
+        return false;
+    table->setFocus();
+    table->selectRow(0);
+    if (!tour.step(u"Приложение выбрано"_s,
+                   [&] { return tour.view<QPushButton>("downloadButton")->isEnabled(); }))
+        return false;
+    answerFolderChooser(tour, downloads);
+    QTest::mouseClick(tour.view<QPushButton>("downloadButton"), Qt::LeftButton);
+    if (!tour.step(u"Загрузка идёт"_s, [&] { return tour.status().startsWith(u"Загрузка: "); }))
+        return false;
+    if (!tour.step(u"IPA проверен и сохранён"_s, [&] { return tour.status().startsWith(u"IPA сохранён: "); }))
+        return false;
+    const QString file = tour.view<QLabel>("transferLabel")->text();
+    const QFileInfo saved(file);
+    std::printf("    %s, %lld байт\n", qUtf8Printable(saved.fileName()),
+                static_cast<long long>(saved.size()));
+    return saved.size() > 0;
+}
+
+} // namespace
+
+int main(int argc, char **argv)
+{
+    qputenv("QT_QPA_PLATFORM", "offscreen");
+    QApplication application(argc, argv);
+    if (argc != 2) {
+        std::fprintf(stderr, "tour FOLDER-FOR-PICTURES\n");
+        return 1;
+    }
+    const QString folder = QDir(QString::fromLocal8Bit(argv[1])).absolutePath();
+    const QString downloads = folder + u"/downloads"_s;
+    QDir(folder).removeRecursively();
+    if (!QDir().mkpath(downloads)) {
+        std::fprintf(stderr, "tour: cannot make %s\n", qUtf8Printable(downloads));
+        return 1;
+    }
+    InstallRussianTexts();
+    ZarvoApp controller(ResourcePath());
+    controller.applicationDidFinishLaunching();
+    QWidget *window = nullptr;
+    for (QWidget *widget : QApplication::topLevelWidgets()) {
+        if (qobject_cast<MainWindow *>(widget))
+            window = widget;
+    }
+    Tour tour(window, folder);
+    return play(tour, downloads) ? 0 : 1;
+}

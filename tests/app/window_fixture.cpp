@@ -1,0 +1,234 @@
+#include "app/window_fixture.h"
+
+#include "ipa_writer.h"
+
+#include <QApplication>
+#include <QDir>
+#include <QFile>
+#include <QPushButton>
+#include <QTimer>
+
+using namespace Qt::StringLiterals;
+using namespace std::chrono_literals;
+
+namespace {
+
+constexpr auto kLookAgain = 10ms;
+constexpr QStringView kPhones = uR"({"devices":[{"id":"PHONE-1","name":"Телефон","ios":"17.4"}]})";
+constexpr QStringView kApps = uR"({"apps":[
+{"id":"com.example.notes","name":"заметки","version":"2.0"},
+{"id":"com.example.pair","name":"Tom & <b>Jerry</b>","version":"1"},
+{"id":"com.example.maps","name":"Карты","version":"1.5","storeID":123,"storeVersionID":"456",
+ "licenseAccount":"first@example.com"}]})";
+constexpr QStringView kInfo = uR"({"details":[{"label":"Модель","value":"iPhone"}]})";
+constexpr QStringView kSignedIn = uR"({"email":"owner@example.com","success":true})";
+
+QString makeIPA(const QString &path, const QString &id, const QString &version)
+{
+    if (!writeIPA(QFile::encodeName(path).toStdString(), {.id = id, .version = version}))
+        qFatal("cannot write an IPA");
+    return path;
+}
+
+QFileDialog *openChooser()
+{
+    return qobject_cast<QFileDialog *>(QApplication::activeModalWidget());
+}
+
+QPushButton *buttonReading(const QWidget *parent, const QString &title)
+{
+    for (QPushButton *button : parent->findChildren<QPushButton *>()) {
+        if (button->text() == title)
+            return button;
+    }
+    return nullptr;
+}
+
+} // namespace
+
+QByteArray ContentOf(const QString &path)
+{
+    QFile file(path);
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+}
+
+void Program::isolate()
+{
+    static const QTemporaryDir home;
+    qputenv("XDG_CONFIG_HOME", QFile::encodeName(home.path()));
+    qputenv("XDG_DATA_HOME", QFile::encodeName(home.path()));
+}
+
+Program::Program()
+    : mapsIPA(makeIPA(tools.filePath(u"maps.ipa"_s), u"com.example.maps"_s, u"1.5"_s))
+    , notesIPA(makeIPA(tools.filePath(u"notes.ipa"_s), u"com.example.notes"_s, u"2.1"_s))
+    , m_app(std::make_unique<ZarvoApp>(tools.path()))
+{
+    QApplication::setQuitOnLastWindowClosed(false);
+    playDevice();
+    playStore();
+}
+
+Program::~Program() = default;
+
+void Program::playDevice(const Rules &first)
+{
+    Scenario scenario = tools.add(u"devicezarvo"_s);
+    if (first)
+        first(scenario);
+    scenario.when({u"devices"}).prints(kPhones);
+    scenario.when({u"apps", u"PHONE-1"}).prints(QString(kApps.toString()).remove(u'\n'));
+    scenario.when({u"info", u"PHONE-1"}).prints(kInfo);
+}
+
+void Program::playStore(const Rules &first)
+{
+    Scenario scenario = tools.add(u"ipatool"_s);
+    if (first)
+        first(scenario);
+    scenario.when({u"auth", u"info"}).prints(kSignedIn);
+    scenario.when({u"list-purchases"}).prints(u"{\"apps\":[],\"count\":0,\"totalCount\":0}");
+    scenario.when({u"download", u"--app-id", u"123"}).copies(mapsIPA).prints(u"{\"success\":true}");
+    scenario.when({u"download"}).copies(notesIPA).prints(u"{\"success\":true}");
+}
+
+// What a desktop does when the window comes and when a dialog of it goes.
+bool Program::activate() const
+{
+    window()->activateWindow();
+    return QTest::qWaitForWindowActive(window(), kPatience);
+}
+
+bool Program::start()
+{
+    m_app->applicationDidFinishLaunching();
+    return activate();
+}
+
+bool Program::startWithPhone()
+{
+    return start() && QTest::qWaitFor([this] { return phonesListed().size() == 2; }, kPatience);
+}
+
+bool Program::startWithApps()
+{
+    if (!startWithPhone())
+        return false;
+    choosePhone();
+    return QTest::qWaitFor([this] { return !isBusy() && namesListed().size() == 3; }, kPatience);
+}
+
+QWidget *Program::window() const
+{
+    const QWidgetList all = QApplication::topLevelWidgets();
+    for (QWidget *widget : all) {
+        if (widget->objectName() == "window"_L1)
+            return widget;
+    }
+    return nullptr;
+}
+
+QStringList Program::phonesListed() const
+{
+    const auto *picker = find<QComboBox>("phonePicker");
+    QStringList listed;
+    for (int i = 0; i < picker->count(); ++i)
+        listed.append(picker->itemText(i));
+    return listed;
+}
+
+QStringList Program::namesListed() const
+{
+    const QAbstractItemModel *model = find<QTableView>("table")->model();
+    QStringList listed;
+    for (int row = 0; row < model->rowCount(); ++row)
+        listed.append(model->index(row, 0).data().toString());
+    return listed;
+}
+
+void Program::press(const char *button) const
+{
+    QTest::mouseClick(find(button), Qt::LeftButton);
+}
+
+void Program::choosePhone(Qt::Key key) const
+{
+    auto *picker = find<QComboBox>("phonePicker");
+    picker->setFocus();
+    QTest::keyClick(picker, key);
+}
+
+bool Program::chooseApp(const QString &name) const
+{
+    auto *table = find<QTableView>("table");
+    const qsizetype row = namesListed().indexOf(name);
+    if (row < 0)
+        return false;
+    const QModelIndex cell = table->model()->index(static_cast<int>(row), 0);
+    table->scrollTo(cell);
+    QTest::mouseClick(table->viewport(), Qt::LeftButton, {}, table->visualRect(cell).center());
+    return table->selectionModel()->isRowSelected(cell.row());
+}
+
+void Program::type(const char *field, const QString &text) const
+{
+    auto *line = find<QLineEdit>(field);
+    line->setFocus();
+    line->selectAll();
+    QTest::keyClick(line, Qt::Key_Delete);
+    for (const QChar letter : text) // QTest::keyClicks() knows Latin letters only
+        QTest::sendKeyEvent(QTest::Click, line, Qt::Key_unknown, QString(letter), Qt::NoModifier);
+}
+
+bool Program::download(const std::function<void(QFileDialog &)> &inspect, const std::function<void()> &then) const
+{
+    bool answered = false;
+    QTimer answering;
+    QObject::connect(&answering, &QTimer::timeout, &answering, [&] {
+        QFileDialog *chooser = openChooser();
+        if (!chooser || answered)
+            return;
+        answered = true;
+        if (inspect)
+            inspect(*chooser);
+        chooser->findChild<QLineEdit *>(u"fileNameEdit"_s)->setText(destination.path());
+        QPushButton *confirm = buttonReading(chooser, u"Сохранить сюда"_s);
+        if (confirm && chooser->isVisible())
+            confirm->click();
+        if (chooser->isVisible())
+            chooser->reject();
+        if (then)
+            then();
+    });
+    answering.start(kLookAgain);
+    press("downloadButton");
+    return answered && activate();
+}
+
+QDialog *Program::alert() const
+{
+    const auto dialogs = window()->findChildren<QDialog *>();
+    for (QDialog *dialog : dialogs) {
+        if (dialog->isVisible())
+            return dialog;
+    }
+    return nullptr;
+}
+
+bool Program::answerAlert(const QString &title) const
+{
+    QPushButton *button = alert() ? buttonReading(alert(), title) : nullptr;
+    if (button)
+        QTest::mouseClick(button, Qt::LeftButton);
+    return button && !alert() && activate();
+}
+
+QStringList Program::saved() const
+{
+    return QDir(destination.path()).entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot);
+}
+
+QByteArray Program::savedBytes(const QString &name) const
+{
+    return ContentOf(destination.filePath(name));
+}

@@ -1,0 +1,101 @@
+// The program as its user meets it: the real controller with its window offscreen, tools played by the helper,
+// everything found by its name and used with mouse and keys. Main thread only.
+#pragma once
+
+#include "app/zarvo_app.h"
+#include "support/scripted_tools.h"
+
+#include <QAbstractButton>
+#include <QComboBox>
+#include <QDialog>
+#include <QFileDialog>
+#include <QLabel>
+#include <QLineEdit>
+#include <QTableView>
+#include <QTemporaryDir>
+#include <QTest>
+
+#include <functional>
+#include <memory>
+
+/// Long enough for a slow machine under a sanitizer; only a failing test waits for it.
+inline constexpr int kPatience = 20'000;
+#define EVENTUALLY(condition) QTRY_VERIFY_WITH_TIMEOUT(condition, kPatience)
+#define EVENTUALLY_EQUAL(actual, expected) QTRY_COMPARE_WITH_TIMEOUT(actual, expected, kPatience)
+
+/// Rules that a tool follows before the usual ones.
+using Rules = std::function<void(Scenario &)>;
+
+/// What each test gets afresh. Unless told otherwise the tools are well, the account is signed in, one phone is
+/// connected, and three apps are on it: one whose store identifiers are known, one that must be looked up in the
+/// purchases, and one with a name like markup.
+class Program
+{
+public:
+    Program();
+    ~Program();
+    Program(const Program &) = delete;
+    Program &operator=(const Program &) = delete;
+
+    /// For initMain(): settings of the person who runs the tests are neither read nor written.
+    static void isolate();
+
+    void playDevice(const Rules &first = {});
+    void playStore(const Rules &first = {});
+
+    /// Starts the program; true when its window is the active one.
+    bool start();
+    /// Starts it and waits for the phone in the list; true when it has come.
+    bool startWithPhone();
+    /// Starts it, chooses the phone and waits for the apps; true when they are there.
+    bool startWithApps();
+
+    template <typename Widget = QAbstractButton>
+    Widget *find(const char *name) const
+    {
+        return window()->findChild<Widget *>(QLatin1StringView(name));
+    }
+    QWidget *window() const;
+    QString text(const char *label) const { return find<QLabel>(label)->text(); }
+    QString status() const { return text("statusLabel"); }
+    QString transfer() const { return text("transferLabel"); }
+    bool isBusy() const { return find("cancelButton")->isEnabled(); }
+    QStringList phonesListed() const;
+    QStringList namesListed() const;
+
+    void press(const char *button) const;
+    /// What a press on the button asks for, also when the button is disabled.
+    void ask(const char *button) const { Q_EMIT find(button)->clicked(); }
+    /// Presses a key on the list of phones, by default the one that leads to the last phone.
+    void choosePhone(Qt::Key key = Qt::Key_End) const;
+    /// Clicks the app's row; false when there is none.
+    bool chooseApp(const QString &name) const;
+    void type(const char *field, const QString &text) const;
+
+    /// Presses the download button and answers the folder chooser: sees `inspect` done, types the destination,
+    /// confirms, and sees `then` done before the program goes on. False when no chooser came.
+    bool download(const std::function<void(QFileDialog &)> &inspect = {},
+                  const std::function<void()> &then = {}) const;
+
+    /// The alert on the window; null when there is none.
+    QDialog *alert() const;
+    /// Presses the button of the alert that reads so.
+    bool answerAlert(const QString &title) const;
+
+    /// The names in the destination folder, hidden ones included.
+    QStringList saved() const;
+    QByteArray savedBytes(const QString &name) const;
+
+    ScriptedTools tools;
+    QTemporaryDir destination; // made before, hence not among the temporary files
+    TemporaryTmpdir temporary;
+    QString mapsIPA;  ///< of the app "Карты", in the installed version
+    QString notesIPA; ///< of the app "заметки"
+
+private:
+    bool activate() const;
+
+    std::unique_ptr<ZarvoApp> m_app;
+};
+
+QByteArray ContentOf(const QString &path);

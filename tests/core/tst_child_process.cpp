@@ -1,0 +1,261 @@
+#include "core/private_folder.h"
+#include "tool_fixture.h"
+
+#include <QCoreApplication>
+#include <QDir>
+#include <QProcess>
+#include <QTest>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <future>
+#include <thread>
+
+using namespace Qt::StringLiterals;
+using namespace std::chrono_literals;
+
+class ChildProcessTest : public ToolFixture
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void passesArgumentsAsTheyAre();
+    void givesTheChildNothingElse();
+    void replacesTheEnvironmentAndLimitsFiles();
+    void refusesWhatCannotBeStarted_data();
+    void refusesWhatCannotBeStarted();
+    void doesNotWaitForGrandchildren();
+    void endsWhenAnotherThreadTerminatesIt();
+    void keepsStatusWhenChildSignalIsIgnored();
+    void endsChildrenWhenItDies_data();
+    void endsChildrenWhenItDies();
+};
+
+void ChildProcessTest::passesArgumentsAsTheyAre()
+{
+    tool().exits(0);
+    const QStringList arguments{u""_s,    u"two words"_s,         u"$HOME `id` ; *"_s, u"\"'\\"_s,
+                                u"-rf"_s, u"Привет 🙂"_s, u"line\nbreak"_s};
+    QVERIFY(run(arguments));
+    QCOMPARE(m_tools->calls(u"tool"_s), QList<QStringList>{arguments});
+}
+
+void ChildProcessTest::givesTheChildNothingElse()
+{
+    const int inheritable = ::open("/dev/zero", O_RDONLY); // as a careless library would open it
+    QVERIFY(inheritable > 2);
+    ::signal(SIGPIPE, SIG_IGN);
+    sigset_t masked;
+    sigemptyset(&masked);
+    sigaddset(&masked, SIGTERM);
+    ::pthread_sigmask(SIG_BLOCK, &masked, nullptr);
+    qputenv("ZARVO_INHERITED", "да");
+
+    tool().promptsOnTerminal(u"password: ");
+    const auto result = run();
+    ::close(inheritable);
+    ::signal(SIGPIPE, SIG_DFL);
+    ::pthread_sigmask(SIG_UNBLOCK, &masked, nullptr);
+    QVERIFY(result);
+
+    const QJsonObject call = events(u"call").value(0);
+    QCOMPARE(call.value("descriptors"_L1).toObject().keys(), QStringList({u"0"_s, u"1"_s, u"2"_s}));
+    QVERIFY(call.value("nullInput"_L1).toBool());
+    QCOMPARE(call.value("session"_L1), call.value("pid"_L1));
+    QCOMPARE(call.value("parent"_L1).toInt(), ::getpid());
+    QCOMPARE(call.value("ignored"_L1).toArray(), QJsonArray());
+    QCOMPARE(call.value("blocked"_L1).toArray(), QJsonArray());
+    QCOMPARE(call.value("folder"_L1).toString(), QDir::currentPath());
+    QVERIFY(call.value("environment"_L1).toArray().contains(u"ZARVO_INHERITED=да"_s));
+    const auto prompts = events(u"terminal");
+    QCOMPARE(prompts.size(), 1);
+    QVERIFY(!prompts.first().value("opened"_L1).toBool(true));
+}
+
+void ChildProcessTest::replacesTheEnvironmentAndLimitsFiles()
+{
+    constexpr qint64 limit = 1 << 20;
+    tool().grows(2 * limit, 0ms);
+    RunLimits limits;
+    limits.environment = {"ONLY=this"};
+    limits.fileSize = limit;
+    const QString written = file(u"app.ipa"_s);
+    const auto result = run({u"--output"_s, written}, {}, nullptr, kAmple, limits);
+    QVERIFY(result);
+    QCOMPARE(result->code, SIGXFSZ);
+    QCOMPARE(QFileInfo(written).size(), limit);
+    QCOMPARE(events(u"call").value(0).value("environment"_L1).toArray(), QJsonArray{u"ONLY=this"_s});
+}
+
+void ChildProcessTest::refusesWhatCannotBeStarted_data()
+{
+    QTest::addColumn<QByteArray>("content"); // null: no file
+    QTest::addColumn<int>("mode");           // 0: a folder
+    QTest::addColumn<QStringList>("arguments");
+    QTest::addColumn<QString>("reason");
+
+    const QString missing = u"Нет такого файла или каталога"_s;
+    const QString denied = u"Отказано в доступе"_s;
+    QTest::newRow("missing") << QByteArray() << 0700 << QStringList() << missing;
+    QTest::newRow("not executable") << QByteArray("#!/bin/sh\n") << 0600 << QStringList() << denied;
+    QTest::newRow("a folder") << QByteArray("") << 0 << QStringList() << denied;
+    QTest::newRow("interpreter missing") << QByteArray("#!/no/such\n") << 0700 << QStringList() << missing;
+    QTest::newRow("no program at all")
+        << QByteArray("words") << 0700 << QStringList() << u"Ошибка формата выполняемого файла"_s;
+    QTest::newRow("an argument that would be cut")
+        << QByteArray("#!/bin/sh\n") << 0700 << QStringList(u"a"_s + QChar::Null + u"b"_s)
+        << u"Недопустимый аргумент"_s;
+}
+
+void ChildProcessTest::refusesWhatCannotBeStarted()
+{
+    QFETCH(const QByteArray, content);
+    QFETCH(const int, mode);
+    QFETCH(const QStringList, arguments);
+    QFETCH(const QString, reason);
+    const QString program = m_tools->toolPath(u"odd"_s);
+    if (mode == 0) {
+        QVERIFY(QDir().mkdir(program));
+    } else if (!content.isNull()) {
+        QFile written(program);
+        QVERIFY(written.open(QIODevice::WriteOnly));
+        written.write(content);
+        written.close();
+        QCOMPARE(::chmod(QFile::encodeName(program).constData(), static_cast<mode_t>(mode)), 0);
+    }
+    bool started = false;
+    RunHooks hooks;
+    hooks.started = [&](const auto &) { started = true; };
+    Error error;
+    QVERIFY(!ZarvoCommand(program, arguments, kAmple, hooks, &error));
+    QCOMPARE(error.message, u"Не удалось запустить «odd»: %1."_s.arg(reason));
+    QVERIFY(!started);
+    QVERIFY(!ZarvoCommand(program, arguments, kAmple)); // the reason is not asked for
+}
+
+void ChildProcessTest::doesNotWaitForGrandchildren()
+{
+    tool().prints(u"done").leavesGrandchild(60s).exits(0);
+    const auto result = run();
+    QVERIFY(result);
+    QCOMPARE(result->out, u"done"_s);
+    QVERIFY(m_tools->waitForEvents(u"tool"_s, u"grandchild", 1));
+    const pid_t grandchild = pidOf(events(u"grandchild").first());
+    QVERIFY(IsProcessAlive(grandchild));
+    ::kill(grandchild, SIGKILL);
+}
+
+void ChildProcessTest::endsWhenAnotherThreadTerminatesIt()
+{
+    tool().sleeps(60s);
+    const auto caller = std::this_thread::get_id();
+    for (int i = 0; i < 20; ++i) {
+        std::thread other;
+        int started = 0;
+        RunHooks hooks;
+        hooks.started = [&](const std::shared_ptr<ChildProcess> &child) {
+            started += std::this_thread::get_id() == caller ? 1 : 100;
+            other = std::thread([child] {
+                do { // goes on into the moment at which the child is reaped
+                    child->terminate();
+                } while (child->isRunning());
+            });
+        };
+        const auto result = run({}, hooks);
+        other.join();
+        QVERIFY(result);
+        QCOMPARE(result->code, SIGTERM);
+        QCOMPARE(started, 1);
+    }
+}
+
+void ChildProcessTest::keepsStatusWhenChildSignalIsIgnored()
+{
+    tool().exits(3);
+    const auto before = ::signal(SIGCHLD, SIG_IGN); // as inherited from a careless launcher
+    const auto result = run();
+    ::signal(SIGCHLD, before);
+    QVERIFY(result);
+    QCOMPARE(result->code, 3);
+}
+
+void ChildProcessTest::endsChildrenWhenItDies_data()
+{
+    QTest::addColumn<QString>("mode");
+    QTest::addColumn<bool>("leavesFolder");
+    QTest::newRow("killed: the child ends too") << u"--wait"_s << true;
+    QTest::newRow("leaves without waiting for its worker: no child, no folder") << u"--leave"_s << false;
+}
+
+void ChildProcessTest::endsChildrenWhenItDies()
+{
+    QFETCH(const QString, mode);
+    QFETCH(const bool, leavesFolder);
+    tool().ignoresTermination().touches(file(u"ready"_s)).sleeps(60s);
+    QProcess program;
+    program.setProcessChannelMode(QProcess::ForwardedChannels);
+    program.start(QCoreApplication::applicationFilePath(), {mode, path(), file(u"ready"_s)});
+    QTRY_VERIFY_WITH_TIMEOUT(isThere(u"ready"_s), 20'000);
+    QVERIFY(isAnythingAlive() || mode == "--leave"_L1);
+    if (mode == "--wait"_L1)
+        ::kill(static_cast<pid_t>(program.processId()), SIGKILL);
+    QTRY_COMPARE_WITH_TIMEOUT(program.state(), QProcess::NotRunning, 20'000);
+    if (mode == "--leave"_L1)
+        QCOMPARE(program.exitCode(), 0);
+    QTRY_VERIFY(!isAnythingAlive());
+    const QStringList left = PrivateFoldersIn(m_tmpdir->path());
+    QCOMPARE(left.size(), leavesFolder ? 1 : 0);
+    for (const QString &name : left)
+        QDir(m_tmpdir->path() + u'/' + name).removeRecursively();
+}
+
+namespace {
+
+constexpr auto kNever = 1h;
+
+// The program that a test ends: it waits for the tool until it is killed.
+int waitForTool(const QString &path)
+{
+    return ZarvoCommand(path, {}, kNever) ? 0 : 1;
+}
+
+// The program that quits while a worker is in the middle of a run, and does not wait for the worker: 0 when
+// the child has ended and nothing can be started any more.
+int leaveTool(const QString &path, const QString &ready)
+{
+    std::promise<std::shared_ptr<ChildProcess>> started;
+    std::thread([path, &started] {
+        RunHooks hooks;
+        hooks.started = [&](const std::shared_ptr<ChildProcess> &child) { started.set_value(child); };
+        hooks.tick = [] { std::this_thread::sleep_for(kNever); };
+        ZarvoCommand(path, {}, kNever, hooks);
+    }).detach();
+    const auto child = started.get_future().get();
+    while (!QFileInfo::exists(ready))
+        std::this_thread::sleep_for(5ms);
+    ChildProcess::killAll();
+    PrivateFolder::removeAll();
+    ChildProcess::Options another;
+    another.path = path;
+    const bool over =
+        child->waitForExit(20s) && !ChildProcess::start(another) && !PrivateFolder::createTemporary();
+    std::_Exit(over ? 0 : 1);
+}
+
+} // namespace
+
+int main(int argc, char **argv)
+{
+    QCoreApplication application(argc, argv);
+    const QStringList arguments = QCoreApplication::arguments();
+    if (arguments.value(1) == "--wait"_L1)
+        return waitForTool(arguments.value(2));
+    if (arguments.value(1) == "--leave"_L1)
+        return leaveTool(arguments.value(2), arguments.value(3));
+    ChildProcessTest test;
+    return QTest::qExec(&test, argc, argv);
+}
+
+#include "tst_child_process.moc"

@@ -1,0 +1,72 @@
+#include "core/ipa_file_naming.h"
+#include "core/password_policy.h"
+#include "core/self_test.h"
+
+#include <QTest>
+
+using namespace Qt::StringLiterals;
+
+class TextRulesTest : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void judgesPasswords_data();
+    void judgesPasswords();
+    void acceptsExactlyPrintableASCII();
+    void selfTestNoticesBrokenRules_data();
+    void selfTestNoticesBrokenRules();
+};
+
+void TextRulesTest::judgesPasswords_data()
+{
+    QTest::addColumn<QString>("password");
+    QTest::addColumn<bool>("accepted");
+    QTest::newRow("letters, digits, punctuation: accepted") << u"Kpm274!?"_s << true;
+    QTest::newRow("nothing: accepted") << QString() << true;
+    QTest::newRow("blank inside: accepted") << u"a b"_s << true;
+    QTest::newRow("Cyrillic: refused") << u"Пароль"_s << false;
+    QTest::newRow("one Cyrillic letter that looks Latin: refused") << u"pаss"_s << false;
+    QTest::newRow("accent: refused") << u"caf\u00E9"_s << false;
+    QTest::newRow("beyond the basic plane: refused") << u"ok🙂"_s << false;
+}
+
+void TextRulesTest::judgesPasswords()
+{
+    QFETCH(const QString, password);
+    QTEST(ZarvoLatin(password), "accepted");
+}
+
+void TextRulesTest::acceptsExactlyPrintableASCII()
+{
+    for (char32_t unit = 0; unit <= 0xFFFF; ++unit) {
+        const bool accepted = ZarvoLatin(QString(QChar(static_cast<char16_t>(unit))));
+        QVERIFY2(accepted == (unit >= 0x20 && unit <= 0x7E), qPrintable(QString::number(unit, 16)));
+    }
+}
+
+void TextRulesTest::selfTestNoticesBrokenRules_data()
+{
+    QTest::addColumn<SelfTestRules>("rules");
+    QTest::addColumn<bool>("passes");
+    const auto latinNames = [](const QString &name, const QString &version) {
+        return ZarvoFilename(QString(name).replace(u"Авито"_s, u"Avito"_s), version);
+    };
+    const auto noVersion = [](const QString &name, const QString &) { return QString(name + u".ipa"_s); };
+    QTest::newRow("as built: passes") << SelfTestRules{ZarvoLatin, ZarvoFilename} << true;
+    QTest::newRow("accepts Cyrillic: fails")
+        << SelfTestRules{[](QStringView) { return true; }, ZarvoFilename} << false;
+    QTest::newRow("accepts nothing: fails")
+        << SelfTestRules{[](QStringView) { return false; }, ZarvoFilename} << false;
+    QTest::newRow("transliterates: fails") << SelfTestRules{ZarvoLatin, latinNames} << false;
+    QTest::newRow("drops the version: fails") << SelfTestRules{ZarvoLatin, noVersion} << false;
+}
+
+void TextRulesTest::selfTestNoticesBrokenRules()
+{
+    QFETCH(const SelfTestRules, rules);
+    QTEST(SelfTestPasses(rules), "passes");
+}
+
+QTEST_APPLESS_MAIN(TextRulesTest)
+#include "tst_text_rules.moc"

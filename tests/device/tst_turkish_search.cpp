@@ -1,0 +1,26 @@
+#include "device/installed_apps.h"
+
+#include <QTest>
+
+using namespace Qt::StringLiterals;
+
+/// A program of its own: the user's language is read once.
+class TurkishSearchTest : public QObject
+{
+    Q_OBJECT
+
+public:
+    static void initMain() { qputenv("LC_ALL", "tr_TR.UTF-8"); }
+
+private Q_SLOTS:
+    void tellsTheDotlessLetter()
+    {
+        const QList<AppRow> apps{{{}, u"ILIK"_s, {}, {}, {}, {}}, {{}, u"İzmir"_s, {}, {}, {}, {}}};
+        const auto found = [&](const QString &text) { return FilterApps(apps, MakeSearchKeys(apps), text); };
+        QCOMPARE(found(u"ılı"_s), apps.first(1));
+        QCOMPARE(found(u"i"_s), apps.last(1));
+    }
+};
+
+QTEST_GUILESS_MAIN(TurkishSearchTest)
+#include "tst_turkish_search.moc"

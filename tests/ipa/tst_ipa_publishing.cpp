@@ -1,0 +1,462 @@
+#include "ipa/file_moving.h"
+#include "ipa/ipa_publishing.h"
+#include "ipa_writer.h"
+
+#include <QTemporaryDir>
+#include <QTest>
+
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <csignal>
+#include <fstream>
+#include <functional>
+#include <iterator>
+#include <thread>
+
+using namespace Qt::StringLiterals;
+
+namespace fs = std::filesystem;
+
+namespace {
+
+const QString kLink = u"В выбранной папке уже есть ссылка с таким именем. Выберите другую папку."_s;
+const QString kForeign = u"В выбранной папке уже есть другой файл с таким именем. Он сохранён без изменений. "
+                         "Выберите другую папку."_s;
+const QString kNotReplaced = u"Не удалось заменить ранее сохранённый IPA."_s;
+
+const IPAInfo kInfo{u"com.example.app"_s, u"1.0"_s};
+
+// Enough for every order of the two sides' steps to come up many times.
+constexpr int kRaceRounds = 400;
+constexpr auto kRaceStep = std::chrono::nanoseconds(500);
+constexpr int kPublishingRaceRounds = 60; // each one validates an IPA
+
+// Memory of its own: a volume that is not the one of the temporary files.
+constexpr const char *kOtherVolume = "/dev/shm";
+
+std::string contents(const fs::path &file)
+{
+    std::ifstream in(file, std::ios::binary);
+    return {std::istreambuf_iterator<char>(in), {}};
+}
+
+void write(const fs::path &file, const std::string &bytes)
+{
+    std::ofstream(file, std::ios::binary) << bytes;
+}
+
+dev_t deviceOf(const fs::path &file)
+{
+    struct stat status = {};
+    return ::stat(file.c_str(), &status) == 0 ? status.st_dev : 0;
+}
+
+size_t entriesIn(const fs::path &folder)
+{
+    return static_cast<size_t>(std::distance(fs::directory_iterator(folder), {}));
+}
+
+// Publishes while another thread acts on the same name, and returns what publishing said.
+bool race(const std::function<bool()> &publish, const std::function<void()> &act, int round)
+{
+    std::atomic<int> ready = 0;
+    const auto start = [&ready] {
+        ++ready;
+        while (ready < 2)
+            std::this_thread::yield();
+    };
+    std::thread other([&] {
+        start();
+        // A little later every round: the other side's moment wanders through ours.
+        const auto moment = std::chrono::steady_clock::now() + (round % 100) * kRaceStep;
+        while (std::chrono::steady_clock::now() < moment) {
+        }
+        act();
+    });
+    start();
+    const bool published = publish();
+    other.join();
+    return published;
+}
+
+} // namespace
+
+class TestIPAPublishing : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void init();
+    void freeName_data();
+    void freeName();
+    void noSuchFolder_data();
+    void noSuchFolder();
+    void sameBytes();
+    void earlierCopy();
+    void foreign_data();
+    void foreign();
+    void missingSource();
+    void otherVolume();
+    void fullVolume();
+    void everyWayOfMoving_data();
+    void everyWayOfMoving();
+    void everyWayOfReplacing_data();
+    void everyWayOfReplacing();
+    void raceWithCreation_data();
+    void raceWithCreation();
+    void raceWithReplacement_data();
+    void raceWithReplacement();
+    void raceWithPublishing();
+
+private:
+    bool publish(Error *error = nullptr) const
+    {
+        return ZarvoPublishIPA(m_source, m_destination, kInfo, error);
+    }
+
+    std::unique_ptr<QTemporaryDir> m_folder;
+    fs::path m_source;
+    fs::path m_destination;
+    std::string m_new; // the bytes of the source
+};
+
+void TestIPAPublishing::init()
+{
+    m_folder = std::make_unique<QTemporaryDir>();
+    QVERIFY(m_folder->isValid());
+    const fs::path folder(m_folder->path().toStdString());
+    fs::create_directories(folder / "private");
+    fs::create_directories(folder / "chosen");
+    m_source = folder / "private" / "new.ipa";
+    m_destination = folder / "chosen" / "Банк 1.0.ipa";
+    QVERIFY(writeIPA(m_source, {.padding = 3 << 20}));
+    m_new = contents(m_source);
+}
+
+void TestIPAPublishing::freeName_data()
+{
+    QTest::addColumn<std::string>("name");
+    QTest::newRow("plain") << std::string("a.ipa");
+    QTest::newRow("Cyrillic") << std::string("Банк.ipa");
+    QTest::newRow("not UTF-8") << std::string("\xE0\xFF");
+    QTest::newRow("longest possible") << std::string(255, 'x');
+}
+
+void TestIPAPublishing::freeName()
+{
+    QFETCH(std::string, name);
+    const fs::path destination = m_destination.parent_path() / name;
+    Error error{u"untouched"_s};
+    QVERIFY2(ZarvoPublishIPA(m_source, destination, kInfo, &error), qPrintable(error.message));
+    QCOMPARE(contents(destination), m_new);
+    QVERIFY(!exists(m_source));
+    QCOMPARE(error.message, u"untouched"_s);
+    fs::remove(destination);
+}
+
+void TestIPAPublishing::noSuchFolder_data()
+{
+    QTest::addColumn<std::string>("name");
+    QTest::addColumn<QString>("message");
+    QTest::newRow("folder missing") << std::string("none/a.ipa")
+                                    << u"Не удалось сохранить «a.ipa»: Нет такого файла или каталога."_s;
+    QTest::newRow("folder is a file")
+        << std::string("private/new.ipa/b.ipa") << u"Не удалось сохранить «b.ipa»: Это не каталог."_s;
+    QTest::newRow("name too long") << std::string(256, 'x')
+                                   << u"Не удалось сохранить «%1»: Слишком длинное имя файла."_s.arg(
+                                          QString(256, u'x'));
+}
+
+void TestIPAPublishing::noSuchFolder()
+{
+    QFETCH(std::string, name);
+    QFETCH(QString, message);
+    const fs::path destination = fs::path(m_folder->path().toStdString()) / name;
+    Error error;
+    QVERIFY(!ZarvoPublishIPA(m_source, destination, kInfo, &error));
+    QCOMPARE(error.message, message);
+    QCOMPARE(contents(m_source), m_new);
+    QVERIFY(!ZarvoPublishIPA(m_source, destination, kInfo));
+}
+
+void TestIPAPublishing::sameBytes()
+{
+    fs::copy_file(m_source, m_destination);
+    const auto before = StateOf(m_destination);
+    // Also when the info is not the file's: equal bytes need no other proof.
+    QVERIFY(ZarvoPublishIPA(m_source, m_destination, {u"other"_s, u"2"_s}));
+    QCOMPARE(StateOf(m_destination) == before, true);
+    QCOMPARE(contents(m_source), m_new);
+
+    fs::remove(m_destination);
+    fs::create_hard_link(m_source, m_destination);
+    QVERIFY(publish());
+    QCOMPARE(contents(m_source), m_new);
+    QCOMPARE(contents(m_destination), m_new);
+}
+
+void TestIPAPublishing::earlierCopy()
+{
+    QVERIFY(writeIPA(m_destination, {.padding = 100}));
+    const std::ifstream reader(m_destination); // who reads the old file keeps it
+    QVERIFY(publish());
+    QCOMPARE(contents(m_destination), m_new);
+    QVERIFY(!exists(m_source));
+    QCOMPARE(entriesIn(m_destination.parent_path()), size_t{1});
+}
+
+void TestIPAPublishing::foreign_data()
+{
+    using Make = std::function<void(const fs::path &)>;
+    QTest::addColumn<Make>("make");
+    QTest::addColumn<QString>("message");
+    const auto row = [](const char *name, const Make &make, const QString &message = kForeign) {
+        QTest::newRow(name) << make << message;
+    };
+    row("no archive", [](const fs::path &p) { write(p, "my notes"); });
+    row("empty file", [](const fs::path &p) { write(p, ""); });
+    row("IPA of another app", [](const fs::path &p) { writeIPA(p, {.id = u"com.example.App"_s}); });
+    row("IPA of another version", [](const fs::path &p) { writeIPA(p, {.version = u"1.0.0"_s}); });
+    row("damaged earlier copy", [](const fs::path &p) {
+        writeIPA(p, {});
+        fs::resize_file(p, fs::file_size(p) - 10);
+    });
+    row("folder", [](const fs::path &p) { fs::create_directory(p); });
+    row("pipe", [](const fs::path &p) { ::mkfifo(p.c_str(), 0600); });
+    row(
+        "dangling link", [](const fs::path &p) { fs::create_symlink("nowhere", p); }, kLink);
+    row(
+        "link to an earlier copy",
+        [](const fs::path &p) {
+            writeIPA(p.parent_path() / "copy", {});
+            fs::create_symlink("copy", p);
+        },
+        kLink);
+    row(
+        "link to a folder", [](const fs::path &p) { fs::create_directory_symlink("/", p); }, kLink);
+}
+
+void TestIPAPublishing::foreign()
+{
+    QFETCH(std::function<void(const fs::path &)>, make);
+    QFETCH(QString, message);
+    make(m_destination);
+    const auto before = StateOf(m_destination);
+    QVERIFY(before);
+    Error error;
+    QVERIFY(!publish(&error));
+    QCOMPARE(error.message, message);
+    QVERIFY(!publish());
+    QVERIFY(StateOf(m_destination) == before);
+    QCOMPARE(contents(m_source), m_new);
+}
+
+void TestIPAPublishing::missingSource()
+{
+    fs::remove(m_source);
+    Error error;
+    QVERIFY(!publish(&error));
+    QCOMPARE(error.message, u"Не удалось сохранить «Банк 1.0.ipa»: Нет такого файла или каталога."_s);
+    QVERIFY(writeIPA(m_destination, {}));
+    QVERIFY(!publish(&error));
+    QCOMPARE(error.message, kNotReplaced);
+    QVERIFY(exists(m_destination));
+}
+
+void TestIPAPublishing::otherVolume()
+{
+    QTemporaryDir other(QLatin1StringView(kOtherVolume) + u"/zarvo-test-XXXXXX"_s);
+    if (!other.isValid() || deviceOf(kOtherVolume) == deviceOf(m_source))
+        QSKIP("Not seen: moving across volumes. /dev/shm and the folder for temporary files are one volume "
+              "here.");
+    const fs::path folder(other.path().toStdString());
+    fs::permissions(m_source, fs::perms(0644));
+    const auto before = StateOf(m_source);
+    Error error;
+    QVERIFY2(ZarvoPublishIPA(m_source, folder / "a.ipa", kInfo, &error), qPrintable(error.message));
+    QCOMPARE(contents(folder / "a.ipa"), m_new);
+    QVERIFY(fs::status(folder / "a.ipa").permissions() == fs::perms(0644));
+    QCOMPARE(StateOf(folder / "a.ipa")->modifiedNanoseconds, before->modifiedNanoseconds);
+    QVERIFY(!exists(m_source));
+    QCOMPARE(entriesIn(folder), size_t{1});
+
+    QVERIFY(writeIPA(m_source, {.padding = 7}));
+    QVERIFY(!ZarvoPublishIPA(m_source, folder / "a.ipa", kInfo, &error));
+    QCOMPARE(error.message, kNotReplaced);
+    QCOMPARE(contents(folder / "a.ipa"), m_new);
+    QVERIFY(exists(m_source));
+    QCOMPARE(entriesIn(folder), size_t{1});
+}
+
+// A copy that breaks off in the middle leaves nothing under any name.
+void TestIPAPublishing::fullVolume()
+{
+    QTemporaryDir other(QLatin1StringView(kOtherVolume) + u"/zarvo-test-XXXXXX"_s);
+    if (!other.isValid() || deviceOf(kOtherVolume) == deviceOf(m_source))
+        QSKIP("Not seen: moving across volumes. /dev/shm and the folder for temporary files are one volume "
+              "here.");
+    const fs::path folder(other.path().toStdString());
+    rlimit before{};
+    QCOMPARE(::getrlimit(RLIMIT_FSIZE, &before), 0);
+    rlimit small = before;
+    small.rlim_cur = 1'500'000;
+    const auto oldHandler = std::signal(SIGXFSZ, SIG_IGN);
+    QCOMPARE(::setrlimit(RLIMIT_FSIZE, &small), 0);
+    Error error;
+    const bool published = ZarvoPublishIPA(m_source, folder / "a.ipa", kInfo, &error);
+    QCOMPARE(::setrlimit(RLIMIT_FSIZE, &before), 0);
+    std::signal(SIGXFSZ, oldHandler);
+    QVERIFY(!published);
+    QCOMPARE(error.message, u"Не удалось сохранить «a.ipa»: Файл слишком велик."_s);
+    QCOMPARE(entriesIn(folder), size_t{0});
+    QCOMPARE(contents(m_source), m_new);
+}
+
+void TestIPAPublishing::everyWayOfMoving_data()
+{
+    QTest::addColumn<MoveWay>("way");
+    QTest::newRow("exclusive rename") << MoveWay::RenameExclusively;
+    QTest::newRow("link, then unlink") << MoveWay::LinkThenUnlink;
+    QTest::newRow("claim, then rename") << MoveWay::ClaimThenRename;
+}
+
+void TestIPAPublishing::everyWayOfMoving()
+{
+    QFETCH(MoveWay, way);
+    write(m_destination, "foreign");
+    QVERIFY(!MoveWithoutReplacing(m_source, m_destination, nullptr, way));
+    QCOMPARE(contents(m_destination), std::string("foreign"));
+    QCOMPARE(contents(m_source), m_new);
+    fs::remove(m_destination);
+
+    QVERIFY(MoveWithoutReplacing(m_source, m_destination, nullptr, way));
+    QCOMPARE(contents(m_destination), m_new);
+    QVERIFY(!exists(m_source));
+
+    // Nothing to move: the name stays free.
+    QVERIFY(!MoveWithoutReplacing(m_source, m_destination.string() + "2", nullptr, way));
+    QCOMPARE(entriesIn(m_destination.parent_path()), size_t{1});
+}
+
+void TestIPAPublishing::everyWayOfReplacing_data()
+{
+    QTest::addColumn<ReplaceWay>("way");
+    QTest::newRow("exchange") << ReplaceWay::Exchange;
+    QTest::newRow("check, then rename") << ReplaceWay::CheckThenRename;
+}
+
+void TestIPAPublishing::everyWayOfReplacing()
+{
+    QFETCH(ReplaceWay, way);
+    write(m_destination, "old");
+    const auto checked = StateOf(m_destination);
+    QVERIFY(checked);
+    write(m_destination, "changed since");
+    QCOMPARE(ReplaceFile(m_source, m_destination, *checked, way), Replacement::Refused);
+    QCOMPARE(contents(m_destination), std::string("changed since"));
+    QCOMPARE(contents(m_source), m_new);
+
+    QCOMPARE(ReplaceFile(m_source, m_destination, *StateOf(m_destination), way), Replacement::Done);
+    QCOMPARE(contents(m_destination), m_new);
+    QVERIFY(!exists(m_source));
+
+    fs::rename(m_destination, m_source);
+    QCOMPARE(ReplaceFile(m_source, m_destination, *checked, way), Replacement::Done); // removed meanwhile
+    QCOMPARE(contents(m_destination), m_new);
+}
+
+void TestIPAPublishing::raceWithCreation_data()
+{
+    everyWayOfMoving_data();
+}
+
+// Whoever creates the file first has the name; the other one is told so, and nobody's bytes are lost.
+void TestIPAPublishing::raceWithCreation()
+{
+    QFETCH(MoveWay, way);
+    int ours = 0;
+    for (int round = 0; round < kRaceRounds; ++round) {
+        fs::remove(m_destination);
+        write(m_source, "new");
+        bool created = false;
+        const bool moved =
+            race([&] { return MoveWithoutReplacing(m_source, m_destination, nullptr, way); },
+                 [&] {
+                     const FileDescriptor file(
+                         ::open(m_destination.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
+                     created = file.isOpen() && ::write(file.get(), "foreign", 7) == 7;
+                 },
+                 round);
+        QCOMPARE(moved, !created);
+        QCOMPARE(contents(m_destination), std::string(created ? "foreign" : "new"));
+        QCOMPARE(exists(m_source), created);
+        ours += moved ? 1 : 0;
+    }
+    qInfo("%d of %d names were ours", ours, kRaceRounds);
+}
+
+void TestIPAPublishing::raceWithReplacement_data()
+{
+    QTest::addColumn<bool>("removed");
+    QTest::newRow("another file gets the name") << false;
+    QTest::newRow("the old file is removed") << true;
+}
+
+// The foreign file is put there exactly once, before or after our step: it must be there at the end.
+void TestIPAPublishing::raceWithReplacement()
+{
+    QFETCH(bool, removed);
+    const fs::path other = m_destination.parent_path() / "other";
+    int ours = 0;
+    for (int round = 0; round < kRaceRounds; ++round) {
+        fs::remove(m_destination);
+        write(m_destination, "old");
+        write(m_source, "new");
+        write(other, "foreign");
+        const auto checked = StateOf(m_destination);
+        QVERIFY(checked);
+        const bool replaced =
+            race([&] { return ReplaceFile(m_source, m_destination, *checked) == Replacement::Done; },
+                 [&] {
+                     if (removed)
+                         ::unlink(m_destination.c_str());
+                     else
+                         ::rename(other.c_str(), m_destination.c_str());
+                 },
+                 round);
+        if (!removed)
+            QCOMPARE(contents(m_destination), std::string("foreign"));
+        else if (exists(m_destination))
+            QCOMPARE(contents(m_destination), std::string("new"));
+        if (!replaced && !removed && exists(m_source))
+            QCOMPARE(contents(m_source), std::string("new"));
+        ours += replaced ? 1 : 0;
+    }
+    qInfo("%d of %d replacements came first", ours, kRaceRounds);
+}
+
+// The same with everything: the earlier copy is being checked while another file takes its name.
+void TestIPAPublishing::raceWithPublishing()
+{
+    const fs::path other = m_destination.parent_path() / "other";
+    for (int round = 0; round < kPublishingRaceRounds; ++round) {
+        QVERIFY(writeIPA(m_source, {.padding = 11}));
+        QVERIFY(writeIPA(m_destination, {}));
+        write(other, "foreign");
+        Error error;
+        const bool published = race([&] { return publish(&error); },
+                                    [&] {
+                                        std::this_thread::sleep_for(std::chrono::microseconds(round * 500));
+                                        ::rename(other.c_str(), m_destination.c_str());
+                                    },
+                                    round);
+        QCOMPARE(contents(m_destination), std::string("foreign"));
+        QCOMPARE(error.message, published ? QString() : kForeign);
+    }
+}
+
+QTEST_GUILESS_MAIN(TestIPAPublishing)
+#include "tst_ipa_publishing.moc"

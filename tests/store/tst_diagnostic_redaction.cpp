@@ -1,0 +1,94 @@
+#include "store/diagnostic_redaction.h"
+
+#include <QTest>
+
+using namespace Qt::StringLiterals;
+
+class TestDiagnosticRedaction : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void whatIsShownOfTheOutput_data()
+    {
+        QTest::addColumn<QString>("out");
+        QTest::addColumn<QString>("err");
+        QTest::addColumn<QString>("expected");
+
+        QTest::newRow("an error goes before a message of level error, whatever their order")
+            << u"{\"level\":\"error\",\"message\":\"m\"}\n{\"error\":\"reason\"}"_s << u""_s << u"reason"_s;
+        QTest::newRow("errors of both outputs are joined, none is dropped for being said twice")
+            << u"{\"error\":\"one\"}"_s << u"{\"error\":\"two\"}\n{\"error\":\"one\"}"_s
+            << u"one • two • one"_s;
+        QTest::newRow("an error that is no text or empty is none: messages of failure are taken")
+            << u"{\"error\":{},\"success\":0,\"message\":\"a\"}\n{\"error\":\"\",\"level\":\"fatal\",\"message\":\"b\"}"_s
+            << u"log: {\"level\":\"panic\",\"message\":\"c\"}"_s << u"a • b • c"_s;
+        QTest::newRow("level is compared with its case; a message that is no text takes no part")
+            << u"{\"level\":\"Error\",\"message\":\"a\"}\n{\"success\":false,\"message\":1}"_s
+            << u"{\"level\":\"error\",\"message\":\"b\"}"_s << u"b"_s;
+        QTest::newRow("an empty message takes part in the joining")
+            << u"{\"level\":\"error\",\"message\":\"\"}\n{\"level\":\"error\",\"message\":\"b\"}"_s << u""_s
+            << u"• b"_s;
+        QTest::newRow("JSON that reports success hides plain lines")
+            << u"{\"success\":true,\"message\":\"done\"}"_s << u"secret plain line"_s << u""_s;
+        QTest::newRow("plain text of both outputs becomes one line")
+            << u"  first \u0085\u2028 second"_s << u"third\r\n"_s << u"first second third"_s;
+        QTest::newRow("control and format characters become blanks")
+            << u"a\u0007b\u200dc\u00add\ufeff"_s << u"\u001be"_s << u"a b c d e"_s;
+        QTest::newRow("colours go without a trace") << u"\u001b[1;31mre\u001b[0md"_s << u""_s << u"red"_s;
+        QTest::newRow("a secret in an error field is hidden")
+            << u"{\"error\":\"password=\\\"a b\\\" for anna@example.org\"}"_s << u""_s
+            << u"[секрет скрыт] for [аккаунт скрыт]"_s;
+        QTest::newRow("a key ends one output and its value begins the other: hidden all the same")
+            << u"token="_s << u"abc"_s << u"[секрет скрыт]"_s;
+        QTest::newRow("nothing printed, nothing shown") << u""_s << u""_s << u""_s;
+    }
+
+    void whatIsShownOfTheOutput()
+    {
+        QFETCH(QString, out);
+        QFETCH(QString, err);
+        QTEST(ZarvoSafeStoreDiagnostic({.code = 1, .out = out, .err = err, .data = {}}), "expected");
+    }
+
+    void aLongTextIsCutAfterItIsRedacted()
+    {
+        const auto shown = [](const QString &err) { return ZarvoSafeStoreDiagnostic({1, {}, err, {}}); };
+        QCOMPARE(shown(u"ab "_s.repeated(2000)), u"ab "_s.repeated(467).left(1400));
+        // The cut may leave a half of a pair, and a blank at the end.
+        QCOMPARE(shown(u'a' + u"\U0001f600"_s.repeated(2500)),
+                 u'a' + u"\U0001f600"_s.repeated(700).left(1399));
+        QCOMPARE(shown(u"ж"_s.repeated(1399) + u" end"_s), u"ж"_s.repeated(1399) + u' ');
+        // A secret that lies across the cut is hidden whole.
+        const QString before = u"ж"_s.repeated(1390) + u' ';
+        QCOMPARE(shown(before + u"password=0123456789"_s), before + u"[секрет с"_s);
+    }
+
+    void fragmentsAreHidden_data()
+    {
+        QTest::addColumn<QString>("text");
+        QTest::addColumn<QString>("expected");
+        QTest::newRow("a bearer token in a header goes with the header, the next line stays")
+            << u"Authorization: Bearer abc\nnext"_s << u"[заголовок скрыт]\nnext"_s;
+        QTest::newRow("an address with an at sign is an address")
+            << u"<https://a@b.example/x?sig=1> x"_s << u"<[адрес скрыт]> x"_s;
+        QTest::newRow("install addresses") << u"itms-services://?a=b c"_s << u"[адрес скрыт] c"_s;
+        QTest::newRow("a bearer token alone, up to the comma")
+            << u"bearer  abc, d"_s << u"Bearer [скрыто], d"_s;
+        QTest::newRow("a key in JSON text, quotes and all")
+            << u"\"X-Apple-Id\" : \"a b\", 'otp'='1 2';"_s << u"[секрет скрыт], [секрет скрыт];"_s;
+        QTest::newRow("home folders of both systems")
+            << u"/home/anna/x /Users/ivan"_s << u"/Users/[пользователь]/x /Users/[пользователь]"_s;
+        QTest::newRow("48 characters are data, 47 are a word")
+            << QString(48, u'a') + u' ' + QString(47, u'b') << u"[данные скрыты] "_s + QString(47, u'b');
+    }
+
+    void fragmentsAreHidden()
+    {
+        QFETCH(QString, text);
+        QTEST(RedactSecrets(text), "expected");
+    }
+};
+
+QTEST_GUILESS_MAIN(TestDiagnosticRedaction)
+#include "tst_diagnostic_redaction.moc"
