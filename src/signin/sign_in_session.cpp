@@ -25,9 +25,7 @@ constexpr auto kResendDelay = 30s;
 constexpr auto kWatchPeriod = 200ms;
 constexpr auto kTerminationGrace = 2s;
 constexpr size_t kPiece = 4096;
-// What is read before the window gets its turn again. More than a terminal holds (640 KB on Linux), so that
-// one round takes in all that an ended child has left behind.
-constexpr int kPiecesAtOnce = 256;
+constexpr int kPiecesAtOnce = 32; // then the window gets its turn: about a millisecond
 
 // A tool that is not wanted any more must not go on to store a session. It is asked first; the handle can
 // signal no other process, however late.
@@ -126,10 +124,10 @@ void LegacyAuth::tick(const std::shared_ptr<ChildProcess> &child)
 {
     // Asked before reading: what an ended child has written is then read completely.
     const bool ended = !child->isRunning();
-    readAvailable();
+    const bool readAll = readAvailable();
     if (child != process)
         return; // what was read has ended the attempt
-    if (ended)
+    if (ended && readAll)
         return finishProcess(child);
     if (deadline < m_now())
         return fail(u"Время ожидания входа истекло. Проверьте интернет и повторите попытку."_s);
@@ -151,23 +149,24 @@ bool LegacyAuth::send(QStringView text)
     return false;
 }
 
-void LegacyAuth::readAvailable()
+bool LegacyAuth::readAvailable()
 {
     if (!master.isOpen())
-        return;
+        return true;
     std::array<char, kPiece> piece;
-    for (int count = 0; count < kPiecesAtOnce; ++count) {
+    bool readAll = false;
+    for (int count = 0; count < kPiecesAtOnce && !readAll; ++count) {
         const ssize_t size = ::read(master.get(), piece.data(), piece.size());
         if (size < 0 && errno == EINTR)
             continue;
-        if (size <= 0) {
-            if (size == 0 || errno != EAGAIN)
-                hangUp();
-            break;
-        }
-        AppendToTranscript(transcript, m_decoder.decode(QByteArrayView(piece.data(), size)));
+        readAll = size <= 0;
+        if (size == 0 || (size < 0 && errno != EAGAIN))
+            hangUp();
+        else if (size > 0)
+            AppendToTranscript(transcript, m_decoder.decode(QByteArrayView(piece.data(), size)));
     }
     answer();
+    return readAll;
 }
 
 // A terminal without another side is readable for ever and has nothing to read. The watchdog still looks at

@@ -63,7 +63,7 @@ private:
     bool startTool(const FileDescriptor &slave);
     void watch();
     bool send(QStringView text);
-    void readAvailable();
+    bool readAvailable();
     void hangUp();
     void answer();
     void askForCode();
