@@ -37,6 +37,7 @@ SecretField::SecretField(QWidget *parent)
                         Qt::ImhNoPredictiveText | Qt::ImhNoAutoUppercase);
     setAcceptDrops(false);
     setDragEnabled(false);
+    connect(this, &QLineEdit::textEdited, this, [this] { m_byKey = true; }); // comes before textChanged
     connect(this, &QLineEdit::textChanged, this, &SecretField::followLine);
 }
 
@@ -86,15 +87,19 @@ void SecretField::pasteFrom(QClipboard::Mode mode)
 // Whatever the line edit did by itself: mostly it removed something.
 void SecretField::followLine()
 {
+    const bool byKey = std::exchange(m_byKey, false);
     if (m_ownChange > 0)
         return;
     const QString line = text();
     const auto isForeign = [](QChar unit) { return unit != kStandIn; };
     const auto first = std::find_if(line.begin(), line.end(), isForeign);
     if (first == line.end()) {
-        // One stand-in is like the other, but the caret stands where the removed ones were.
+        // One stand-in is like the other, but the caret stands where a key has removed some. Who else removed
+        // them cannot say where: nothing is better than a password with the wrong gap.
         const qsizetype removed = m_secret.size() - line.size();
-        if (removed > 0)
+        if (removed > 0 && !byKey)
+            clearSecret();
+        else if (removed > 0)
             m_secret.replace(std::min<qsizetype>(cursorPosition(), line.size()), removed, {});
         else if (removed < 0)
             showStandIns(m_secret.size());

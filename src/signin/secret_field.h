@@ -38,5 +38,6 @@ private:
     void showStandIns(qsizetype caret);
 
     SecretText m_secret;
-    int m_ownChange = 0; // the line is being changed from here
+    int m_ownChange = 0;  // the line is being changed from here
+    bool m_byKey = false; // the change that is under way
 };

@@ -294,6 +294,7 @@ void LegacyAuth::tearDown()
     stopProcess();
     clearSecrets();
     m_input->changed = {};
+    m_noCoreDumps.reset();
     window->hide();
 }
 

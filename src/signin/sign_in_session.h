@@ -16,6 +16,8 @@
 #include <chrono>
 #include <functional>
 #include <memory>
+#include <optional>
+#include <utility>
 
 class QLabel;
 class QLineEdit;
@@ -95,7 +97,7 @@ private:
     Completion completion;
     std::unique_ptr<InputSource> m_input;
     Clock m_now;
-    CoreDumpGuard m_noCoreDumps;
+    std::optional<CoreDumpGuard> m_noCoreDumps{std::in_place}; // until the end
 
     // Session
     DialogueState m_dialogue;
