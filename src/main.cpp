@@ -35,14 +35,12 @@ int verify(const char *file, const char *bundleID)
 }
 
 // The toolkit aborts when it finds no display: the user gets a sentence instead.
-void explainMissingDisplay(QtMsgType type, const QMessageLogContext &, const QString &text)
+void explainMissingDisplay(QtMsgType type, const QMessageLogContext &, const QString &)
 {
     if (type != QtFatalMsg)
         return;
-    std::fputs(
-        "Zarvo: нет графического экрана, окно открыть негде. Запустите программу в графическом сеансе.\n",
-        stderr);
-    std::fprintf(stderr, "%s\n", text.section(u'\n', 0, 0).toUtf8().constData());
+    std::fputs("Zarvo: нет доступного графического экрана. Запустите программу в графическом сеансе.\n",
+               stderr);
     std::_Exit(1);
 }
 
@@ -55,7 +53,7 @@ int runWindow(int &argc, char **argv)
     QApplication::setApplicationName(u"Zarvo"_s);
 
     QApplication::setWindowIcon(QIcon(ResourcePath() + u"/AppLogo.png"_s));
-
+    InstallRussianTexts();
     ZarvoApp controller(ResourcePath());
     controller.applicationDidFinishLaunching();
     QApplication::exec();

@@ -63,10 +63,10 @@ void ZarvoApp::updateControls()
     keepFocus(busy);
     for (QWidget *control : std::as_const(controls))
         control->setEnabled(IsEnabled(ruleOf(control), state));
-    cancelButton->setEnabled(IsEnabled(Control::Cancel, state));
     table->setEnabled(IsEnabled(Control::Table, state));
+    restoreFocus(busy); // before the cancel button hands the focus that it may have to its neighbour
+    cancelButton->setEnabled(IsEnabled(Control::Cancel, state));
     spinner->setAnimating(IsEnabled(Control::Spinner, state));
-    restoreFocus(busy);
 }
 
 // A disabled control passes its focus on to the next enabled one, which is the cancel button: the next key

@@ -2,6 +2,9 @@
 
 #include <QCoreApplication>
 #include <QDir>
+#include <QLibraryInfo>
+#include <QLocale>
+#include <QTranslator>
 
 using namespace Qt::StringLiterals;
 
@@ -13,4 +16,13 @@ QString ResourcePath()
     const QString relative = u"../lib/zarvo"_s;
 #endif
     return QDir::cleanPath(QDir(QCoreApplication::applicationDirPath()).absoluteFilePath(relative));
+}
+
+void InstallRussianTexts()
+{
+    const QLocale russian(QLocale::Russian, QLocale::Russia);
+    QLocale::setDefault(russian);
+    auto *translator = new QTranslator(QCoreApplication::instance());
+    if (translator->load(russian, u"qtbase"_s, u"_"_s, QLibraryInfo::path(QLibraryInfo::TranslationsPath)))
+        QCoreApplication::installTranslator(translator);
 }

@@ -7,3 +7,7 @@
 /// or the bundle's resources on macOS. Absolute; whether it exists is not checked. Needs the application
 /// object.
 QString ResourcePath();
+
+/// Makes the toolkit's own texts (file chooser, context menus) Russian, as the interface is whatever the locale. They
+/// stay English where the toolkit's translations are not installed. Needs the application object; main thread.
+void InstallRussianTexts();

@@ -21,28 +21,38 @@ class MainQueue : public QObject
 public:
     void push(std::function<void()> block)
     {
+        bool wake = false;
         {
             const std::lock_guard lock(m_mutex);
+            wake = m_blocks.empty();
             m_blocks.push_back(std::move(block));
         }
-        QCoreApplication::postEvent(this, new QEvent(QEvent::User));
+        if (wake)
+            post();
     }
 
 protected:
+    // One block an event, and the next event is on its way before the block runs: a block that opens a dialog
+    // with an event loop of its own neither holds up the blocks behind it nor is overtaken by them.
     void customEvent(QEvent *) override
     {
-        // One block an event, taken before it runs: a block that opens a dialog with an event loop of its own
-        // neither holds up the blocks behind it nor is overtaken by them.
         std::function<void()> block;
+        bool more = false;
         {
             const std::lock_guard lock(m_mutex);
             block = std::move(m_blocks.front());
             m_blocks.pop_front();
+            more = !m_blocks.empty();
         }
+        if (more)
+            post();
         block();
     }
 
 private:
+    // On the way exactly while there are blocks.
+    void post() { QCoreApplication::postEvent(this, new QEvent(QEvent::User)); }
+
     std::mutex m_mutex;
     std::deque<std::function<void()>> m_blocks;
 };

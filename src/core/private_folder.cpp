@@ -19,8 +19,8 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-// A child that has just been asked to end may still add a file while the folder is being emptied. It can do
-// so only until the folder itself is gone, so a few rounds suffice.
+constexpr auto kDoomedSuffix = ".removed";
+// A file that was being made while the folder was emptied keeps it in place: a few rounds suffice.
 constexpr int kRemovalRounds = 20;
 constexpr auto kRemovalPause = std::chrono::milliseconds(25);
 
@@ -41,10 +41,19 @@ Registry &registry()
 void removeTree(const QString &path)
 {
     const std::filesystem::path folder(QFile::encodeName(path).toStdString());
+    // Under another name a child that goes on for a while finds it no more and has nowhere to put further
+    // files.
+    std::filesystem::path doomed = folder;
+    doomed += kDoomedSuffix;
+    std::error_code failure;
+    std::filesystem::rename(folder, doomed, failure); // two threads may be at it on the way out: one succeeds
     for (int round = 0; round < kRemovalRounds; ++round) {
-        std::error_code failure;
-        std::filesystem::remove_all(folder, failure);
-        if (failure != std::errc::directory_not_empty && failure != std::errc::file_exists)
+        bool isLeft = false;
+        for (const auto &name : {doomed, folder}) {
+            std::filesystem::remove_all(name, failure);
+            isLeft |= failure == std::errc::directory_not_empty || failure == std::errc::file_exists;
+        }
+        if (!isLeft)
             return;
         std::this_thread::sleep_for(kRemovalPause);
     }
@@ -72,7 +81,9 @@ std::optional<PrivateFolder> PrivateFolder::create(const QString &parent, const 
 
 std::optional<PrivateFolder> PrivateFolder::createTemporary(Error *error)
 {
-    return create(QDir::tempPath(), {}, error);
+    // For a folder that is not there the toolkit gives the empty text, which would be the current folder.
+    const QString folder = QDir::tempPath();
+    return create(folder.isEmpty() ? qEnvironmentVariable("TMPDIR") : folder, {}, error);
 }
 
 PrivateFolder::PrivateFolder(QString path)

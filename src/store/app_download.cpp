@@ -80,9 +80,12 @@ qint64 FolderSize(const QString &folder)
 
 QString ProgressText(qint64 bytes, std::chrono::seconds elapsed)
 {
+    constexpr qint64 kilobyte = 1000;
     constexpr qint64 megabyte = 1'000'000; // below it a fraction would only flicker
-    const QString size = QLocale(QLocale::Russian)
-                             .formattedDataSize(bytes, bytes < megabyte ? 0 : 1, QLocale::DataSizeSIFormat);
+    // The toolkit's word for single bytes knows no numeral ("0 байты").
+    const QString size = bytes < kilobyte
+        ? u"%1 Б"_s.arg(bytes)
+        : QLocale(QLocale::Russian).formattedDataSize(bytes, bytes < megabyte ? 0 : 1, QLocale::DataSizeSIFormat);
     return u"Получено %1 • %2 с"_s.arg(size).arg(elapsed.count());
 }
 

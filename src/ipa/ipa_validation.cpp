@@ -1,0 +1,214 @@
+#include "ipa/ipa_validation.h"
+
+#include "core/private_folder.h"
+#include "core/tool_runner.h"
+#include "ipa/held_file.h"
+#include "ipa/property_list.h"
+
+#include <QByteArrayView>
+#include <QFile>
+#include <QStringDecoder>
+
+#include <cerrno>
+#include <utility>
+
+using namespace Qt::StringLiterals;
+using namespace std::chrono_literals;
+
+namespace {
+
+constexpr RunTimeout kTestLimit = 300s;
+constexpr RunTimeout kListingLimit = 60s;
+constexpr RunTimeout kExtractionLimit = 60s;
+
+// A sound archive passes the test without a word; a damaged one may have a complaint for every entry.
+constexpr qint64 kMaxComplaints = qint64{1} << 20;
+// Names of more than 100,000 entries. The runner holds the listing as bytes and as text, so this is a third
+// of it.
+constexpr qint64 kMaxListing = qint64{16} << 20;
+// Twenty times the largest Info.plist that was met.
+constexpr qint64 kMaxInfo = qint64{4} << 20;
+
+constexpr QByteArrayView kInfoPrefix = "Payload/";
+constexpr QByteArrayView kInfoSuffix = ".app/Info.plist";
+
+// The archive under a name that holds no pattern, no option and no undecodable byte, and that has no
+// neighbour: unzip takes the path for a pattern, and looks for PATH.zip beside a file that it cannot read.
+class Archive
+{
+public:
+    static std::optional<Archive> open(const std::filesystem::path &file, Error *error)
+    {
+        FileDescriptor held = HoldOrdinaryFile(file);
+        if (!held.isOpen()) {
+            Fail(error, ZarvoError(u"IPA повреждён или не является ZIP-архивом."_s));
+            return std::nullopt;
+        }
+        auto folder = PrivateFolder::createTemporary(error);
+        if (!folder)
+            return std::nullopt;
+        Archive archive(std::move(held), std::move(*folder));
+        std::error_code failure;
+        // All three runs see the same file, also when another gets its name meanwhile.
+        const auto pinned = PathOfHeldFile(archive.m_held);
+        const auto target = pinned ? *pinned : std::filesystem::absolute(file, failure);
+        if (!failure)
+            std::filesystem::create_symlink(target, QFile::encodeName(archive.path()).toStdString(), failure);
+        if (failure) {
+            Fail(error, SystemError(u"Не удалось открыть IPA"_s, failure.value()));
+            return std::nullopt;
+        }
+        return archive;
+    }
+
+    std::optional<ToolResult> unzip(const QString &option, const QStringList &entries, RunTimeout timeout,
+                                    RunLimits limits, Error *error) const
+    {
+        // Nothing of the user's environment: variables add options, the locale decides how names are printed.
+        limits.environment = {QByteArrayLiteral("LC_ALL=C.UTF-8")};
+        return ZarvoCommand(u"/usr/bin/unzip"_s, QStringList{option, path()} + entries, timeout, {}, error,
+                            limits);
+    }
+
+private:
+    Archive(FileDescriptor held, PrivateFolder folder)
+        : m_held(std::move(held))
+        , m_folder(std::move(folder))
+    {
+    }
+
+    QString path() const { return m_folder.filePath(u"ipa"_s); }
+
+    FileDescriptor m_held;
+    PrivateFolder m_folder;
+};
+
+bool testIntegrity(const Archive &archive, Error *error)
+{
+    RunLimits limits;
+    // The system ends a child that complains beyond it: a failure like any other.
+    limits.fileSize = kMaxComplaints;
+    const auto run = archive.unzip(u"-tqq"_s, {}, kTestLimit, limits, error);
+    if (!run)
+        return false;
+    return run->code == 0 || Fail(error, ZarvoError(u"IPA повреждён или не является ZIP-архивом."_s));
+}
+
+std::optional<QByteArray> listEntries(const Archive &archive, Error *error)
+{
+    // Not a limit of what it writes: half a listing could hide a second app.
+    RunLimits limits;
+    limits.output = kMaxListing;
+    auto run = archive.unzip(u"-Z1"_s, {}, kListingLimit, limits, error);
+    if (!run)
+        return std::nullopt;
+    return std::move(run->data);
+}
+
+// Takes the first line off `listing`. Lines are compared as bytes: one name that is not UTF-8 must not hide
+// the rest.
+QByteArrayView takeLine(QByteArrayView &listing)
+{
+    const qsizetype end = listing.indexOf('\n');
+    const QByteArrayView line = end < 0 ? listing : listing.first(end);
+    listing = end < 0 ? QByteArrayView() : listing.sliced(end + 1);
+    return line;
+}
+
+// "Payload/[^/]+\.app/Info\.plist", the whole name.
+bool isInfo(QByteArrayView name)
+{
+    if (name.size() <= kInfoPrefix.size() + kInfoSuffix.size() || !name.startsWith(kInfoPrefix) ||
+        !name.endsWith(kInfoSuffix))
+        return false;
+    return !name.sliced(kInfoPrefix.size()).chopped(kInfoSuffix.size()).contains('/');
+}
+
+// The name is given to unzip as an argument, which must be text, and which unzip takes for a pattern.
+bool isUsableAsPattern(QByteArrayView name)
+{
+    QStringDecoder decoder(QStringConverter::Utf8, QStringConverter::Flag::Stateless);
+    const QString text = decoder(name);
+    if (decoder.hasError() || name.contains(".."))
+        return false;
+    constexpr QByteArrayView kSpecial = "*?[\\";
+    return std::none_of(name.begin(), name.end(), [&](char c) { return kSpecial.contains(c); });
+}
+
+std::optional<QByteArrayView> singleInfo(QByteArrayView listing, Error *error)
+{
+    std::optional<QByteArrayView> found;
+    int count = 0;
+    while (!listing.isEmpty()) {
+        const QByteArrayView name = takeLine(listing);
+        if (isInfo(name)) {
+            found = name;
+            ++count;
+        }
+    }
+    if (count == 1 && isUsableAsPattern(*found))
+        return found;
+    Fail(error, ZarvoError(u"В IPA нет единственного корректного пакета приложения."_s));
+    return std::nullopt;
+}
+
+bool hasEntry(QByteArrayView listing, QByteArrayView wanted)
+{
+    while (!listing.isEmpty()) {
+        if (takeLine(listing) == wanted)
+            return true;
+    }
+    return false;
+}
+
+std::optional<PropertyDictionary> readInfo(const Archive &archive, QByteArrayView entry, Error *error)
+{
+    RunLimits limits;
+    limits.fileSize = kMaxInfo;
+    const auto run = archive.unzip(u"-p"_s, {QString::fromUtf8(entry)}, kExtractionLimit, limits, error);
+    if (!run)
+        return std::nullopt;
+    auto info = run->code == 0 ? PropertyDictionary::read(run->data) : std::nullopt;
+    if (!info)
+        Fail(error, ZarvoError(u"В IPA нет корректного Info.plist."_s));
+    return info;
+}
+
+std::optional<IPAInfo> judge(const PropertyDictionary &info, QByteArrayView infoEntry, QByteArrayView listing,
+                             const std::optional<QString> &expectedID, Error *error)
+{
+    const auto fail = [error](const QString &message) {
+        Fail(error, ZarvoError(message));
+        return std::nullopt;
+    };
+    const auto id = info.text("CFBundleIdentifier");
+    const auto executable = info.text("CFBundleExecutable");
+    if (!id || !executable || executable->isEmpty() || executable->contains(u'/'))
+        return fail(u"В IPA нет корректного идентификатора или исполняемого файла."_s);
+    const QByteArrayView folder = infoEntry.first(infoEntry.lastIndexOf('/') + 1);
+    if (!hasEntry(listing, folder.toByteArray() + executable->toUtf8()))
+        return fail(u"В IPA нет исполняемого файла."_s);
+    if (expectedID && *expectedID != *id)
+        return fail(u"Получен IPA другого приложения. Файл не принят."_s);
+    return IPAInfo{*id, info.text("CFBundleShortVersionString").value_or(u"не указана"_s)};
+}
+
+} // namespace
+
+std::optional<IPAInfo> ZarvoValidateIPA(const std::filesystem::path &file,
+                                        const std::optional<QString> &expectedID, Error *error)
+{
+    const auto archive = Archive::open(file, error);
+    if (!archive || !testIntegrity(*archive, error))
+        return std::nullopt;
+    const auto listing = listEntries(*archive, error);
+    if (!listing)
+        return std::nullopt;
+    const auto entry = singleInfo(*listing, error);
+    if (!entry)
+        return std::nullopt;
+    const auto info = readInfo(*archive, *entry, error);
+    if (!info)
+        return std::nullopt;
+    return judge(*info, *entry, *listing, expectedID, error);
+}

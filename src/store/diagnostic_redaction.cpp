@@ -1,0 +1,124 @@
+#include "store/diagnostic_redaction.h"
+
+#include "core/tool_output.h"
+#include "store/redaction_rules.h"
+#include "store/text_scanning.h"
+
+#include <QJsonObject>
+#include <QStringList>
+#include <QStringView>
+
+#include <algorithm>
+#include <array>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+constexpr qsizetype maximumLength = 1400; // of a diagnostic, in UTF-16 units
+
+struct Rule
+{
+    Redaction::Found (*find)(QStringView text, qsizetype from);
+    QStringView replacement;
+};
+
+/// Applied one after the other, each to what the one before has left. Headers go before addresses and
+/// addresses before accounts, so that an address with an at sign in it is hidden as an address; data come
+/// last, and never take a placeholder, which holds a blank and Cyrillic letters.
+constexpr std::array rules{
+    Rule{Redaction::findControlSequence, u""},
+    Rule{Redaction::findHeader, u"[заголовок скрыт]"},
+    Rule{Redaction::findAddress, u"[адрес скрыт]"},
+    Rule{Redaction::findBearer, u"Bearer [скрыто]"},
+    Rule{Redaction::findAccount, u"[аккаунт скрыт]"},
+    Rule{Redaction::findSecret, u"[секрет скрыт]"},
+    Rule{Redaction::findHomeFolder, u"/Users/[пользователь]"},
+    Rule{Redaction::findData, u"[данные скрыты]"},
+};
+
+QString replaceMatches(const QString &text, const Rule &rule)
+{
+    Redaction::Found match = rule.find(text, 0);
+    if (!match)
+        return text;
+    QString replaced;
+    replaced.reserve(text.size());
+    qsizetype copied = 0;
+    for (; match; match = rule.find(text, copied)) {
+        replaced += QStringView(text).sliced(copied, match->start - copied);
+        replaced += rule.replacement;
+        copied = match->end;
+    }
+    replaced += QStringView(text).sliced(copied);
+    return replaced;
+}
+
+/// What the tool reported in its JSON: its errors, else the messages of what went wrong.
+QStringList reportedErrors(const QList<QJsonObject> &objects)
+{
+    static constexpr std::array levels{"error"_L1, "fatal"_L1, "panic"_L1};
+    QStringList errors;
+    for (const QJsonObject &object : objects) {
+        if (const QString error = object["error"_L1].toString(); !error.isEmpty())
+            errors += error;
+    }
+    if (!errors.isEmpty())
+        return errors;
+    for (const QJsonObject &object : objects) {
+        const QJsonValue message = object["message"_L1];
+        const bool unsuccessful = object.contains("success"_L1) && !JSONTruth(object["success"_L1]);
+        const QString level = object["level"_L1].toString();
+        if (message.isString() &&
+            (unsuccessful || std::find(levels.begin(), levels.end(), level) != levels.end()))
+            errors += message.toString();
+    }
+    return errors;
+}
+
+/// Blanks and the units of control and format characters are what separates words.
+bool separatesWords(QChar c)
+{
+    return Scan::isBlank(c.unicode()) || c.category() == QChar::Other_Control ||
+           c.category() == QChar::Other_Format;
+}
+
+/// The words of the text with one space between them, cut to the length of a diagnostic.
+QString singleLine(const QString &text)
+{
+    QString line;
+    bool wordEnded = false;
+    for (const QChar c : text) {
+        if (separatesWords(c)) {
+            wordEnded = !line.isEmpty();
+            continue;
+        }
+        if (wordEnded)
+            line += u' ';
+        wordEnded = false;
+        line += c;
+        if (line.size() >= maximumLength)
+            break;
+    }
+    line.truncate(maximumLength);
+    return line;
+}
+
+} // namespace
+
+QString RedactSecrets(const QString &text)
+{
+    QString redacted = text;
+    for (const Rule &rule : rules)
+        redacted = replaceMatches(redacted, rule);
+    return redacted;
+}
+
+QString ZarvoSafeStoreDiagnostic(const ToolResult &result)
+{
+    const QString raw = result.out + u'\n' + result.err;
+    const QList<QJsonObject> objects = ZarvoJSON(raw);
+    if (objects.isEmpty())
+        return singleLine(RedactSecrets(raw));
+    return singleLine(RedactSecrets(reportedErrors(objects).join(u" • "_s)));
+}

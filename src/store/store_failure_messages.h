@@ -1,0 +1,10 @@
+// From a failed run of the store tool to one message for the user.
+#pragma once
+
+#include "core/tool_runner.h"
+
+#include <QString>
+
+/// What the user can do, an empty line, the tool's exit code and its redacted reason. The advice is chosen by
+/// the redacted reason too, so that nothing of the tool's raw output gets further. Never empty. Any thread.
+QString ZarvoStoreFailure(const ToolResult &result);
