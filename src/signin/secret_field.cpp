@@ -80,7 +80,8 @@ void SecretField::pasteFrom(QClipboard::Mode mode)
     QString text = QGuiApplication::clipboard()->text(mode);
     if (!text.isEmpty())
         insertSecret(text); // with its line breaks: to turn them into blanks would be another password
-    // Where the clipboard is this program's own, this wipes a copy only; the clipboard keeps what it holds.
+    // Our copy. The toolkit's own ones, made while the text came from the other program, are out of reach:
+    // pieces of it may stay in memory that it has given back.
     WipeMemory(text.data(), static_cast<std::size_t>(text.size()) * sizeof(QChar));
 }
 

@@ -131,7 +131,9 @@ void LegacyAuth::buildWindow(QWidget *parent, const QString &proposed)
         named(ZarvoLabel(u"Введите логин и пароль локально. Не отправляйте пароль или код в чат."_s, false),
               "message");
     const auto button = [this](const QString &text, const char *name, void (LegacyAuth::*action)()) {
-        return named(ZarvoButton(text, this, action), name);
+        QPushButton *made = named(ZarvoButton(text, this, action), name);
+        made->setAutoDefault(true); // Enter on a button that has the focus presses that one
+        return made;
     };
     resendButton = button(u"Запросить код повторно"_s, "resendButton", &LegacyAuth::resend);
     startButton = button(u"Войти"_s, "startButton", &LegacyAuth::start);

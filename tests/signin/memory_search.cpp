@@ -20,6 +20,7 @@ namespace {
 
 constexpr unsigned char kMask = 0xA5;
 constexpr std::size_t kBlock = 1 << 20;
+constexpr std::size_t kPart = 8;
 constexpr std::size_t kOverlap = 4 * 128; // no canary is longer, in any encoding
 constexpr std::uint64_t kLargestRegion =
     1 << 30; // the sanitizers' tables, terabytes of address space, are larger
@@ -96,6 +97,18 @@ QChar Canary::at(qsizetype index) const
     return QChar(static_cast<char16_t>(m_masked[static_cast<std::size_t>(index)] ^ kMask));
 }
 
+std::vector<Canary> Canary::parts() const
+{
+    std::vector<Canary> all;
+    for (auto from = m_masked.begin(); from != m_masked.end();) {
+        const auto left = static_cast<std::size_t>(m_masked.end() - from);
+        const auto to = from + static_cast<std::ptrdiff_t>(left < 2 * kPart ? left : kPart);
+        all.emplace_back().m_masked.assign(from, to);
+        from = to;
+    }
+    return all;
+}
+
 bool Canary::isAt(const unsigned char *bytes, std::size_t stride) const
 {
     for (std::size_t i = 0; i < m_masked.size(); ++i) {
@@ -126,7 +139,7 @@ qsizetype Canary::countIn(const unsigned char *bytes, std::size_t size) const
     return found;
 }
 
-qsizetype CountInMemory(const Canary &canary)
+static qsizetype countPartInMemory(const Canary &canary)
 {
     const Block block;
     const int dumpable = ::prctl(PR_GET_DUMPABLE);
@@ -150,6 +163,14 @@ qsizetype CountInMemory(const Canary &canary)
     ::close(memory);
     ::prctl(PR_SET_DUMPABLE, dumpable);
     return found;
+}
+
+qsizetype CountInMemory(const Canary &canary)
+{
+    qsizetype most = 0;
+    for (const Canary &part : canary.parts())
+        most = std::max(most, countPartInMemory(part));
+    return most;
 }
 
 qsizetype CountInFile(const Canary &canary, const QString &path)

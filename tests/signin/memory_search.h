@@ -17,6 +17,9 @@ public:
 
     qsizetype size() const { return static_cast<qsizetype>(m_masked.size()); }
     QChar at(qsizetype index) const;
+    /// Parts of eight characters, or the whole when it is short. They are what is looked for: memory that was
+    /// given back unwiped has its first bytes overwritten, and an outgrown buffer holds the beginning only.
+    std::vector<Canary> parts() const;
     /// How often it occurs in the bytes: as Latin-1, UTF-16 and UTF-32.
     qsizetype countIn(const unsigned char *bytes, std::size_t size) const;
 
@@ -27,7 +30,8 @@ private:
     std::vector<unsigned char> m_masked;
 };
 
-/// In all memory of this process that can be read, through /proc/self/mem.
+/// The part that occurs most often: how often. In all memory of this process that can be read, through
+/// /proc/self/mem.
 qsizetype CountInMemory(const Canary &canary);
 qsizetype CountInFile(const Canary &canary, const QString &path);
 /// In the contents and the names of all files below the folder.

@@ -59,7 +59,7 @@ private Q_SLOTS:
     void fitsItsFont_data();
     void fitsItsFont();
     void helpOpensTheArticle();
-    void enterAndEscape();
+    void enterDoesTheStepAtHand();
     void filterKeepsTheAcceptedPassword_data();
     void filterKeepsTheAcceptedPassword();
     void layoutFollowsThePassword();
@@ -160,7 +160,7 @@ void SignInWindowTest::helpOpensTheArticle()
     QVERIFY(m->window()->isVisible());
 }
 
-void SignInWindowTest::enterAndEscape()
+void SignInWindowTest::enterDoesTheStepAtHand()
 {
     m->tools.add(u"ipatool"_s).asks(kAccountPrompt).asks(kPasswordPrompt).asks(kCodePrompt).sleeps(60s);
     QVERIFY(m->open(u"a@example.com"_s));
@@ -180,7 +180,8 @@ void SignInWindowTest::enterAndEscape()
     QCOMPARE(m->message(), u"Проверка кода…"_s);
     QTest::keyClick(m->window(), Qt::Key_Return); // no step is at hand
     QCOMPARE(m->message(), u"Проверка кода…"_s);
-    QTest::keyClick(m->window(), Qt::Key_Escape);
+    m->find("cancelButton")->setFocus();
+    QTest::keyClick(m->find("cancelButton"), Qt::Key_Return); // but on a button it presses that one
     QCOMPARE(m->outcomes, QList<bool>{false});
 }
 
