@@ -9,6 +9,9 @@
 #include <QProcess>
 #include <QTest>
 
+#include <sys/prctl.h>
+
+#include <csignal>
 #include <cstdio>
 #include <memory>
 
@@ -217,6 +220,7 @@ int main(int argc, char **argv)
 {
     QProcess server;
     server.setProcessChannelMode(QProcess::ForwardedErrorChannel);
+    server.setChildProcessModifier([] { ::prctl(PR_SET_PDEATHSIG, SIGTERM); }); // also when the test crashes
     server.start(u"Xvfb"_s, {u"-displayfd"_s, u"1"_s, u"-noreset"_s, u"-nolisten"_s, u"tcp"_s, u"-screen"_s,
                              u"0"_s, u"1024x768x24"_s});
     if (!server.waitForReadyRead(kPatience)) {

@@ -19,11 +19,12 @@ namespace {
 constexpr qsizetype kPasswordLength = 24;
 constexpr qsizetype kCodeLength = 6;
 
-// What this process prints goes to a file while the object lives.
+// What this process prints goes to a file while the object lives, and then to where it was meant to go.
 class Output
 {
 public:
     explicit Output(const QString &path)
+        : m_path(path)
     {
         std::fflush(nullptr);
         const int file =
@@ -39,11 +40,15 @@ public:
         ::dup2(m_error, STDERR_FILENO);
         ::close(m_out);
         ::close(m_error);
+        QFile file(m_path);
+        if (file.open(QIODevice::ReadOnly))
+            std::fputs(file.readAll().constData(), stdout);
     }
     Output(const Output &) = delete;
     Output &operator=(const Output &) = delete;
 
 private:
+    QString m_path;
     int m_out = ::dup(STDOUT_FILENO);
     int m_error = ::dup(STDERR_FILENO);
 };
