@@ -17,13 +17,13 @@
 #include <functional>
 #include <memory>
 #include <optional>
-#include <utility>
 
 class QLabel;
 class QLineEdit;
 class QPushButton;
 class QSocketNotifier;
 class QTimer;
+class QVBoxLayout;
 class SecretField;
 class SignInWindow;
 class ZarvoSecurePasswordField;
@@ -83,6 +83,8 @@ private:
 
     // Window (signin/sign_in_window.cpp)
     void buildWindow(QWidget *parent, const QString &proposed);
+    void buildFields(QVBoxLayout *stack, const QString &proposed);
+    void buildButtons(QVBoxLayout *stack);
     void enter(SignInStep step);
     void help();
 

@@ -113,9 +113,24 @@ void LegacyAuth::buildWindow(QWidget *parent, const QString &proposed)
     connect(window, &SignInWindow::activeChanged, this,
             [this](bool active) { active ? enforceEnglish() : appResigned(); });
     m_input->changed = [this] { enforceEnglish(); };
-
+    auto *stack = new QVBoxLayout(window);
+    stack->setContentsMargins(Scaled(kSideMargin), Scaled(kTopMargin), Scaled(kSideMargin),
+                              Scaled(kTopMargin));
+    stack->setSpacing(Scaled(kSpacing));
     QLabel *title = ZarvoLabel(u"Вход в Apple Account"_s, true);
     SetFontSize(title, kTitleSize, true);
+    stack->addWidget(title);
+    stack->addWidget(ZarvoLabel(u"Введите аккаунт, которым получали приложения. Вход обрабатывают ipatool и "
+                                "сервисы Apple. Сессия сохраняется в Связке ключей этого Mac."_s,
+                                false));
+    buildFields(stack, proposed);
+    buildButtons(stack);
+    stack->addStretch(1);
+    enter(SignInStep::Editing);
+}
+
+void LegacyAuth::buildFields(QVBoxLayout *stack, const QString &proposed)
+{
     account = prepared(new QLineEdit(proposed), u"Email или номер телефона Apple Account"_s, "account");
     password = prepared(new ZarvoSecurePasswordField, u"Пароль Apple Account"_s, "password");
     password->focusAction = [this] { beginPassword(); };
@@ -130,6 +145,12 @@ void LegacyAuth::buildWindow(QWidget *parent, const QString &proposed)
     message =
         named(ZarvoLabel(u"Введите логин и пароль локально. Не отправляйте пароль или код в чат."_s, false),
               "message");
+    for (QWidget *wide : std::initializer_list<QWidget *>{account, password, keyboardNote, code, message})
+        stack->addWidget(wide);
+}
+
+void LegacyAuth::buildButtons(QVBoxLayout *stack)
+{
     const auto button = [this](const QString &text, const char *name, void (LegacyAuth::*action)()) {
         QPushButton *made = named(ZarvoButton(text, this, action), name);
         made->setAutoDefault(true); // Enter on a button that has the focus presses that one
@@ -138,23 +159,10 @@ void LegacyAuth::buildWindow(QWidget *parent, const QString &proposed)
     resendButton = button(u"Запросить код повторно"_s, "resendButton", &LegacyAuth::resend);
     startButton = button(u"Войти"_s, "startButton", &LegacyAuth::start);
     codeButton = button(u"Подтвердить код"_s, "codeButton", &LegacyAuth::submit);
-
-    auto *stack = new QVBoxLayout(window);
-    stack->setContentsMargins(Scaled(kSideMargin), Scaled(kTopMargin), Scaled(kSideMargin),
-                              Scaled(kTopMargin));
-    stack->setSpacing(Scaled(kSpacing));
-    stack->addWidget(title);
-    stack->addWidget(ZarvoLabel(u"Введите аккаунт, которым получали приложения. Вход обрабатывают ipatool и "
-                                "сервисы Apple. Сессия сохраняется в Связке ключей этого Mac."_s,
-                                false));
-    for (QWidget *wide : std::initializer_list<QWidget *>{account, password, keyboardNote, code, message})
-        stack->addWidget(wide);
     stack->addWidget(
         ZarvoRow({resendButton, button(u"Код не приходит?"_s, "helpButton", &LegacyAuth::help)}));
     stack->addWidget(
         ZarvoRow({startButton, codeButton, button(u"Отмена"_s, "cancelButton", &LegacyAuth::cancel)}));
-    stack->addStretch(1);
-    enter(SignInStep::Editing);
 }
 
 void LegacyAuth::show()
