@@ -27,6 +27,18 @@ inline constexpr QStringView kCodePrompt = u"enter 2FA code: ";
 inline constexpr QStringView kSuccess =
     u"{\"email\":\"owner@example.com\",\"name\":\"Имя\",\"success\":true}\n";
 
+inline const QString kAccount = QStringLiteral("owner@example.com");
+inline const QString kPassword = QStringLiteral("Correct horse 7");
+inline const QString kEnterCode = QStringLiteral(
+    "Введите код с доверенного устройства этого аккаунта. Повторный запрос перезапускает вход; "
+    "отдельная отправка SMS не поддерживается.");
+
+/// Plays the tool up to its question for the code.
+inline Scenario &UntilCode(Scenario &scenario)
+{
+    return scenario.asks(kAccountPrompt).asks(kPasswordPrompt, Scenario::Typing::Raw).prints(u"\r\n");
+}
+
 /// Layouts that exist only here.
 class PlayedKeyboard : public InputSource
 {
@@ -58,8 +70,7 @@ public:
     /// Shows the window; true when it is the active one.
     bool open(const QString &proposed = {});
     /// Fills in both fields and presses "Войти".
-    void start(const QString &account = QStringLiteral("owner@example.com"),
-               const QString &password = QStringLiteral("Correct horse 7"));
+    void start(const QString &account = kAccount, const QString &password = kPassword);
 
     QDialog *window() const;
     template <typename Widget = QPushButton>

@@ -1,28 +1,16 @@
 // The sign-in as part of the program: when it opens, what rests meanwhile, and what follows it.
 #include "app/window_fixture.h"
-#include "signin/secret_field.h"
+#include "signin/processor_time.h"
 #include "signin/sign_in_window.h"
 
 #include <QElapsedTimer>
 #include <QTimer>
 
 #include <algorithm>
-#include <ctime>
 #include <utility>
 
 using namespace Qt::StringLiterals;
 using namespace std::chrono_literals;
-
-namespace {
-
-std::chrono::nanoseconds processorTime()
-{
-    timespec time = {};
-    ::clock_gettime(CLOCK_THREAD_CPUTIME_ID, &time);
-    return std::chrono::seconds(time.tv_sec) + std::chrono::nanoseconds(time.tv_nsec);
-}
-
-} // namespace
 
 class LoginTest : public QObject
 {
@@ -127,11 +115,11 @@ void LoginTest::everythingElseRests()
     const qsizetype checks = count(u"ipatool"_s, u"info"_s);
     signIn();
 
-    auto last = processorTime();
+    auto last = ProcessorTime();
     std::chrono::nanoseconds longest{0};
     QTimer turns;
     connect(&turns, &QTimer::timeout, &turns, [&] {
-        const auto time = processorTime();
+        const auto time = ProcessorTime();
         longest = std::max(longest, time - std::exchange(last, time));
     });
     turns.start(1);
