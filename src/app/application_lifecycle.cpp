@@ -1,5 +1,6 @@
 #include "app/main_window.h"
 #include "app/zarvo_app.h"
+#include "signin/sign_in_session.h"
 
 #include <QDesktopServices>
 #include <QFileInfo>
@@ -38,6 +39,7 @@ void ZarvoApp::applicationWillTerminate()
     m_terminating = true;
     cancelled = true;
     activeTask.terminate();
+    auth.reset();
 }
 
 bool ZarvoApp::waitForWorkers(std::chrono::milliseconds limit)

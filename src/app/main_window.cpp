@@ -279,7 +279,7 @@ QWidget *ZarvoApp::makeAppsTable()
 QWidget *ZarvoApp::makeAccountRow()
 {
     accountLabel = named(ZarvoLabel(u"Вход ещё не проверен"_s, false), "accountLabel");
-    return ZarvoRow({accountLabel, button(u"Войти в Apple Account…"_s, "login", [] {}),
+    return ZarvoRow({accountLabel, button(u"Войти в Apple Account…"_s, "login", &ZarvoApp::login),
                      button(u"Проверить вход"_s, "checkAccount", &ZarvoApp::checkAccount)});
 }
 

@@ -1,6 +1,7 @@
 #include "app/zarvo_app.h"
 
 #include "app/main_window.h"
+#include "signin/sign_in_session.h"
 
 #include <utility>
 

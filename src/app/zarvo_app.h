@@ -136,6 +136,8 @@ private:
                                  const std::function<void()> &tick, Error *error); // worker
     std::optional<QString> accountWorker(Error *error);                            // worker
     void checkAccount();
+    void login();
+    void finishLogin(bool success);
     void showAccount(const QString &email);
     std::optional<QString> purchaseID(const AppRow &row, Error *error); // worker
     std::optional<QString> downloadWorker(const AppRow &row, const QString &numericID,
@@ -192,11 +194,11 @@ private:
     std::atomic<bool> cancelled = false;
     std::atomic<bool> m_terminating = false;
     ActiveTask activeTask;
-    LegacyAuth *auth = nullptr; // the open sign-in
     int m_muted = 0;
 
     // Views, owned by the window
     std::unique_ptr<MainWindow> window;
+    std::unique_ptr<LegacyAuth> auth; // the open sign-in, a sheet of the window
     QComboBox *phonePicker = nullptr;
     QLineEdit *search = nullptr;
     QTableView *table = nullptr;

@@ -1,8 +1,10 @@
 #include "store/account_check.h"
 
+#include "app/main_window.h"
 #include "app/zarvo_app.h"
 #include "core/tool_output.h"
 #include "device/device_discovery.h"
+#include "signin/sign_in_session.h"
 
 #include <QLabel>
 
@@ -58,4 +60,24 @@ void ZarvoApp::showAccount(const QString &email)
 {
     account = email;
     accountLabel->setText(u"Вход выполнен: %1"_s.arg(email));
+}
+
+void ZarvoApp::login()
+{
+    if (busy || auth)
+        return;
+    const std::optional<AppRow> app = target();
+    const QString proposed = app && !app->licenseAccount.isEmpty() ? app->licenseAccount : account;
+    auth = std::make_unique<LegacyAuth>(window.get(), tool(u"ipatool"_s), proposed,
+                                        [this](bool success) { finishLogin(success); });
+    auth->show();
+}
+
+void ZarvoApp::finishLogin(bool success)
+{
+    auth.release()->deleteLater(); // it is calling this
+    if (success)
+        checkAccount();
+    else
+        pollDevice(false);
 }

@@ -1,0 +1,38 @@
+// Looking for a secret where it must not be. The searcher never holds the secret itself: it would find its
+// own.
+#pragma once
+
+#include <QChar>
+#include <QString>
+
+#include <cstddef>
+#include <vector>
+
+/// A random text that exists only character by character.
+class Canary
+{
+public:
+    static Canary ofLetters(qsizetype length);
+    static Canary ofDigits(qsizetype length);
+
+    qsizetype size() const { return static_cast<qsizetype>(m_masked.size()); }
+    QChar at(qsizetype index) const;
+    /// Parts of eight characters, or the whole when it is short. They are what is looked for: memory that was
+    /// given back unwiped has its first bytes overwritten, and an outgrown buffer holds the beginning only.
+    std::vector<Canary> parts() const;
+    /// How often it occurs in the bytes: as Latin-1, UTF-16 and UTF-32.
+    qsizetype countIn(const unsigned char *bytes, std::size_t size) const;
+
+private:
+    static Canary of(const char *alphabet, qsizetype length);
+    bool isAt(const unsigned char *bytes, std::size_t stride) const;
+
+    std::vector<unsigned char> m_masked;
+};
+
+/// The part that occurs most often: how often. In all memory of this process that can be read, through
+/// /proc/self/mem.
+qsizetype CountInMemory(const Canary &canary);
+qsizetype CountInFile(const Canary &canary, const QString &path);
+/// In the contents and the names of all files below the folder.
+qsizetype CountBelow(const Canary &canary, const QString &folder);

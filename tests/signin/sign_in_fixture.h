@@ -1,0 +1,102 @@
+// The sign-in as its user meets it: the real window offscreen, the store tool played on a real terminal, a
+// clock and a keyboard that the test holds in its hand. Main thread only.
+#pragma once
+
+#include "signin/input_source.h"
+#include "signin/sign_in_session.h"
+#include "support/scripted_tools.h"
+
+#include <QDialog>
+#include <QLabel>
+#include <QLineEdit>
+#include <QPushButton>
+#include <QTest>
+#include <QWidget>
+
+#include <chrono>
+#include <memory>
+
+/// Long enough for a slow machine under a sanitizer; only a failing test waits for it.
+inline constexpr int kPatience = 20'000;
+#define EVENTUALLY(condition) QTRY_VERIFY_WITH_TIMEOUT(condition, kPatience)
+#define EVENTUALLY_EQUAL(actual, expected) QTRY_COMPARE_WITH_TIMEOUT(actual, expected, kPatience)
+
+inline constexpr QStringView kAccountPrompt = u"enter Apple ID (email address or phone number): ";
+inline constexpr QStringView kPasswordPrompt = u"enter password: ";
+inline constexpr QStringView kCodePrompt = u"enter 2FA code: ";
+inline constexpr QStringView kSuccess =
+    u"{\"email\":\"owner@example.com\",\"name\":\"Имя\",\"success\":true}\n";
+
+inline const QString kAccount = QStringLiteral("owner@example.com");
+inline const QString kPassword = QStringLiteral("Correct horse 7");
+inline const QString kEnterCode = QStringLiteral(
+    "Введите код с доверенного устройства этого аккаунта. Повторный запрос перезапускает вход; "
+    "отдельная отправка SMS не поддерживается.");
+
+/// Plays the tool up to its question for the code.
+inline Scenario &UntilCode(Scenario &scenario)
+{
+    return scenario.asks(kAccountPrompt).asks(kPasswordPrompt, Scenario::Typing::Raw).prints(u"\r\n");
+}
+
+/// Layouts that exist only here.
+class PlayedKeyboard : public InputSource
+{
+public:
+    QString current() override { return inUse; }
+    QString english() override { return latin; }
+    void select(const QString &identifier) override
+    {
+        inUse = identifier;
+        selected.append(identifier);
+    }
+    /// What the key for switching layouts does.
+    void userSwitches(const QString &identifier)
+    {
+        inUse = identifier;
+        changed();
+    }
+
+    QString latin = QStringLiteral("us");
+    QString inUse = QStringLiteral("ru");
+    QStringList selected;
+};
+
+class SignIn
+{
+public:
+    SignIn();
+
+    /// Shows the window; true when it is the active one.
+    bool open(const QString &proposed = {});
+    /// Fills in both fields and presses "Войти".
+    void start(const QString &account = kAccount, const QString &password = kPassword);
+
+    QDialog *window() const;
+    template <typename Widget = QPushButton>
+    Widget *find(const char *name) const
+    {
+        return window()->findChild<Widget *>(QLatin1StringView(name));
+    }
+    QString message() const { return find<QLabel>("message")->text(); }
+    QString note() const { return find<QLabel>("keyboardNote")->text(); }
+    /// What the field keeps, which is not what it shows.
+    QString secret(const char *name) const;
+    void type(const char *field, const QString &text) const;
+    void paste(const char *field, const QString &text) const;
+    void press(const char *button) const;
+
+    /// Account and password can be typed, nothing of the code is to be seen.
+    bool isEditing() const;
+    /// The lines that the tool has read.
+    QStringList linesRead() const;
+    /// The tool's processes that are alive.
+    QList<pid_t> running() const;
+
+    ScriptedTools tools;
+    QWidget parent;
+    QList<bool> outcomes; ///< what the completion was called with
+    std::chrono::steady_clock::time_point now = std::chrono::steady_clock::now();
+    PlayedKeyboard *keyboard = nullptr;
+    std::unique_ptr<LegacyAuth> auth;
+};

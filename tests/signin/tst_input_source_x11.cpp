@@ -1,0 +1,244 @@
+// The keyboard layouts of a real X server, which the test starts for itself.
+#include "signin/input_source.h"
+#include "signin/secret_field.h"
+#include "signin/sign_in_session.h"
+#include "signin/sign_in_window.h"
+
+#include <QApplication>
+#include <QLabel>
+#include <QProcess>
+#include <QTest>
+
+#include <sys/prctl.h>
+
+#include <csignal>
+#include <cstdio>
+#include <memory>
+
+// Last: it defines macros with everyday names.
+#include <X11/Xlib.h>
+#undef None
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+constexpr int kPatience = 20'000;
+#define EVENTUALLY(condition) QTRY_VERIFY_WITH_TIMEOUT(condition, kPatience)
+#define EVENTUALLY_EQUAL(actual, expected) QTRY_COMPARE_WITH_TIMEOUT(actual, expected, kPatience)
+
+const QString kNote =
+    u"При вводе пароля включается английская раскладка. Цифры и обычные символы разрешены."_s;
+const QString kEnglish = u"Английская раскладка. Цифры и обычные символы разрешены."_s;
+const QString kNoEnglish = u"Добавьте английскую раскладку в настройках клавиатуры Mac."_s;
+const QString kRefused = u"Кириллица и эмодзи не принимаются. Пароль не изменён."_s;
+
+bool setLayouts(const QString &layouts, const QString &variants = {})
+{
+    return QProcess::execute(u"setxkbmap"_s,
+                             {u"-layout"_s, layouts, u"-variant"_s, variants, u"-option"_s, {}}) == 0;
+}
+
+// A window of another program.
+class OtherWindow
+{
+public:
+    OtherWindow()
+        : m_display(::XOpenDisplay(nullptr))
+        , m_window(::XCreateSimpleWindow(m_display, DefaultRootWindow(m_display), 0, 0, 50, 50, 0, 0, 0))
+    {
+        ::XMapWindow(m_display, m_window);
+        ::XSync(m_display, False);
+    }
+    ~OtherWindow() { ::XCloseDisplay(m_display); }
+    OtherWindow(const OtherWindow &) = delete;
+    OtherWindow &operator=(const OtherWindow &) = delete;
+
+    // What a window manager does when the user changes windows; there is none here.
+    void takeFocus() { giveFocus(m_window); }
+    void giveFocus(WId window)
+    {
+        ::XSetInputFocus(m_display, window, RevertToPointerRoot, CurrentTime);
+        ::XSync(m_display, False);
+    }
+
+private:
+    Display *m_display;
+    Window m_window;
+};
+
+} // namespace
+
+class InputSourceX11Test : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void initTestCase();
+    void choosesEnglish_data();
+    void choosesEnglish();
+    void tellsOfChanges();
+    void passwordIsTypedInEnglish();
+    void withoutEnglishTheFilterStillWorks();
+
+private:
+    std::unique_ptr<InputSource> m_user; // a connection of its own, as the desktop's switch has
+};
+
+void InputSourceX11Test::initTestCase()
+{
+    QVERIFY2(setLayouts(u"us,ru"_s), "setxkbmap (package x11-xkb-utils) is needed");
+    m_user = InputSource::ofThisDesktop();
+    QCOMPARE(m_user->current(), u"us"_s);
+}
+
+void InputSourceX11Test::choosesEnglish_data()
+{
+    QTest::addColumn<QString>("layouts");
+    QTest::addColumn<QString>("variants");
+    QTest::addColumn<QString>("inUse");
+    QTest::addColumn<QString>("english");
+    const auto row = [](const char *name, const char *layouts, const char *variants, const char *inUse,
+                        const char *english) {
+        QTest::newRow(name) << QString::fromLatin1(layouts) << QString::fromLatin1(variants)
+                            << QString::fromLatin1(inUse) << QString::fromLatin1(english);
+    };
+    row("the other one", "us,ru", "", "ru", "us");
+    row("in use already", "us,ru", "", "us", "us");
+    row("behind another Latin one", "ru,de,gb", "", "ru", "gb");
+    row("preferred to another Latin one in use", "de,us", "", "de", "us");
+    row("the variant that is in use", "us,us,ru", "dvorak,,", "us", "us");
+    row("the first variant", "us,us,ru", "dvorak,,", "ru", "us(dvorak)");
+    row("another Latin one", "ru,fr", "", "ru", "fr");
+    row("another Latin one in use", "ru,fr,de", "", "de", "de");
+    row("a Latin variant of a Cyrillic layout", "ru,rs", ",latin", "ru", "rs(latin)");
+    row("English of Canada", "ru,ca", ",eng", "ru", "ca(eng)");
+    row("none: Russian", "ru", "", "ru", "");
+    row("none: Russian, Serbian, Greek", "ru,rs,gr", "", "rs", "");
+}
+
+void InputSourceX11Test::choosesEnglish()
+{
+    QFETCH(QString, layouts);
+    QFETCH(QString, variants);
+    QFETCH(QString, inUse);
+    QFETCH(QString, english);
+    QVERIFY(setLayouts(layouts, variants));
+    m_user->select(inUse);
+    QCOMPARE(m_user->current(), inUse);
+    QCOMPARE(m_user->english(), english);
+    m_user->select(u"nonsense"_s);
+    QCOMPARE(m_user->current(), inUse);
+}
+
+void InputSourceX11Test::tellsOfChanges()
+{
+    QVERIFY(setLayouts(u"us,ru"_s));
+    m_user->select(u"us"_s);
+    QCOMPARE(m_user->current(), u"us"_s);
+    const auto source = InputSource::ofThisDesktop();
+    int changes = 0;
+    source->changed = [&] { ++changes; };
+    for (const QString &layout : {u"ru"_s, u"us"_s, u"ru"_s}) {
+        m_user->select(layout);
+        m_user->current(); // has been answered: the server has done it
+        // The answer to a question brings the event along; it must not get lost.
+        QCOMPARE(source->current(), layout);
+        EVENTUALLY(changes > 0);
+        changes = 0;
+    }
+    QVERIFY(setLayouts(u"ru"_s));
+    EVENTUALLY(changes > 0);
+}
+
+void InputSourceX11Test::passwordIsTypedInEnglish()
+{
+    QVERIFY(setLayouts(u"us,ru"_s));
+    m_user->select(u"ru"_s);
+    QWidget parent;
+    parent.show();
+    LegacyAuth auth(&parent, u"/nowhere/ipatool"_s, u"a@example.com"_s, {});
+    auth.show();
+    auto *window = parent.findChild<SignInWindow *>();
+    QVERIFY(QTest::qWaitForWindowActive(window));
+    auto *account = window->findChild<QLineEdit *>(u"account"_s);
+    auto *password = window->findChild<QLineEdit *>(u"password"_s);
+    const auto *note = window->findChild<QLabel *>(u"keyboardNote"_s);
+    QCOMPARE(note->text(), kNote);
+    QCOMPARE(m_user->current(), u"ru"_s);
+
+    password->setFocus();
+    QCOMPARE(m_user->current(), u"us"_s);
+    QCOMPARE(note->text(), kEnglish);
+    account->setFocus();
+    QCOMPARE(m_user->current(), u"ru"_s);
+
+    password->setFocus();
+    m_user->select(u"ru"_s); // while typing
+    EVENTUALLY_EQUAL(m_user->current(), u"us"_s);
+
+    OtherWindow other;
+    other.takeFocus();
+    EVENTUALLY_EQUAL(m_user->current(), u"ru"_s);
+    QVERIFY(!window->isActiveWindow());
+    m_user->select(u"us"_s); // there the choice is the user's
+    m_user->select(u"ru"_s);
+    QTest::qWait(100);
+    QCOMPARE(m_user->current(), u"ru"_s);
+    other.giveFocus(window->winId());
+    EVENTUALLY_EQUAL(m_user->current(), u"us"_s);
+
+    QTest::keyClick(window, Qt::Key_Escape);
+    QCOMPARE(m_user->current(), u"ru"_s);
+}
+
+void InputSourceX11Test::withoutEnglishTheFilterStillWorks()
+{
+    QVERIFY(setLayouts(u"ru"_s));
+    QWidget parent;
+    parent.show();
+    LegacyAuth auth(&parent, u"/nowhere/ipatool"_s, {}, {});
+    auth.show();
+    auto *window = parent.findChild<SignInWindow *>();
+    QVERIFY(QTest::qWaitForWindowActive(window));
+    auto *password = window->findChild<SecretField *>(u"password"_s);
+    const auto *note = window->findChild<QLabel *>(u"keyboardNote"_s);
+    password->setFocus();
+    QCOMPARE(note->text(), kNoEnglish);
+    QTest::keyClicks(password, u"abc"_s);
+    QTest::sendKeyEvent(QTest::Click, password, Qt::Key_unknown, u"ы"_s, Qt::NoModifier);
+    QCOMPARE(password->secret().view(), u"abc"_s);
+    QCOMPARE(note->text(), kRefused);
+    QVERIFY(setLayouts(u"us,ru"_s)); // the user adds one
+    m_user->select(u"ru"_s);
+    EVENTUALLY_EQUAL(m_user->current(), u"us"_s);
+    EVENTUALLY_EQUAL(note->text(), kEnglish);
+}
+
+// The toolkit needs the display before anything else.
+int main(int argc, char **argv)
+{
+    QProcess server;
+    server.setProcessChannelMode(QProcess::ForwardedErrorChannel);
+    server.setChildProcessModifier([] { ::prctl(PR_SET_PDEATHSIG, SIGTERM); }); // also when the test crashes
+    server.start(u"Xvfb"_s, {u"-displayfd"_s, u"1"_s, u"-noreset"_s, u"-nolisten"_s, u"tcp"_s, u"-screen"_s,
+                             u"0"_s, u"1024x768x24"_s});
+    if (!server.waitForReadyRead(kPatience)) {
+        std::fprintf(stderr, "FAIL!  : Xvfb (package xvfb) is needed: %s\n",
+                     qPrintable(server.errorString()));
+        return 1;
+    }
+    qputenv("DISPLAY", ':' + server.readLine().trimmed());
+    qputenv("QT_QPA_PLATFORM", "xcb");
+    int result = 0;
+    {
+        QApplication application(argc, argv);
+        InputSourceX11Test test;
+        result = QTest::qExec(&test, argc, argv);
+    }
+    server.terminate();
+    server.waitForFinished(kPatience);
+    return result;
+}
+
+#include "tst_input_source_x11.moc"
