@@ -188,9 +188,10 @@ void closeTheRestOnExec(int limit)
 bool placeDescriptors(std::array<int, 3> &standard, int &report)
 {
     // Out of the way first: a descriptor to be placed may itself be 0, 1 or 2.
-    report = ::fcntl(report, F_DUPFD_CLOEXEC, 3);
-    if (report < 0)
-        return false;
+    const int moved = ::fcntl(report, F_DUPFD_CLOEXEC, 3);
+    if (moved < 0)
+        return false; // the failure is reported through the descriptor that still works
+    report = moved;
     for (int &descriptor : standard) {
         descriptor = ::fcntl(descriptor, F_DUPFD_CLOEXEC, 3);
         if (descriptor < 0)

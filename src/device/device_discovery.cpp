@@ -65,7 +65,7 @@ void ZarvoApp::pollDevice(bool)
 
 void ZarvoApp::applyDiscoveredPhones(const QList<PhoneEntry> &found)
 {
-    const bool stillThere = HasPhone(found, selectedPhone);
+    const bool stillThere = !selectedPhone.isEmpty() && HasPhone(found, selectedPhone);
     const bool changed = phones != found;
     phones = found;
     // The same list again would only disturb a list that the user has just unfolded.
