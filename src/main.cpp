@@ -1,28 +1,25 @@
-#include "app/resources.h"
-#include "app/zarvo_app.h"
+#include "app/windowed_mode.h"
 #include "core/child_process.h"
+#include "core/end_signals.h"
 #include "core/private_folder.h"
 #include "core/self_test.h"
 #include "ipa/ipa_validation.h"
 
-#include <QApplication>
-#include <QIcon>
-
-#include <chrono>
 #include <cstdio>
-#include <cstdlib>
 #include <string_view>
-
-using namespace std::chrono_literals;
-using namespace Qt::StringLiterals;
 
 namespace {
 
-// Quitting does not wait for work: children are ended, and whoever has not come back by then is left behind.
-constexpr auto kPatience = 300ms;
+void leaveNothingBehind(int signal)
+{
+    PrivateFolder::removeAll();
+    ChildProcess::killAll();
+    EndBySignal(signal);
+}
 
 int verify(const char *file, const char *bundleID)
 {
+    OnEndSignals(leaveNothingBehind);
     Error error;
     const auto info = ZarvoValidateIPA(file, QString::fromUtf8(bundleID), &error);
     if (!info) {
@@ -31,39 +28,6 @@ int verify(const char *file, const char *bundleID)
     }
     std::printf("Verified %s, version %s\n", info->id.toUtf8().constData(),
                 info->version.toUtf8().constData());
-    return 0;
-}
-
-// The toolkit aborts when it finds no display: the user gets a sentence instead.
-void explainMissingDisplay(QtMsgType type, const QMessageLogContext &, const QString &)
-{
-    if (type != QtFatalMsg)
-        return;
-    std::fputs("Zarvo: нет доступного графического экрана. Запустите программу в графическом сеансе.\n",
-               stderr);
-    std::_Exit(1);
-}
-
-int runWindow(int &argc, char **argv)
-{
-    const QtMessageHandler usual = qInstallMessageHandler(explainMissingDisplay);
-    QApplication application(argc, argv);
-    qInstallMessageHandler(usual);
-    QApplication::setOrganizationName(u"Zarvo"_s);
-    QApplication::setApplicationName(u"Zarvo"_s);
-
-    QApplication::setWindowIcon(QIcon(ResourcePath() + u"/AppLogo.png"_s));
-    InstallRussianTexts();
-    ZarvoApp controller(ResourcePath());
-    controller.applicationDidFinishLaunching();
-    QApplication::exec();
-    controller.applicationWillTerminate();
-    ChildProcess::killAll();
-    if (!controller.waitForWorkers(kPatience)) {
-        PrivateFolder::removeAll();
-        std::fflush(nullptr);
-        std::_Exit(0);
-    }
     return 0;
 }
 
@@ -76,5 +40,5 @@ int main(int argc, char **argv)
         return verify(argv[2], argv[3]);
     if (argc > 1 && mode == "--self-test")
         return ZarvoSelfTest();
-    return runWindow(argc, argv);
+    return RunWindow(argc, argv);
 }

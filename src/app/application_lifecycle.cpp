@@ -1,7 +1,9 @@
+#include "app/desktop_services.h"
 #include "app/main_window.h"
 #include "app/zarvo_app.h"
 #include "signin/sign_in_session.h"
 
+#include <QApplication>
 #include <QDesktopServices>
 #include <QFileInfo>
 #include <QTimer>
@@ -20,6 +22,7 @@ constexpr auto kPollPeriod = 6s;
 
 void ZarvoApp::applicationDidFinishLaunching()
 {
+    loadHistory();
     buildWindow();
     updateControls();
 
@@ -57,6 +60,17 @@ void ZarvoApp::instructions()
 void ZarvoApp::reveal()
 {
     const QString file = lastDownload.isEmpty() ? ipa : lastDownload;
-    if (!file.isEmpty())
-        QDesktopServices::openUrl(QUrl::fromLocalFile(QFileInfo(file).absolutePath()));
+    if (file.isEmpty())
+        return;
+    const QString path = QFileInfo(file).absoluteFilePath();
+    m_background.run([this, path] {
+        if (!ShowInFileManager(path))
+            onMain([path] { QDesktopServices::openUrl(QUrl::fromLocalFile(QFileInfo(path).path())); });
+    });
+}
+
+void ZarvoApp::notifyUnlessWatched(const QString &text)
+{
+    if (!cancelled && !QApplication::activeWindow())
+        m_background.run([text] { ShowNotice(u"Zarvo"_s, text); });
 }

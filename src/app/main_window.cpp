@@ -246,9 +246,9 @@ QWidget *ZarvoApp::makeDeviceRow()
     phonePicker->addItem(u"Выберите iPhone"_s);
     connect(phonePicker, &QComboBox::currentIndexChanged, this, &ZarvoApp::selectPhone);
     controls.append(phonePicker);
-    infoButton = button(u"Сведения об iPhone"_s, "infoButton", [] {});
+    infoButton = button(u"Сведения об iPhone"_s, "infoButton", &ZarvoApp::showInfo);
     return ZarvoRow({phonePicker, infoButton, button(u"Обновить"_s, "refresh", &ZarvoApp::refresh),
-                     button(u"Устройства…"_s, "showHistory", [] {}),
+                     button(u"Устройства…"_s, "showHistory", &ZarvoApp::showHistory),
                      button(u"Обновить приложения"_s, "reloadApps", &ZarvoApp::reloadApps)});
 }
 
@@ -288,14 +288,14 @@ QWidget *ZarvoApp::makeDownloadRow()
     storeID = field(u"ID App Store (если известен)"_s, "storeID");
     storeID->setFixedWidth(Scaled(kStoreIDWidth));
     downloadButton = button(u"Загрузить IPA…"_s, "downloadButton", &ZarvoApp::download);
-    allButton = button(u"Загрузить все с iPhone…"_s, "allButton", [] {});
+    allButton = button(u"Загрузить все с iPhone…"_s, "allButton", &ZarvoApp::downloadAll);
     return ZarvoRow({storeID, downloadButton, allButton});
 }
 
 QWidget *ZarvoApp::makeInstallRow()
 {
-    installButton = button(u"Установить на iPhone…"_s, "installButton", [] {});
-    return ZarvoRow({installButton, button(u"Выбрать IPA…"_s, "chooseIPA", [] {}),
+    installButton = button(u"Установить на iPhone…"_s, "installButton", &ZarvoApp::install);
+    return ZarvoRow({installButton, button(u"Выбрать IPA…"_s, "chooseIPA", &ZarvoApp::chooseIPA),
                      button(u"Показать файл"_s, "reveal", &ZarvoApp::reveal)});
 }
 

@@ -105,7 +105,7 @@ void FollowPalette()
     follower->adjust();
 }
 
-void SetFontSize(QLabel *label, double points, bool bold)
+QFont FontOfSize(double points)
 {
     QFont font = QApplication::font();
     const double factor = points / kReferenceFont;
@@ -113,6 +113,12 @@ void SetFontSize(QLabel *label, double points, bool bold)
         font.setPointSizeF(font.pointSizeF() * factor);
     else
         font.setPixelSize(static_cast<int>(std::lround(font.pixelSize() * factor)));
+    return font;
+}
+
+void SetFontSize(QLabel *label, double points, bool bold)
+{
+    QFont font = FontOfSize(points);
     font.setBold(bold);
     label->setFont(font);
 }

@@ -24,6 +24,9 @@ void MakeSecondary(QLabel *label);
 /// changed. To be called once, before the first window is made.
 void FollowPalette();
 
+/// The desktop's font in the size `points` of a scale on which 13 is that font's own.
+QFont FontOfSize(double points);
+
 /// Sets the label's font to `points` of a scale on which 13 is the desktop's font.
 void SetFontSize(QLabel *label, double points, bool bold);
 

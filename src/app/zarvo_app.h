@@ -12,6 +12,7 @@
 #include <QDateTime>
 #include <QList>
 #include <QObject>
+#include <QPointer>
 #include <QString>
 #include <QStringList>
 
@@ -92,6 +93,7 @@ private:
     // Life cycle
     void instructions();
     void reveal();
+    void notifyUnlessWatched(const QString &text);
 
     // Main window (app/main_window.cpp)
     void buildWindow();
@@ -146,6 +148,9 @@ private:
                bool exact, Error *error); // worker
     void download();
     void showDownload(const QString &email, const QString &file);
+    void downloadAll();
+    bool downloadEach(const QList<AppRow> &all, const QString &parent, bool exact, Error *error); // worker
+    void finishBatch(const QString &summary, const QString &folder);                              // worker
 
     // Devices (device/)
     std::optional<DeviceReply> device(const QStringList &arguments, Error *error); // worker
@@ -156,6 +161,28 @@ private:
     void showPickedPhone(const QString &id);
     void selectPhone();
     void clearDeviceSelection();
+
+    // Installing (device/install_to_device.cpp)
+    void chooseIPA();
+    void setIPA(const QString &file);
+    void install();
+    void installConfirmed(const QString &file, const QString &phone);
+    void showInstalled(const QString &phone, const QList<AppRow> &list);
+
+    // Details (device/device_information.cpp)
+    void showInfo();
+    void showDetails(const QString &text);
+
+    // History of phones (device/device_history.cpp)
+    void loadHistory();
+    void persistHistory();
+    void rememberDevice(const PhoneEntry &phone);
+    void forgetDeviceID(const QString &id);
+    void clearHistory();
+    void showHistory();
+    void refreshHistory();
+    QStringList historyLines() const;
+    QWidget *makeHistoryRow(const PhoneEntry &entry);
 
     // Installed apps (device/installed_apps.cpp)
     void reloadApps();
@@ -173,6 +200,7 @@ private:
 
     // State of the phones and their apps
     QList<PhoneEntry> phones;          // as last discovered, in the tool's order
+    QList<PhoneEntry> savedPhones;     // all that were ever chosen, by name
     QString selectedPhone;             // id of the current phone
     QString loadedPhone;               // id of the phone whose apps are held
     QList<AppRow> apps;                // all of them, sorted by name
@@ -199,6 +227,10 @@ private:
     // Views, owned by the window
     std::unique_ptr<MainWindow> window;
     std::unique_ptr<LegacyAuth> auth; // the open sign-in, a sheet of the window
+    QPointer<QWidget> infoWindow;     // the newest one; gone when closed
+    QWidget *historyWindow = nullptr; // kept once made
+    QVBoxLayout *historyStack = nullptr;
+    QStringList m_historyShown; // what its rows tell, to leave them alone while nothing changes
     QComboBox *phonePicker = nullptr;
     QLineEdit *search = nullptr;
     QTableView *table = nullptr;

@@ -70,6 +70,7 @@ constexpr int kUnknownStatus = 255; // never taken for success
 struct Registry
 {
     std::mutex mutex;
+    std::condition_variable ended;
     std::vector<std::shared_ptr<State>> alive;
     bool closed = false;
 };
@@ -269,6 +270,8 @@ void forget(const std::shared_ptr<State> &state)
     Registry &all = registry();
     const std::lock_guard lock(all.mutex);
     std::erase(all.alive, state);
+    if (all.alive.empty())
+        all.ended.notify_all();
 }
 
 void fail(const std::shared_ptr<State> &state, int number)
@@ -408,4 +411,11 @@ void ChildProcess::killAll()
     }
     for (const auto &state : running)
         state->signal({SIGKILL});
+}
+
+bool ChildProcess::waitForAll(std::chrono::milliseconds limit)
+{
+    Registry &all = registry();
+    std::unique_lock lock(all.mutex);
+    return all.ended.wait_for(lock, limit, [&] { return all.alive.empty(); });
 }

@@ -54,6 +54,8 @@ public:
     /// Ends every child of this process at once (SIGKILL), for the way out of the program. Children started
     /// afterwards fail to start.
     static void killAll();
+    /// Waits until no child of this process runs, at most `limit`; true when none does.
+    static bool waitForAll(std::chrono::milliseconds limit);
 
     struct State; // the part that the thread watching the child shares
     explicit ChildProcess(std::shared_ptr<State> state);

@@ -34,6 +34,8 @@ public:
 
     int get() const { return m_descriptor; }
     bool isOpen() const { return m_descriptor >= 0; }
+    /// Hands the descriptor over to the caller.
+    int release() { return std::exchange(m_descriptor, -1); }
     void reset()
     {
         if (m_descriptor < 0)

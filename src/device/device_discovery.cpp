@@ -27,6 +27,13 @@ bool HasPhone(const QList<PhoneEntry> &phones, const QString &id)
     return std::any_of(phones.begin(), phones.end(), [&](const PhoneEntry &phone) { return phone.id == id; });
 }
 
+PhoneEntry FindPhone(const QList<PhoneEntry> &phones, const QString &id)
+{
+    const auto found =
+        std::find_if(phones.begin(), phones.end(), [&](const PhoneEntry &phone) { return phone.id == id; });
+    return found == phones.end() ? PhoneEntry() : *found;
+}
+
 QString PhoneTitle(const PhoneEntry &phone)
 {
     return u"%1 · iOS %2"_s.arg(phone.name, phone.ios);
@@ -75,6 +82,7 @@ void ZarvoApp::applyDiscoveredPhones(const QList<PhoneEntry> &found)
     if (!stillThere)
         clearDeviceSelection();
     updateControls();
+    refreshHistory();
 }
 
 void ZarvoApp::rebuildPicker()
@@ -102,6 +110,7 @@ void ZarvoApp::selectPhone()
         return;
     selectedPhone = chosen;
     showPickedPhone(chosen);
+    rememberDevice(FindPhone(phones, chosen));
     loadAppsAutomatic(true);
 }
 

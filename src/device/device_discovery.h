@@ -6,6 +6,9 @@
 /// True when one of `phones` has this identifier.
 bool HasPhone(const QList<PhoneEntry> &phones, const QString &id);
 
+/// The first phone with this identifier; an empty one when there is none.
+PhoneEntry FindPhone(const QList<PhoneEntry> &phones, const QString &id);
+
 /// The phone's line in the list of phones.
 QString PhoneTitle(const PhoneEntry &phone);
 

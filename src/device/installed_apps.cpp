@@ -50,17 +50,18 @@ std::unique_ptr<icu::Collator> makeCollator()
 }
 
 // Comparing prepared keys is several times faster than comparing texts, from a few hundred names on.
-std::vector<QByteArray> sortKeys(const QList<AppRow> &apps)
+template <typename Named>
+std::vector<QByteArray> sortKeys(const QList<Named> &list)
 {
     std::vector<QByteArray> keys;
-    keys.reserve(static_cast<size_t>(apps.size()));
+    keys.reserve(static_cast<size_t>(list.size()));
     const auto collator = makeCollator();
-    for (const AppRow &app : apps) {
+    for (const Named &named : list) {
         if (!collator) {
-            keys.push_back(app.name.toCaseFolded().toUtf8());
+            keys.push_back(named.name.toCaseFolded().toUtf8());
             continue;
         }
-        const icu::UnicodeString name = toICU(app.name);
+        const icu::UnicodeString name = toICU(named.name);
         QByteArray key(collator->getSortKey(name, nullptr, 0), Qt::Uninitialized);
         collator->getSortKey(name, reinterpret_cast<uint8_t *>(key.data()), static_cast<int32_t>(key.size()));
         keys.push_back(std::move(key));
@@ -68,21 +69,32 @@ std::vector<QByteArray> sortKeys(const QList<AppRow> &apps)
     return keys;
 }
 
-} // namespace
-
-void SortByName(QList<AppRow> &apps)
+template <typename Named>
+void sortByName(QList<Named> &list)
 {
-    const std::vector<QByteArray> keys = sortKeys(apps);
+    const std::vector<QByteArray> keys = sortKeys(list);
     std::vector<qsizetype> order(keys.size());
     std::iota(order.begin(), order.end(), 0);
     std::stable_sort(order.begin(), order.end(), [&](qsizetype a, qsizetype b) {
         return keys[static_cast<size_t>(a)] < keys[static_cast<size_t>(b)];
     });
-    QList<AppRow> sorted;
-    sorted.reserve(apps.size());
+    QList<Named> sorted;
+    sorted.reserve(list.size());
     for (const qsizetype index : order)
-        sorted.append(apps[index]);
-    apps = std::move(sorted);
+        sorted.append(list[index]);
+    list = std::move(sorted);
+}
+
+} // namespace
+
+void SortByName(QList<AppRow> &apps)
+{
+    sortByName(apps);
+}
+
+void SortByName(QList<PhoneEntry> &phones)
+{
+    sortByName(phones);
 }
 
 QString SearchKey(const QString &text)

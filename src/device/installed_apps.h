@@ -8,6 +8,7 @@
 
 /// Sorts by name as the user's language does, without regard to case; equal names keep their order.
 void SortByName(QList<AppRow> &apps);
+void SortByName(QList<PhoneEntry> &phones);
 
 /// A text prepared for searching: without the differences of case, and with accents composed.
 QString SearchKey(const QString &text);

@@ -1,0 +1,86 @@
+#include "app/windowed_mode.h"
+
+#include "app/resources.h"
+#include "app/zarvo_app.h"
+#include "core/child_process.h"
+#include "core/end_signals.h"
+#include "core/main_thread.h"
+#include "core/private_folder.h"
+
+#include <QApplication>
+#include <QIcon>
+
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <thread>
+
+using namespace std::chrono_literals;
+using namespace Qt::StringLiterals;
+
+namespace {
+
+// Quitting does not wait for work: children are asked to end, then ended, and whoever has not come back by
+// then is left behind. Together with the removal of private folders this stays below half a second.
+constexpr auto kForChildren = 150ms;
+constexpr auto kForWorkers = 150ms;
+// For a main thread that cannot be reached when a signal asks to end: it hangs in a call of the system.
+constexpr auto kForMainThread = 400ms;
+
+void cleanUp()
+{
+    ChildProcess::killAll();
+    PrivateFolder::removeAll();
+}
+
+[[noreturn]] void endNow()
+{
+    cleanUp();
+    std::fflush(nullptr);
+    std::_Exit(0);
+}
+
+// The toolkit aborts when it finds no display: the user gets a sentence instead.
+void explainMissingDisplay(QtMsgType type, const QMessageLogContext &, const QString &)
+{
+    if (type != QtFatalMsg)
+        return;
+    std::fputs("Zarvo: нет доступного графического экрана. Запустите программу в графическом сеансе.\n",
+               stderr);
+    std::_Exit(1);
+}
+
+void quitWhenAsked(int)
+{
+    ZarvoMain([] { QCoreApplication::exit(0); });
+    std::this_thread::sleep_for(kForMainThread);
+    endNow();
+}
+
+} // namespace
+
+int RunWindow(int &argc, char **argv, const WindowedOptions &options)
+{
+    const QtMessageHandler usual = qInstallMessageHandler(explainMissingDisplay);
+    QApplication application(argc, argv);
+    qInstallMessageHandler(usual);
+    QApplication::setOrganizationName(u"Zarvo"_s);
+    QApplication::setApplicationName(u"Zarvo"_s);
+    const QString resources = options.resources.isEmpty() ? ResourcePath() : options.resources;
+    QApplication::setWindowIcon(QIcon(resources + u"/AppLogo.png"_s));
+    InstallRussianTexts();
+
+    std::atexit(cleanUp); // the toolkit leaves by exit() when the display goes away
+    OnEndSignals(quitWhenAsked);
+    ZarvoApp controller(resources);
+    controller.applicationDidFinishLaunching();
+    if (options.launched)
+        options.launched();
+    QApplication::exec();
+    controller.applicationWillTerminate();
+    ChildProcess::waitForAll(kForChildren);
+    ChildProcess::killAll();
+    if (!controller.waitForWorkers(kForWorkers))
+        endNow();
+    return 0;
+}

@@ -1,0 +1,199 @@
+#include "store/batch_download.h"
+
+#include "app/desktop_services.h"
+#include "app/zarvo_app.h"
+#include "core/file_descriptor.h"
+#include "core/private_folder.h"
+#include "ipa/file_moving.h"
+
+#include <QCheckBox>
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QUuid>
+
+#include <sys/stat.h>
+
+#include <cerrno>
+#include <cstdio>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+constexpr QStringView kReportName = u"report.json";
+constexpr int kFolderNameDigits = 8;
+
+QString statusName(BatchEntry::Status status)
+{
+    switch (status) {
+    case BatchEntry::Status::NotAttempted:
+        return u"not_attempted"_s;
+    case BatchEntry::Status::Downloaded:
+        return u"downloaded"_s;
+    case BatchEntry::Status::Failed:
+        return u"failed"_s;
+    case BatchEntry::Status::Cancelled:
+        return u"cancelled"_s;
+    }
+    return {};
+}
+
+QJsonObject toJSON(const BatchEntry &entry)
+{
+    QJsonObject object{{u"name"_s, entry.name},
+                       {u"bundleID"_s, entry.bundleID},
+                       {u"installedVersion"_s, entry.installedVersion},
+                       {u"status"_s, statusName(entry.status)}};
+    if (!entry.file.isEmpty())
+        object.insert(u"file"_s, entry.file);
+    if (!entry.reason.isEmpty())
+        object.insert(u"reason"_s, entry.reason);
+    return object;
+}
+
+Error reportFailed(int number)
+{
+    return SystemError(u"Не удалось записать отчёт «%1»"_s.arg(kReportName), number);
+}
+
+// Returns 0 or an errno value.
+int writeWhole(const QByteArray &path, const QByteArray &bytes)
+{
+    const FileDescriptor file(
+        ::open(path.constData(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, S_IRUSR | S_IWUSR));
+    if (!file.isOpen())
+        return errno;
+    qsizetype done = 0;
+    while (done < bytes.size()) {
+        const ssize_t written =
+            ::write(file.get(), bytes.constData() + done, static_cast<size_t>(bytes.size() - done));
+        if (written < 0 && errno == EINTR)
+            continue;
+        if (written < 0)
+            return errno;
+        done += written;
+    }
+    return SyncFile(file);
+}
+
+// A folder of its own for each batch, so that no file of an earlier one is in the way.
+std::optional<QString> makeBatchFolder(const QString &parent, Error *error)
+{
+    const QString digits =
+        QUuid::createUuid().toString(QUuid::WithoutBraces).toUpper().first(kFolderNameDigits);
+    const QString path = QDir(parent).absoluteFilePath(u"iPhone-IPA-"_s + digits);
+    if (::mkdir(QFile::encodeName(path).constData(), S_IRWXU | S_IRWXG | S_IRWXO) == 0)
+        return path;
+    Fail(error, SystemError(u"Не удалось создать папку «%1»"_s.arg(QDir::toNativeSeparators(path)), errno));
+    return std::nullopt;
+}
+
+} // namespace
+
+QList<BatchEntry> NewBatchReport(const QList<AppRow> &apps)
+{
+    QList<BatchEntry> entries;
+    entries.reserve(apps.size());
+    for (const AppRow &app : apps)
+        entries.append({app.name, app.id, app.version});
+    return entries;
+}
+
+void NoteOutcome(BatchEntry &entry, const QString &file, const QString &reason, bool cancelled)
+{
+    if (!file.isEmpty()) {
+        entry.status = BatchEntry::Status::Downloaded;
+        entry.file = QFileInfo(file).fileName();
+        return;
+    }
+    entry.status = cancelled ? BatchEntry::Status::Cancelled : BatchEntry::Status::Failed;
+    entry.reason = reason.isEmpty() ? u"Операция отменена"_s : reason;
+}
+
+bool EndsBatch(const BatchEntry &entry)
+{
+    return entry.reason.contains(u"Нужен вход");
+}
+
+QByteArray BatchReportJSON(const QList<BatchEntry> &entries)
+{
+    QJsonArray report;
+    for (const BatchEntry &entry : entries)
+        report.append(toJSON(entry));
+    return QJsonDocument(report).toJson(QJsonDocument::Indented);
+}
+
+QString BatchSummary(const QList<BatchEntry> &entries)
+{
+    qsizetype saved = 0;
+    qsizetype failed = 0;
+    for (const BatchEntry &entry : entries) {
+        saved += entry.status == BatchEntry::Status::Downloaded;
+        failed += entry.status == BatchEntry::Status::Failed || entry.status == BatchEntry::Status::Cancelled;
+    }
+    return u"Сохранено: %1, ошибок: %2. Отчёт — report.json."_s.arg(saved).arg(failed);
+}
+
+bool WriteBatchReport(const QString &folder, const QByteArray &report, Error *error)
+{
+    // In a private folder until it is whole: what is left of an interrupted write goes away with that folder.
+    const auto workshop = PrivateFolder::create(folder, u".zarvo-"_s, error);
+    if (!workshop)
+        return false;
+    const QByteArray draft = QFile::encodeName(workshop->filePath(kReportName.toString()));
+    const QByteArray target = QFile::encodeName(QDir(folder).absoluteFilePath(kReportName.toString()));
+    if (const int number = writeWhole(draft, report))
+        return Fail(error, reportFailed(number));
+    if (::rename(draft.constData(), target.constData()) != 0)
+        return Fail(error, reportFailed(errno));
+    if (const int number = SyncFolderOf(target.toStdString()))
+        return Fail(error, reportFailed(number));
+    return true;
+}
+
+void ZarvoApp::downloadAll()
+{
+    const QList<AppRow> all = apps;
+    if (all.isEmpty())
+        return;
+    const auto directory = chooseDirectory(
+        u"Будет обработан весь список: %1 приложений. Недоступные приложения будут отмечены в отчёте."_s.arg(
+            all.size()));
+    if (!directory)
+        return;
+    const bool exact = exactVersion->isChecked();
+    job(u"Проверка входа…"_s, [this, all, exact, folder = *directory](Error *error) {
+        return accountWorker(error) && downloadEach(all, folder, exact, error);
+    });
+}
+
+bool ZarvoApp::downloadEach(const QList<AppRow> &all, const QString &parent, bool exact, Error *error)
+{
+    const auto folder = makeBatchFolder(parent, error);
+    if (!folder)
+        return false;
+    const StayAwake awake(u"Загрузка приложений"_s);
+    QList<BatchEntry> report = NewBatchReport(all);
+    for (qsizetype i = 0; i < all.size() && !cancelled; ++i) {
+        Error failure;
+        const auto file = downloadWorker(all[i], all[i].storeID, *folder, exact, &failure);
+        NoteOutcome(report[i], file.value_or(QString()), failure.message, cancelled);
+        if (!WriteBatchReport(*folder, BatchReportJSON(report), error))
+            return false;
+        if (cancelled || EndsBatch(report[i]))
+            break;
+    }
+    finishBatch(BatchSummary(report), *folder);
+    return true;
+}
+
+void ZarvoApp::finishBatch(const QString &summary, const QString &folder)
+{
+    setStatus(summary);
+    setTransfer(folder);
+    onMain([this, summary] { notifyUnlessWatched(summary); });
+}
