@@ -6,13 +6,14 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-/// The controls that are enabled, one letter each: (o)rdinary, (t)able, (d)ownload, download (a)ll, (i)nstall, phone
-/// i(n)formation, (c)ancel, (s)pinner.
+/// The controls that are enabled, one letter each: (o)rdinary, (t)able, (d)ownload, download (a)ll,
+/// (i)nstall, phone i(n)formation, (c)ancel, (s)pinner.
 QString enabledIn(const WindowState &state)
 {
     const std::pair<Control, QChar> letters[] = {
-        {Control::Ordinary, u'o'}, {Control::Table, u't'},       {Control::Download, u'd'}, {Control::DownloadAll, u'a'},
-        {Control::Install, u'i'},  {Control::Information, u'n'}, {Control::Cancel, u'c'},   {Control::Spinner, u's'},
+        {Control::Ordinary, u'o'},    {Control::Table, u't'},   {Control::Download, u'd'},
+        {Control::DownloadAll, u'a'}, {Control::Install, u'i'}, {Control::Information, u'n'},
+        {Control::Cancel, u'c'},      {Control::Spinner, u's'},
     };
     QString enabled;
     for (const auto &[control, letter] : letters) {
@@ -40,7 +41,8 @@ void ControlStateTest::enables_data()
     QTest::addColumn<bool>("hasIPA");
     QTest::addColumn<bool>("hasPhone");
     QTest::addColumn<QString>("enabled");
-    const auto row = [](const char *name, bool target, bool apps, bool ipa, bool phone, const QString &enabled) {
+    const auto row = [](const char *name, bool target, bool apps, bool ipa, bool phone,
+                        const QString &enabled) {
         QTest::newRow(name) << target << apps << ipa << phone << enabled;
     };
     row("nothing", false, false, false, false, u"ot"_s);

@@ -111,7 +111,8 @@ void WindowDevicesTest::forgetsAPhoneThatIsGone_data()
     const QString connect = u"Подключите iPhone кабелем и выберите его в списке."_s;
     QTest::newRow("none is left") << uR"({"devices":[]})"_s << connect;
     QTest::newRow("the answer has no list") << u"{}"_s << connect;
-    QTest::newRow("the answer tells of a failure") << uR"({"devices":[{"id":"PHONE-1"}],"error":"x"})"_s << connect;
+    QTest::newRow("the answer tells of a failure")
+        << uR"({"devices":[{"id":"PHONE-1"}],"error":"x"})"_s << connect;
     QTest::newRow("another one is there")
         << uR"({"devices":[{"id":"PHONE-2"}]})"_s << u"iPhone найден. Выберите устройство в списке выше."_s;
 }
@@ -247,7 +248,8 @@ void WindowDevicesTest::dropsAHiddenChoice()
 void WindowDevicesTest::keepsTheChoiceWhenReadingAgain()
 {
     QVERIFY(m->startWithApps() && m->chooseApp(u"Карты"_s));
-    answerApps(uR"({"apps":[{"id":"com.example.maps","name":"Карты","version":"2"},{"id":"a","name":"Агент"}]})");
+    answerApps(
+        uR"({"apps":[{"id":"com.example.maps","name":"Карты","version":"2"},{"id":"a","name":"Агент"}]})");
     m->press("reloadApps");
     EVENTUALLY_EQUAL(m->text("ownerLabel"), u"Выбрано: Карты 2"_s);
     EVENTUALLY(!m->isBusy());

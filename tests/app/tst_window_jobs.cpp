@@ -1,6 +1,5 @@
-#include "app/window_fixture.h"
-
 #include "app/spinner.h"
+#include "app/window_fixture.h"
 
 #include <QApplication>
 #include <QClipboard>
@@ -20,7 +19,8 @@ constexpr QStringView kGeneralFailure = u"Загрузку выполнить н
 constexpr qsizetype kDepth = 100'000;
 
 /// A way in which a tool goes wrong, and what is said of it when it was to confirm the account.
-struct Fault {
+struct Fault
+{
     const char *name;
     void (*cause)(Program &program, const QString &tool, const QStringList &when);
     QStringView sentence;
@@ -29,14 +29,15 @@ struct Fault {
 template <typename Step>
 void play(Program &program, const QString &tool, const QStringList &when, Step step)
 {
-    const Rules rules = [&](Scenario &scenario) { 
+    const Rules rules = [&](Scenario &scenario) {
         step(when.size() == 1 ? scenario.when({when[0]}) : scenario.when({when[0], when[1]}));
     };
     tool == "ipatool"_L1 ? program.playStore(rules) : program.playDevice(rules);
 }
 
 const Fault kFaults[] = {
-    {"missing", [](Program &m, const QString &tool, const QStringList &) { QFile::remove(m.tools.toolPath(tool)); },
+    {"missing",
+     [](Program &m, const QString &tool, const QStringList &) { QFile::remove(m.tools.toolPath(tool)); },
      u"Не удалось запустить «ipatool»: Нет такого файла или каталога."},
     {"not executable",
      [](Program &m, const QString &tool, const QStringList &) {
@@ -57,7 +58,8 @@ const Fault kFaults[] = {
      u"Модуль вывел слишком много данных. Повторите попытку."},
     {"not UTF-8",
      [](Program &m, const QString &tool, const QStringList &when) {
-         play(m, tool, when, [](Scenario &s) { s.printsBytes("{\"success\":true,\"apps\":[],\"x\":\"\xff\"}"); });
+         play(m, tool, when,
+              [](Scenario &s) { s.printsBytes("{\"success\":true,\"apps\":[],\"x\":\"\xff\"}"); });
      },
      kNotConfirmed},
     {"nested deeply",
@@ -122,7 +124,8 @@ void WindowJobsTest::confirmsTheAccount_data()
 {
     QTest::addColumn<QString>("answer");
     QTest::addColumn<QString>("label");
-    QTest::newRow("known") << uR"({"email":"a&b@example.com","success":true})"_s << u"Вход выполнен: a&b@example.com"_s;
+    QTest::newRow("known") << uR"({"email":"a&b@example.com","success":true})"_s
+                           << u"Вход выполнен: a&b@example.com"_s;
     QTest::newRow("without e-mail") << uR"({"success":true})"_s << u"Вход выполнен: "_s;
 }
 
@@ -193,7 +196,9 @@ void WindowJobsTest::copiesTheExplanation()
 void WindowJobsTest::runsOneJobAtATime()
 {
     QVERIFY(m->startWithApps() && m->chooseApp(u"Карты"_s));
-    m->playStore([&](Scenario &tool) { tool.when({u"auth", u"info"}).awaits(m->tools.filePath(u"go"_s)).prints(u"{}"); });
+    m->playStore([&](Scenario &tool) {
+        tool.when({u"auth", u"info"}).awaits(m->tools.filePath(u"go"_s)).prints(u"{}");
+    });
     const qsizetype storeCalls = m->tools.calls(u"ipatool"_s).size();
     const qsizetype deviceCalls = m->tools.calls(u"devicezarvo"_s).size();
     m->press("checkAccount");

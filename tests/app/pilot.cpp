@@ -1,0 +1,178 @@
+// The real windowed program with somebody at the controls: pilot RESOURCES DESTINATION ACTION [IPA]. Chooses
+// the first phone and starts the action. Says "ready" on standard output right before the action and "at
+// work" once it is under way; obeys "close" and "key" (Ctrl+Q) on standard input.
+#include "app/main_window.h"
+#include "app/windowed_mode.h"
+
+#include <QApplication>
+#include <QComboBox>
+#include <QDialog>
+#include <QFileDialog>
+#include <QLabel>
+#include <QLineEdit>
+#include <QPushButton>
+#include <QSocketNotifier>
+#include <QTableView>
+#include <QTest>
+#include <QTimer>
+
+#include <unistd.h>
+
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <map>
+
+using namespace std::chrono_literals;
+using namespace Qt::StringLiterals;
+
+namespace {
+
+constexpr auto kLook = 5ms;
+
+void say(const char *line)
+{
+    std::puts(line);
+    std::fflush(stdout);
+}
+
+class Pilot : public QObject
+{
+public:
+    Pilot(QString destination, QString action, QString archive)
+        : m_destination(std::move(destination))
+        , m_action(std::move(action))
+        , m_archive(std::move(archive))
+        , m_commands(STDIN_FILENO, QSocketNotifier::Read)
+    {
+        for (QWidget *widget : QApplication::topLevelWidgets()) {
+            if (qobject_cast<MainWindow *>(widget))
+                m_window = widget;
+        }
+        connect(&m_commands, &QSocketNotifier::activated, this, &Pilot::obey);
+        connect(&m_timer, &QTimer::timeout, this, &Pilot::look);
+        m_timer.start(kLook);
+    }
+
+private:
+    template <typename View>
+    View *view(const char *name) const
+    {
+        return m_window->findChild<View *>(QLatin1StringView(name));
+    }
+    QString status() const { return view<QLabel>("statusLabel")->text(); }
+    bool isBusy() const { return view<QPushButton>("cancelButton")->isEnabled(); }
+    void press(const char *button) const { QTest::mouseClick(view<QPushButton>(button), Qt::LeftButton); }
+
+    void obey()
+    {
+        char line[16] = {};
+        const ssize_t got = ::read(STDIN_FILENO, line, sizeof line - 1);
+        if (got <= 0)
+            m_commands.setEnabled(false);
+        else if (QByteArrayView(line).startsWith("close"))
+            m_window->close();
+        else if (m_window->activateWindow(); QTest::qWaitForWindowActive(m_window))
+            QTest::keyClick(m_window, Qt::Key_Q, Qt::ControlModifier);
+    }
+
+    // Each look does the one thing that can be done now; an open dialog comes first.
+    void look()
+    {
+        if (auto *chooser = qobject_cast<QFileDialog *>(QApplication::activeModalWidget()))
+            return answer(chooser);
+        if (m_pressed)
+            return watch();
+        auto *picker = view<QComboBox>("phonePicker");
+        if (m_action == u"check")
+            return isBusy() ? begin({}) : void();
+        if (isBusy() || picker->count() < 2)
+            return;
+        if (m_action == u"idle")
+            return begin({});
+        auto *table = view<QTableView>("table");
+        if (picker->currentIndex() == 0)
+            picker->setCurrentIndex(1);
+        else if (table->model()->rowCount() > 0)
+            act(table);
+    }
+
+    void act(QTableView *table)
+    {
+        if (m_action == u"install" && !view<QPushButton>("installButton")->isEnabled())
+            return press("chooseIPA"); // that chooser has no event loop of its own
+        static const std::map<QString, const char *> buttons{
+            {u"download"_s, "downloadButton"}, {u"verify"_s, "downloadButton"}, {u"batch"_s, "allButton"},
+            {u"install"_s, "installButton"},   {u"info"_s, "infoButton"},       {u"login"_s, "login"}};
+        table->selectRow(table->model()->rowCount() - 1);
+        begin(buttons.at(m_action));
+    }
+
+    void answer(QFileDialog *chooser) const
+    {
+        const bool isFolder = chooser->fileMode() == QFileDialog::Directory;
+        chooser->findChild<QLineEdit *>(u"fileNameEdit"_s)->setText(isFolder ? m_destination : m_archive);
+        QTest::keyClick(chooser->findChild<QLineEdit *>(u"fileNameEdit"_s), Qt::Key_Return);
+    }
+
+    void begin(const char *button)
+    {
+        m_pressed = true;
+        say("ready");
+        if (m_action == u"info")
+            press("showHistory");
+        // From an event of its own: a timer whose handler is in a dialog's event loop does not fire.
+        if (button)
+            QTimer::singleShot(0, this, [this, button] { press(button); });
+    }
+
+    void watch()
+    {
+        if (m_action == u"install" && !isBusy()) {
+            if (auto *alert = qobject_cast<QDialog *>(QApplication::activeModalWidget()))
+                QTest::keyClick(alert, Qt::Key_Return);
+        }
+        static const std::map<QString, QString> signs{{u"download"_s, u"Загрузка:"_s},
+                                                      {u"batch"_s, u"Загрузка:"_s},
+                                                      {u"verify"_s, u"Проверка IPA:"_s},
+                                                      {u"install"_s, u"Передача IPA"_s},
+                                                      {u"info"_s, u"Сведения обновлены"_s}};
+        const auto sign = signs.find(m_action);
+        const bool isAtWork = m_action == u"login" ? QApplication::activeModalWidget() != nullptr
+                                                   : sign == signs.end() || status().startsWith(sign->second);
+        if (!m_said && isAtWork)
+            say("at work");
+        m_said |= isAtWork;
+        m_wasBusy |= isBusy();
+        if (isBusy() || !(m_said || m_wasBusy))
+            return;
+        m_timer.stop();
+        say(status().toUtf8().constData());
+        say("done");
+    }
+
+    QString m_destination;
+    QString m_action;
+    QString m_archive;
+    QWidget *m_window = nullptr;
+    QSocketNotifier m_commands;
+    QTimer m_timer;
+    bool m_pressed = false;
+    bool m_said = false;
+    bool m_wasBusy = false;
+};
+
+} // namespace
+
+int main(int argc, char **argv)
+{
+    if (argc < 4)
+        return 2;
+    const QString destination = QString::fromLocal8Bit(argv[2]);
+    const QString action = QString::fromLocal8Bit(argv[3]);
+    const QString archive = argc > 4 ? QString::fromLocal8Bit(argv[4]) : QString();
+    std::unique_ptr<Pilot> pilot;
+    return RunWindow(argc, argv, {.resources = QString::fromLocal8Bit(argv[1]), .launched = [&] {
+                                      pilot = std::make_unique<Pilot>(destination, action, archive);
+                                  }});
+}

@@ -1,0 +1,49 @@
+// The windowed program in a process of its own, to be ended from outside.
+#pragma once
+
+#include "core/file_descriptor.h"
+
+#include <QByteArray>
+#include <QString>
+#include <QStringList>
+
+#include <sys/types.h>
+
+#include <chrono>
+
+/// Starts the pilot with scripted tools, and learns how and how fast it ends. Its orphans come to the test's
+/// process, so that none is overlooked. Test's main thread only; one at a time.
+class PilotedProgram
+{
+public:
+    /// `smallDisk`: options of a tmpfs that is mounted over the destination, seen by this program only (needs
+    /// user namespaces); empty for none.
+    bool start(const QString &resources, const QString &destination, const QString &action,
+               const QString &archive = {}, const QByteArray &smallDisk = {});
+    ~PilotedProgram();
+
+    /// Waits for a line that it prints; false when it did not come within half a minute.
+    bool waitForLine(QByteArrayView line);
+    const QByteArray &printed() const { return m_printed; }
+    /// A path as this program sees it, also below its own small disk. Valid while it runs.
+    QString pathInside(const QString &path) const;
+    void signal(int number) const;
+    /// Sends a line to its standard input.
+    void tell(QByteArrayView line) const;
+
+    struct End
+    {
+        int status = -1; ///< exit status, or minus the number of the signal
+        std::chrono::milliseconds after{-1};
+    };
+    /// Waits for its end, counted from now; kills it after ten seconds.
+    End waitForEnd();
+    /// How many of its descendants are still alive after `grace`; they are killed.
+    static int survivors(std::chrono::milliseconds grace);
+
+private:
+    pid_t m_pid = -1;
+    FileDescriptor m_input;
+    FileDescriptor m_output;
+    QByteArray m_printed;
+};

@@ -1,0 +1,341 @@
+#include "app/piloted_program.h"
+#include "ipa_writer.h"
+#include "support/scripted_tools.h"
+
+#include <QCryptographicHash>
+#include <QDir>
+#include <QDirIterator>
+#include <QJsonDocument>
+#include <QProcess>
+#include <QRandomGenerator>
+#include <QTest>
+
+#include <algorithm>
+#include <csignal>
+#include <functional>
+#include <map>
+
+using namespace std::chrono_literals;
+using namespace Qt::StringLiterals;
+
+namespace {
+
+constexpr auto kForever = 300s;
+constexpr int kApps = 6;
+constexpr qint64 kSmall = 2'000'000;
+constexpr qint64 kLarge = 500'000'000; // a check of it by unzip takes a good part of a second
+// What is promised is half a second; a loaded machine or a sanitizer takes longer, but nothing is waited for.
+constexpr auto kNoWaiting = 4s;
+const QByteArray kForeign = "somebody else's";
+
+/// ZARVO_MOMENTS=300 spreads so many ends over the operations; the usual run takes a sample.
+int moments()
+{
+    constexpr int sample = 24;
+    const int wanted = qEnvironmentVariableIntValue("ZARVO_MOMENTS");
+    return wanted > 0 ? wanted : sample;
+}
+
+QByteArray hashOf(const QString &path)
+{
+    QFile file(path);
+    QCryptographicHash hash(QCryptographicHash::Sha1);
+    return file.open(QIODevice::ReadOnly) && hash.addData(&file) ? hash.result() : QByteArray();
+}
+
+QStringList filesBelow(const QString &folder, const QString &pattern)
+{
+    QStringList found;
+    QDirIterator walk(folder, {pattern}, QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot,
+                      QDirIterator::Subdirectories);
+    while (walk.hasNext())
+        found.append(walk.next());
+    return found;
+}
+
+QString appID(int number)
+{
+    return u"com.example.app%1"_s.arg(number);
+}
+
+using Way = std::function<void(const PilotedProgram &)>;
+
+const std::map<QString, Way> &orderlyWays()
+{
+    static const std::map<QString, Way> ways{
+        {u"window closed"_s, [](const PilotedProgram &program) { program.tell("close"); }},
+        {u"Ctrl+Q"_s, [](const PilotedProgram &program) { program.tell("key"); }},
+        {u"SIGTERM"_s, [](const PilotedProgram &program) { program.signal(SIGTERM); }},
+        {u"SIGINT"_s, [](const PilotedProgram &program) { program.signal(SIGINT); }},
+        {u"SIGHUP"_s, [](const PilotedProgram &program) { program.signal(SIGHUP); }},
+    };
+    return ways;
+}
+
+} // namespace
+
+class QuittingTest : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void initTestCase();
+    void cleanup();
+    void leavesNothing_data();
+    void leavesNothing();
+    void survivesAnyMoment_data();
+    void survivesAnyMoment();
+    void disk_data();
+    void disk();
+    void verifyingEnds_data();
+    void verifyingEnds();
+    void cleanupTestCase();
+
+private:
+    void play(std::chrono::milliseconds download);
+    QString inFolder(const QString &name) const { return m_folder.filePath(name); }
+    bool prepareDestination();
+    /// What is wrong in the destination, in words; empty when nothing is.
+    QString damage(bool orderly) const;
+
+    QTemporaryDir m_folder;
+    ScriptedTools m_tools;
+    QString m_destination;
+    std::unique_ptr<TemporaryTmpdir> m_tmpdir;
+    QByteArray m_sound;
+    QList<qint64> m_durations;
+};
+
+void QuittingTest::initTestCase()
+{
+    qputenv("QT_QPA_PLATFORM", "offscreen");
+    qputenv("XDG_RUNTIME_DIR", QFile::encodeName(inFolder({}))); // else the toolkit makes one in TMPDIR
+    qputenv("XDG_CONFIG_HOME", QFile::encodeName(inFolder(u"config"_s)));
+    qputenv("DBUS_SESSION_BUS_ADDRESS", "unix:path=/nonexistent");
+    qputenv("DBUS_SYSTEM_BUS_ADDRESS", "unix:path=/nonexistent");
+    const auto make = [this](const QString &name, const QString &id, qint64 padding) {
+        return writeIPA(QFile::encodeName(inFolder(name)).toStdString(), {.id = id, .padding = padding});
+    };
+    QVERIFY(make(u"small.ipa"_s, appID(0), kSmall));
+    QVERIFY(make(u"large.ipa"_s, appID(0), kLarge));
+    m_sound = hashOf(inFolder(u"small.ipa"_s));
+    m_destination = inFolder(u"destination"_s);
+    m_tmpdir = std::make_unique<TemporaryTmpdir>();
+}
+
+void QuittingTest::cleanup()
+{
+    QCOMPARE(PilotedProgram::survivors(2s), 0);
+}
+
+// All apps have one identifier, so that one archive serves for all of them; their names differ.
+void QuittingTest::play(std::chrono::milliseconds download)
+{
+    QByteArray apps = "{\"apps\":[";
+    for (int i = 0; i < kApps; ++i)
+        apps += QStringLiteral(R"(%1{"id":"%2","name":"App %3","version":"1.0","storeID":"%4"})")
+                    .arg(i ? u","_s : u""_s, appID(0))
+                    .arg(i)
+                    .arg(i + 1)
+                    .toUtf8();
+    Scenario device = m_tools.add(u"devicezarvo"_s);
+    device.when({u"devices"}).prints(uR"({"devices":[{"id":"P","name":"Phone","ios":"17"}]})");
+    device.when({u"apps"}).prints(QString::fromUtf8(apps + "]}"));
+    device.when({u"install"}).ignoresTermination().sleeps(kForever);
+    device.when({u"info"}).prints(u"{\"details\":[]}");
+    device.when({u"battery"}).prints(u"{\"details\":[]}");
+    Scenario store = m_tools.add(u"ipatool"_s);
+    store.when({u"auth", u"info"}).prints(u"{\"email\":\"a@example.com\",\"success\":true}");
+    store.when({u"auth", u"login"}).sleeps(kForever);
+    store.when({u"download", u"--app-id"})
+        .grows(kSmall, download, u"{--output}.tmp")
+        .copies(inFolder(u"small.ipa"_s))
+        .prints(u"{\"success\":true}");
+}
+
+bool QuittingTest::prepareDestination()
+{
+    QDir(m_destination).removeRecursively();
+    QFile foreign(m_destination + u"/App 0 1.0.ipa"_s);
+    return QDir().mkpath(m_destination) && foreign.open(QIODevice::WriteOnly) && foreign.write(kForeign) > 0;
+}
+
+QString QuittingTest::damage(bool orderly) const
+{
+    QFile foreign(m_destination + u"/App 0 1.0.ipa"_s);
+    if (!foreign.open(QIODevice::ReadOnly) || foreign.readAll() != kForeign)
+        return u"the foreign file was touched"_s;
+    for (const QString &path : filesBelow(m_destination, u"*.ipa"_s)) {
+        if (!path.contains(u"/.zarvo-") && path != foreign.fileName() && hashOf(path) != m_sound)
+            return u"a half-written IPA: "_s + path;
+    }
+    for (const QString &path : filesBelow(m_destination, u"report.json"_s)) {
+        QFile report(path);
+        const bool isWhole = report.open(QIODevice::ReadOnly) &&
+                             QJsonDocument::fromJson(report.readAll()).array().size() == kApps;
+        if (!path.contains(u"/.zarvo-") && !isWhole)
+            return u"a broken report"_s;
+    }
+    const QStringList left = filesBelow(m_destination, u".zarvo-*"_s) + m_tmpdir->leftovers();
+    return orderly && !left.isEmpty() ? u"left behind: "_s + left.join(u' ') : QString();
+}
+
+void QuittingTest::leavesNothing_data()
+{
+    QTest::addColumn<QString>("action");
+    QTest::addColumn<QString>("way");
+    for (const auto &[way, act] : orderlyWays()) {
+        for (const QString &action : {u"batch"_s, u"verify"_s})
+            QTest::addRow("%s, %s", qPrintable(action), qPrintable(way)) << action << way;
+    }
+    for (const QString &action : {u"idle"_s, u"check"_s, u"install"_s, u"info"_s, u"login"_s})
+        QTest::addRow("%s", qPrintable(action)) << action << u"SIGTERM"_s;
+    QTest::newRow("info, window closed") << u"info"_s << u"window closed"_s;
+}
+
+void QuittingTest::leavesNothing()
+{
+    QFETCH(const QString, action);
+    QFETCH(const QString, way);
+    play(2s);
+    if (action == u"check")
+        m_tools.add(u"ipatool"_s).ignoresTermination().sleeps(kForever);
+    if (action == u"verify")
+        m_tools.add(u"ipatool"_s)
+            .when({u"auth"})
+            .prints(u"{\"email\":\"a@example.com\",\"success\":true}")
+            .when({u"download"})
+            .copies(inFolder(u"large.ipa"_s))
+            .prints(u"{\"success\":true}");
+    QVERIFY(prepareDestination());
+    m_tmpdir = nullptr;
+    m_tmpdir = std::make_unique<TemporaryTmpdir>();
+    PilotedProgram program;
+    QVERIFY(program.start(m_tools.path(), m_destination, action, inFolder(u"small.ipa"_s)));
+    QVERIFY2(program.waitForLine("at work"), program.printed().constData());
+    orderlyWays().at(way)(program);
+    const PilotedProgram::End end = program.waitForEnd();
+    QCOMPARE(end.status, 0);
+    QVERIFY2(end.after < kNoWaiting, qPrintable(u"%1 ms"_s.arg(end.after.count())));
+    m_durations.append(end.after.count());
+    QCOMPARE(PilotedProgram::survivors(200ms), 0);
+    QCOMPARE(damage(true), QString());
+}
+
+void QuittingTest::survivesAnyMoment_data()
+{
+    QTest::addColumn<QString>("action");
+    QTest::addColumn<QString>("way");
+    for (const QString &action : {u"download"_s, u"batch"_s}) {
+        for (const QString &way : {u"SIGKILL"_s, u"SIGTERM"_s, u"window closed"_s})
+            QTest::addRow("%s, %s", qPrintable(action), qPrintable(way)) << action << way;
+    }
+}
+
+void QuittingTest::survivesAnyMoment()
+{
+    QFETCH(const QString, action);
+    QFETCH(const QString, way);
+    play(20ms);
+    const bool orderly = way != u"SIGKILL";
+    const int rounds = std::max(1, moments() / 6);
+    PilotedProgram whole;
+    QVERIFY(prepareDestination());
+    QVERIFY(whole.start(m_tools.path(), m_destination, action) && whole.waitForLine("ready"));
+    QElapsedTimer clock;
+    clock.start();
+    QVERIFY2(whole.waitForLine("done"), whole.printed().constData());
+    const int duration = static_cast<int>(clock.elapsed());
+    whole.tell("close");
+    QCOMPARE(whole.waitForEnd().status, 0);
+
+    qsizetype published = 0;
+    for (int round = 0; round < rounds; ++round) {
+        QVERIFY(prepareDestination());
+        m_tmpdir = nullptr; // what a killed program left there
+        m_tmpdir = std::make_unique<TemporaryTmpdir>();
+        PilotedProgram program;
+        QVERIFY(program.start(m_tools.path(), m_destination, action) && program.waitForLine("ready"));
+        QTest::qSleep(QRandomGenerator::global()->bounded(duration * 5 / 4 + 1));
+        orderly ? orderlyWays().at(way)(program) : program.signal(SIGKILL);
+        const PilotedProgram::End end = program.waitForEnd();
+        QCOMPARE(end.status, orderly ? 0 : -SIGKILL);
+        if (orderly)
+            m_durations.append(end.after.count());
+        QCOMPARE(PilotedProgram::survivors(orderly ? 200ms : 2000ms), 0);
+        QCOMPARE(damage(orderly), QString());
+        published += filesBelow(m_destination, u"*.ipa"_s).size() - 1;
+    }
+    qInfo("%d moments within %d ms, %lld IPAs had been published, no damage", rounds, duration,
+          static_cast<long long>(published));
+}
+
+void QuittingTest::disk_data()
+{
+    QTest::addColumn<QString>("action");
+    QTest::addColumn<QByteArray>("options");
+    QTest::addColumn<QString>("said");
+    QTest::newRow("download onto a full disk")
+        << u"download"_s << QByteArray("size=1m") << u"Загрузку выполнить не удалось"_s;
+    QTest::newRow("batch onto a full disk")
+        << u"batch"_s << QByteArray("size=1m") << u"ошибок: %1"_s.arg(kApps);
+    QTest::newRow("batch onto a read-only disk")
+        << u"batch"_s << QByteArray("size=1m,ro") << u"только для чтения"_s;
+}
+
+// The disk is a tmpfs of its own. Where the system allows none, this fails: the promise would be unchecked.
+void QuittingTest::disk()
+{
+    QFETCH(const QString, action);
+    QFETCH(const QByteArray, options);
+    QFETCH(const QString, said);
+    play(20ms);
+    QVERIFY(prepareDestination());
+    PilotedProgram program;
+    QVERIFY(program.start(m_tools.path(), m_destination, action, {}, options));
+    QVERIFY2(program.waitForLine("done"), program.printed().constData());
+    QVERIFY2(program.printed().contains(said.toUtf8()), program.printed().constData());
+    const QString inside = program.pathInside(m_destination);
+    QCOMPARE(filesBelow(inside, u"*.ipa"_s) + filesBelow(inside, u".zarvo-*"_s), QStringList());
+    program.signal(SIGTERM);
+    QCOMPARE(program.waitForEnd().status, 0);
+}
+
+void QuittingTest::verifyingEnds_data()
+{
+    QTest::addColumn<int>("number");
+    QTest::newRow("SIGTERM") << SIGTERM;
+    QTest::newRow("SIGINT") << SIGINT;
+    QTest::newRow("SIGHUP") << SIGHUP;
+}
+
+// The verifying mode dies of the signal, as a shell expects, but not before it has tidied up.
+void QuittingTest::verifyingEnds()
+{
+    QFETCH(const int, number);
+    m_tmpdir = nullptr;
+    m_tmpdir = std::make_unique<TemporaryTmpdir>();
+    QProcess program;
+    program.start(QString::fromLocal8Bit(ZARVO_EXECUTABLE),
+                  {u"--verify-ipa"_s, inFolder(u"large.ipa"_s), appID(0)});
+    QVERIFY(program.waitForStarted());
+    QTRY_VERIFY(!m_tmpdir->leftovers().isEmpty());
+    ::kill(static_cast<pid_t>(program.processId()), number);
+    QVERIFY(program.waitForFinished());
+    QCOMPARE(program.exitStatus(), QProcess::CrashExit);
+    QCOMPARE(program.exitCode(), number);
+    QCOMPARE(m_tmpdir->leftovers(), QStringList());
+}
+
+void QuittingTest::cleanupTestCase()
+{
+    if (m_durations.isEmpty())
+        return;
+    std::sort(m_durations.begin(), m_durations.end());
+    qInfo("%lld orderly ends: median %lld ms, worst %lld ms", static_cast<long long>(m_durations.size()),
+          static_cast<long long>(m_durations[m_durations.size() / 2]),
+          static_cast<long long>(m_durations.last()));
+}
+
+QTEST_GUILESS_MAIN(QuittingTest)
+#include "tst_quitting.moc"
