@@ -78,6 +78,7 @@ int RunWindow(int &argc, char **argv, const WindowedOptions &options)
         options.launched();
     QApplication::exec();
     controller.applicationWillTerminate();
+    ChildProcess::terminateAll(); // also what the job waits for, but cannot cancel
     ChildProcess::waitForAll(kForChildren);
     ChildProcess::killAll();
     if (!controller.waitForWorkers(kForWorkers))

@@ -338,6 +338,19 @@ bool enroll(const std::shared_ptr<State> &state)
     return true;
 }
 
+void signalAll(std::initializer_list<int> numbers, bool close)
+{
+    Registry &all = registry();
+    std::vector<std::shared_ptr<State>> running;
+    {
+        const std::lock_guard lock(all.mutex);
+        all.closed |= close;
+        running = all.alive;
+    }
+    for (const auto &state : running)
+        state->signal(numbers);
+}
+
 } // namespace
 
 ChildProcess::ChildProcess(std::shared_ptr<State> state)
@@ -400,17 +413,14 @@ int ChildProcess::terminationStatus() const
     return m_state->status;
 }
 
+void ChildProcess::terminateAll()
+{
+    signalAll({SIGTERM, SIGCONT}, false);
+}
+
 void ChildProcess::killAll()
 {
-    Registry &all = registry();
-    std::vector<std::shared_ptr<State>> running;
-    {
-        const std::lock_guard lock(all.mutex);
-        all.closed = true;
-        running = all.alive;
-    }
-    for (const auto &state : running)
-        state->signal({SIGKILL});
+    signalAll({SIGKILL}, true);
 }
 
 bool ChildProcess::waitForAll(std::chrono::milliseconds limit)

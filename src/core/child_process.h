@@ -51,6 +51,8 @@ public:
     /// Its exit status, or the number of the signal that ended it. Meaningful once it has ended.
     int terminationStatus() const;
 
+    /// Asks every child of this process to end (SIGTERM).
+    static void terminateAll();
     /// Ends every child of this process at once (SIGKILL), for the way out of the program. Children started
     /// afterwards fail to start.
     static void killAll();

@@ -28,11 +28,10 @@ constexpr qint64 kLarge = 500'000'000; // a check of it by unzip takes a good pa
 constexpr auto kNoWaiting = 4s;
 const QByteArray kForeign = "somebody else's";
 
-/// ZARVO_MOMENTS=300 spreads so many ends over the operations; the usual run takes a sample.
-int moments()
+/// How often a test repeats what it does: ZARVO_ROUNDS=50 to measure, a sample in the usual run.
+int rounds(int sample)
 {
-    constexpr int sample = 24;
-    const int wanted = qEnvironmentVariableIntValue("ZARVO_MOMENTS");
+    const int wanted = qEnvironmentVariableIntValue("ZARVO_ROUNDS");
     return wanted > 0 ? wanted : sample;
 }
 
@@ -103,7 +102,7 @@ private:
     QString m_destination;
     std::unique_ptr<TemporaryTmpdir> m_tmpdir;
     QByteArray m_sound;
-    QList<qint64> m_durations;
+    std::map<QString, QList<qint64>> m_durations;
 };
 
 void QuittingTest::initTestCase()
@@ -207,19 +206,21 @@ void QuittingTest::leavesNothing()
             .when({u"download"})
             .copies(inFolder(u"large.ipa"_s))
             .prints(u"{\"success\":true}");
-    QVERIFY(prepareDestination());
-    m_tmpdir = nullptr;
-    m_tmpdir = std::make_unique<TemporaryTmpdir>();
-    PilotedProgram program;
-    QVERIFY(program.start(m_tools.path(), m_destination, action, inFolder(u"small.ipa"_s)));
-    QVERIFY2(program.waitForLine("at work"), program.printed().constData());
-    orderlyWays().at(way)(program);
-    const PilotedProgram::End end = program.waitForEnd();
-    QCOMPARE(end.status, 0);
-    QVERIFY2(end.after < kNoWaiting, qPrintable(u"%1 ms"_s.arg(end.after.count())));
-    m_durations.append(end.after.count());
-    QCOMPARE(PilotedProgram::survivors(200ms), 0);
-    QCOMPARE(damage(true), QString());
+    for (int round = 0; round < rounds(1); ++round) {
+        QVERIFY(prepareDestination());
+        m_tmpdir = nullptr;
+        m_tmpdir = std::make_unique<TemporaryTmpdir>();
+        PilotedProgram program;
+        QVERIFY(program.start(m_tools.path(), m_destination, action, inFolder(u"small.ipa"_s)));
+        QVERIFY2(program.waitForLine("at work"), program.printed().constData());
+        orderlyWays().at(way)(program);
+        const PilotedProgram::End end = program.waitForEnd();
+        QCOMPARE(end.status, 0);
+        QVERIFY2(end.after < kNoWaiting, qPrintable(u"%1 ms"_s.arg(end.after.count())));
+        m_durations[way].append(end.after.count());
+        QCOMPARE(PilotedProgram::survivors(200ms), 0);
+        QCOMPARE(damage(true), QString());
+    }
 }
 
 void QuittingTest::survivesAnyMoment_data()
@@ -238,7 +239,6 @@ void QuittingTest::survivesAnyMoment()
     QFETCH(const QString, way);
     play(20ms);
     const bool orderly = way != u"SIGKILL";
-    const int rounds = std::max(1, moments() / 6);
     PilotedProgram whole;
     QVERIFY(prepareDestination());
     QVERIFY(whole.start(m_tools.path(), m_destination, action) && whole.waitForLine("ready"));
@@ -250,7 +250,7 @@ void QuittingTest::survivesAnyMoment()
     QCOMPARE(whole.waitForEnd().status, 0);
 
     qsizetype published = 0;
-    for (int round = 0; round < rounds; ++round) {
+    for (int round = 0; round < rounds(4); ++round) {
         QVERIFY(prepareDestination());
         m_tmpdir = nullptr; // what a killed program left there
         m_tmpdir = std::make_unique<TemporaryTmpdir>();
@@ -261,12 +261,12 @@ void QuittingTest::survivesAnyMoment()
         const PilotedProgram::End end = program.waitForEnd();
         QCOMPARE(end.status, orderly ? 0 : -SIGKILL);
         if (orderly)
-            m_durations.append(end.after.count());
+            m_durations[way].append(end.after.count());
         QCOMPARE(PilotedProgram::survivors(orderly ? 200ms : 2000ms), 0);
         QCOMPARE(damage(orderly), QString());
         published += filesBelow(m_destination, u"*.ipa"_s).size() - 1;
     }
-    qInfo("%d moments within %d ms, %lld IPAs had been published, no damage", rounds, duration,
+    qInfo("%d moments within %d ms, %lld IPAs had been published, no damage", rounds(4), duration,
           static_cast<long long>(published));
 }
 
@@ -329,12 +329,13 @@ void QuittingTest::verifyingEnds()
 
 void QuittingTest::cleanupTestCase()
 {
-    if (m_durations.isEmpty())
-        return;
-    std::sort(m_durations.begin(), m_durations.end());
-    qInfo("%lld orderly ends: median %lld ms, worst %lld ms", static_cast<long long>(m_durations.size()),
-          static_cast<long long>(m_durations[m_durations.size() / 2]),
-          static_cast<long long>(m_durations.last()));
+    for (auto &[way, durations] : m_durations) {
+        std::sort(durations.begin(), durations.end());
+        qInfo("%s, %lld times: median %lld ms, worst %lld ms", qPrintable(way),
+              static_cast<long long>(durations.size()),
+              static_cast<long long>(durations[durations.size() / 2]),
+              static_cast<long long>(durations.last()));
+    }
 }
 
 QTEST_GUILESS_MAIN(QuittingTest)
