@@ -9,6 +9,7 @@
 #include <QFile>
 #include <QStringDecoder>
 
+#include <algorithm>
 #include <cerrno>
 #include <utility>
 
@@ -26,6 +27,8 @@ constexpr qint64 kMaxComplaints = qint64{1} << 20;
 // Names of more than 100,000 entries. The runner holds the listing as bytes and as text, so this is a third
 // of it.
 constexpr qint64 kMaxListing = qint64{16} << 20;
+// One line, whatever the archive.
+constexpr qint64 kMaxTotals = 4096;
 // Twenty times the largest Info.plist that was met.
 constexpr qint64 kMaxInfo = qint64{4} << 20;
 
@@ -103,6 +106,33 @@ std::optional<QByteArray> listEntries(const Archive &archive, Error *error)
     if (!run)
         return std::nullopt;
     return std::move(run->data);
+}
+
+// The number in "1 file, 12 bytes uncompressed, …" or "3002 files, …".
+std::optional<qsizetype> entriesInTotals(const QByteArray &totals)
+{
+    const qsizetype end = totals.indexOf(" file");
+    bool isNumber = false;
+    const qlonglong count = totals.left(std::max<qsizetype>(end, 0)).toLongLong(&isNumber);
+    if (!isNumber || !totals.endsWith('\n'))
+        return std::nullopt;
+    return count;
+}
+
+// A full disk or a file size limit that this process was started with cuts the listing off, of which unzip
+// says nothing. Its totals are counted while it reads the archive, so they tell how many lines there must be.
+bool isComplete(const Archive &archive, const QByteArray &listing, Error *error)
+{
+    RunLimits limits;
+    limits.output = kMaxTotals;
+    const auto run = archive.unzip(u"-Zt"_s, {}, kListingLimit, limits, error);
+    if (!run)
+        return false;
+    const auto entries = entriesInTotals(run->data);
+    return (entries && listing.endsWith('\n') && listing.count('\n') == *entries) ||
+           Fail(error,
+                ZarvoError(u"Не удалось получить полный список файлов IPA. Освободите место на диске и "
+                           "повторите попытку."_s));
 }
 
 // Takes the first line off `listing`. Lines are compared as bytes: one name that is not UTF-8 must not hide
@@ -202,7 +232,7 @@ std::optional<IPAInfo> ZarvoValidateIPA(const std::filesystem::path &file,
     if (!archive || !testIntegrity(*archive, error))
         return std::nullopt;
     const auto listing = listEntries(*archive, error);
-    if (!listing)
+    if (!listing || !isComplete(*archive, *listing, error))
         return std::nullopt;
     const auto entry = singleInfo(*listing, error);
     if (!entry)
