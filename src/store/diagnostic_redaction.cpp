@@ -5,11 +5,11 @@
 #include "store/text_scanning.h"
 
 #include <QJsonObject>
-#include <QStringList>
 #include <QStringView>
 
 #include <algorithm>
 #include <array>
+#include <optional>
 
 using namespace Qt::StringLiterals;
 
@@ -54,26 +54,39 @@ QString replaceMatches(const QString &text, const Rule &rule)
     return replaced;
 }
 
-/// What the tool reported in its JSON: its errors, else the messages of what went wrong.
-QStringList reportedErrors(const QList<QJsonObject> &objects)
+bool tellsOfFailure(const QJsonObject &object)
 {
     static constexpr std::array levels{"error"_L1, "fatal"_L1, "panic"_L1};
-    QStringList errors;
-    for (const QJsonObject &object : objects) {
+    const QString level = object["level"_L1].toString();
+    return (object.contains("success"_L1) && !JSONTruth(object["success"_L1])) ||
+           std::find(levels.begin(), levels.end(), level) != levels.end();
+}
+
+/// What the tool reported in its JSON: its errors, else the messages of what went wrong; nothing when it
+/// spoke no JSON. Joined as they come: a list of millions of short texts would be many times their size.
+std::optional<QString> reportedErrors(const QString &output)
+{
+    const auto append = [](QString &joined, bool &any, const QString &text) {
+        joined += any ? u" • "_s + text : text;
+        any = true;
+    };
+    QString errors;
+    QString messages;
+    bool hasObjects = false;
+    bool hasErrors = false;
+    bool hasMessages = false;
+    VisitJSON(output, [&](const QJsonObject &object) {
+        hasObjects = true;
         if (const QString error = object["error"_L1].toString(); !error.isEmpty())
-            errors += error;
-    }
-    if (!errors.isEmpty())
-        return errors;
-    for (const QJsonObject &object : objects) {
+            append(errors, hasErrors, error);
         const QJsonValue message = object["message"_L1];
-        const bool unsuccessful = object.contains("success"_L1) && !JSONTruth(object["success"_L1]);
-        const QString level = object["level"_L1].toString();
-        if (message.isString() &&
-            (unsuccessful || std::find(levels.begin(), levels.end(), level) != levels.end()))
-            errors += message.toString();
-    }
-    return errors;
+        if (!hasErrors && message.isString() && tellsOfFailure(object))
+            append(messages, hasMessages, message.toString());
+        return true;
+    });
+    if (!hasObjects)
+        return std::nullopt;
+    return hasErrors ? errors : messages;
 }
 
 /// Blanks and the units of control and format characters are what separates words.
@@ -117,8 +130,5 @@ QString RedactSecrets(const QString &text)
 QString ZarvoSafeStoreDiagnostic(const ToolResult &result)
 {
     const QString raw = result.out + u'\n' + result.err;
-    const QList<QJsonObject> objects = ZarvoJSON(raw);
-    if (objects.isEmpty())
-        return singleLine(RedactSecrets(raw));
-    return singleLine(RedactSecrets(reportedErrors(objects).join(u" • "_s)));
+    return singleLine(RedactSecrets(reportedErrors(raw).value_or(raw)));
 }
