@@ -20,6 +20,7 @@ namespace {
 
 // Quitting does not wait for work: children are ended, and whoever has not come back by then is left behind.
 constexpr auto kPatience = 300ms;
+constexpr auto kRemovalPatience = 500ms; // a few are enough, unless a folder's file system does not answer
 
 int verify(const char *file, const char *bundleID)
 {
@@ -60,7 +61,7 @@ int runWindow(int &argc, char **argv)
     controller.applicationWillTerminate();
     ChildProcess::killAll();
     if (!controller.waitForWorkers(kPatience)) {
-        PrivateFolder::removeAll();
+        PrivateFolder::removeAll(kRemovalPatience);
         std::fflush(nullptr);
         std::_Exit(0);
     }

@@ -5,7 +5,7 @@
 
 #include <QString>
 
-#include <memory>
+#include <chrono>
 #include <optional>
 
 /// A folder with mode 0700, removed with all it holds when the object dies. Movable. Any thread; one owner at
@@ -30,8 +30,9 @@ public:
     QString filePath(const QString &name) const;
 
     /// Removes every folder that is alive in this process: for the way out of the program, when the threads
-    /// that own them are not waited for. Folders made afterwards fail.
-    static void removeAll();
+    /// that own them are not waited for. Folders made afterwards fail. Waits at most `limit`, whatever a file
+    /// system does; true when all are gone by then.
+    static bool removeAll(std::chrono::milliseconds limit);
 
 private:
     explicit PrivateFolder(QString path);

@@ -236,11 +236,11 @@ int leaveTool(const QString &path, const QString &ready)
     while (!QFileInfo::exists(ready))
         std::this_thread::sleep_for(5ms);
     ChildProcess::killAll();
-    PrivateFolder::removeAll();
+    const bool removed = PrivateFolder::removeAll(20s);
     ChildProcess::Options another;
     another.path = path;
-    const bool over =
-        child->waitForExit(20s) && !ChildProcess::start(another) && !PrivateFolder::createTemporary();
+    const bool over = removed && child->waitForExit(20s) && !ChildProcess::start(another) &&
+                      !PrivateFolder::createTemporary();
     std::_Exit(over ? 0 : 1);
 }
 
