@@ -90,6 +90,13 @@ void forget(const QString &path)
     all.changed.notify_all();
 }
 
+bool isAlive(const QString &path)
+{
+    Registry &all = registry();
+    const std::lock_guard lock(all.mutex);
+    return all.find(path) != all.alive.end();
+}
+
 // False when the program has begun to leave while the folder was being made.
 bool markMade(const QString &path)
 {
@@ -112,7 +119,8 @@ void removeOnceMade(const QString &path)
             return entry == all.alive.end() || entry->isMade;
         });
     }
-    removeTree(path);
+    if (isAlive(path))
+        removeTree(path);
     forget(path);
 }
 
@@ -181,9 +189,18 @@ void PrivateFolder::remove()
 {
     if (m_path.isEmpty())
         return;
-    removeTree(m_path);
+    if (isAlive(m_path))
+        removeTree(m_path);
     forget(m_path);
     m_path.clear();
+}
+
+void PrivateFolder::leaveHolderOf(const QString &file)
+{
+    Registry &all = registry();
+    const std::lock_guard lock(all.mutex);
+    std::erase_if(all.alive, [&file](const Entry &entry) { return file.startsWith(entry.path + u'/'); });
+    all.changed.notify_all();
 }
 
 bool PrivateFolder::removeAll(std::chrono::milliseconds limit)

@@ -25,6 +25,7 @@ public:
     PrivateFolder &operator=(const PrivateFolder &) = delete;
     ~PrivateFolder();
 
+    /// Absolute.
     const QString &path() const { return m_path; }
     /// The absolute path of `name` inside.
     QString filePath(const QString &name) const;
@@ -33,6 +34,10 @@ public:
     /// that own them are not waited for. Folders made afterwards fail. Waits at most `limit`, whatever a file
     /// system does; true when all are gone by then.
     static bool removeAll(std::chrono::milliseconds limit);
+
+    /// Lets the folder of this process that holds `file` be: it is not removed any more. For a foreign file
+    /// that has got into it and cannot be brought out.
+    static void leaveHolderOf(const QString &file);
 
 private:
     explicit PrivateFolder(QString path);

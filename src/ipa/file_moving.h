@@ -23,7 +23,8 @@ bool MoveWithoutReplacing(const std::filesystem::path &source, const std::filesy
 enum class Replacement {
     Done,    ///< `source` has the name `destination`, the old file is gone
     Refused, ///< another file, or a changed one, has the name: it keeps it
-    Failed,  ///< the system refused; nothing has changed
+    Failed,  ///< the system refused: the old file is as it was, or beside its name ("name (2).ipa") when
+             ///< the system refused only to put back a foreign file that came in between
 };
 
 enum class ReplaceWay {
