@@ -287,6 +287,10 @@ Replacement ReplaceFile(const fs::path &source, const fs::path &destination, con
 
 int SyncFile(const FileDescriptor &file)
 {
+#ifdef __APPLE__
+    if (::fcntl(file.get(), F_FULLFSYNC) == 0)
+        return 0;
+#endif
     while (::fsync(file.get()) != 0) {
         if (errno == EINTR)
             continue;

@@ -32,8 +32,30 @@ constexpr qint64 kMaxTotals = 4096;
 // Twenty times the largest Info.plist that was met.
 constexpr qint64 kMaxInfo = qint64{4} << 20;
 
+#ifdef Q_OS_MACOS
+constexpr const char *kLocale = "LC_ALL=en_US.UTF-8"; // C.UTF-8 came late to macOS
+#else
+constexpr const char *kLocale = "LC_ALL=C.UTF-8"; // always there
+#endif
+
 constexpr QByteArrayView kInfoPrefix = "Payload/";
 constexpr QByteArrayView kInfoSuffix = ".app/Info.plist";
+
+Error damaged()
+{
+    return ZarvoError(u"IPA повреждён или не является ZIP-архивом."_s);
+}
+
+Error openingFailed(int number)
+{
+    return SystemError(u"Не удалось открыть IPA"_s, number);
+}
+
+// Reasons that lie with this process or this system, and say nothing about the file.
+bool isShortage(int number)
+{
+    return number == EMFILE || number == ENFILE || number == ENOMEM;
+}
 
 // The archive under a name that holds no pattern, no option and no undecodable byte, and that has no
 // neighbour: unzip takes the path for a pattern, and looks for PATH.zip beside a file that it cannot read.
@@ -44,7 +66,8 @@ public:
     {
         FileDescriptor held = HoldOrdinaryFile(file);
         if (!held.isOpen()) {
-            Fail(error, ZarvoError(u"IPA повреждён или не является ZIP-архивом."_s));
+            const int number = errno;
+            Fail(error, isShortage(number) ? openingFailed(number) : damaged());
             return std::nullopt;
         }
         auto folder = PrivateFolder::createTemporary(error);
@@ -58,7 +81,7 @@ public:
         if (!failure)
             std::filesystem::create_symlink(target, QFile::encodeName(archive.path()).toStdString(), failure);
         if (failure) {
-            Fail(error, SystemError(u"Не удалось открыть IPA"_s, failure.value()));
+            Fail(error, openingFailed(failure.value()));
             return std::nullopt;
         }
         return archive;
@@ -68,7 +91,7 @@ public:
                                     RunLimits limits, Error *error) const
     {
         // Nothing of the user's environment: variables add options, the locale decides how names are printed.
-        limits.environment = {QByteArrayLiteral("LC_ALL=C.UTF-8")};
+        limits.environment = {kLocale};
         return ZarvoCommand(u"/usr/bin/unzip"_s, QStringList{option, path()} + entries, timeout, {}, error,
                             limits);
     }
@@ -94,7 +117,7 @@ bool testIntegrity(const Archive &archive, Error *error)
     const auto run = archive.unzip(u"-tqq"_s, {}, kTestLimit, limits, error);
     if (!run)
         return false;
-    return run->code == 0 || Fail(error, ZarvoError(u"IPA повреждён или не является ZIP-архивом."_s));
+    return run->code == 0 || Fail(error, damaged());
 }
 
 std::optional<QByteArray> listEntries(const Archive &archive, Error *error)

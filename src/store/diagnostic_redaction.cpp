@@ -89,11 +89,12 @@ std::optional<QString> reportedErrors(const QString &output)
     return hasErrors ? errors : messages;
 }
 
-/// Blanks and the units of control and format characters are what separates words.
-bool separatesWords(QChar c)
+/// Blanks, control and format characters are what separates words.
+bool separatesWords(char32_t c)
 {
-    return Scan::isBlank(c.unicode()) || c.category() == QChar::Other_Control ||
-           c.category() == QChar::Other_Format;
+    const QChar::Category category = QChar::category(c);
+    const bool isBlank = c <= 0xFFFF && Scan::isBlank(static_cast<char16_t>(c)); // there are none beyond
+    return isBlank || category == QChar::Other_Control || category == QChar::Other_Format;
 }
 
 /// The words of the text with one space between them, cut to the length of a diagnostic.
@@ -101,17 +102,19 @@ QString singleLine(const QString &text)
 {
     QString line;
     bool wordEnded = false;
-    for (const QChar c : text) {
+    for (qsizetype i = 0; i < text.size() && line.size() < maximumLength;) {
+        const bool isPair = text[i].isHighSurrogate() && i + 1 < text.size() && text[i + 1].isLowSurrogate();
+        const qsizetype length = isPair ? 2 : 1;
+        const char32_t c = isPair ? QChar::surrogateToUcs4(text[i], text[i + 1]) : text[i].unicode();
         if (separatesWords(c)) {
             wordEnded = !line.isEmpty();
-            continue;
+        } else {
+            if (wordEnded)
+                line += u' ';
+            wordEnded = false;
+            line += QStringView(text).sliced(i, length);
         }
-        if (wordEnded)
-            line += u' ';
-        wordEnded = false;
-        line += c;
-        if (line.size() >= maximumLength)
-            break;
+        i += length;
     }
     line.truncate(maximumLength);
     return line;

@@ -112,6 +112,7 @@ private Q_SLOTS:
     void environmentHasNoSay();
     void fileSwappedMeanwhile();
     void listingCutOff();
+    void noDescriptorLeft();
     void leavesNothingBehind();
 
 private:
@@ -472,6 +473,21 @@ void TestIPAValidation::listingCutOff()
     ::setrlimit(RLIMIT_FSIZE, &before);
     QVERIFY(!accepted);
     QVERIFY2(error.message.startsWith(u"Не удалось получить полный список"_s), qPrintable(error.message));
+}
+
+// The file is sound: it must not be called damaged.
+void TestIPAValidation::noDescriptorLeft()
+{
+    QVERIFY(writeIPA(inFolder("a.ipa"), {}));
+    rlimit before = {};
+    QCOMPARE(::getrlimit(RLIMIT_NOFILE, &before), 0);
+    const rlimit none{0, before.rlim_max};
+    QCOMPARE(::setrlimit(RLIMIT_NOFILE, &none), 0);
+    Error error;
+    const bool accepted = ZarvoValidateIPA(inFolder("a.ipa"), std::nullopt, &error).has_value();
+    ::setrlimit(RLIMIT_NOFILE, &before);
+    QVERIFY(!accepted);
+    QCOMPARE(error.message, u"Не удалось открыть IPA: Слишком много открытых файлов."_s);
 }
 
 void TestIPAValidation::leavesNothingBehind()
