@@ -5,14 +5,17 @@
 #include "core/self_test.h"
 #include "ipa/ipa_validation.h"
 
+#include <chrono>
 #include <cstdio>
 #include <string_view>
 
 namespace {
 
+constexpr std::chrono::seconds kForRemoval{2}; // a file system that does not answer must not keep the signal waiting
+
 void leaveNothingBehind(int signal)
 {
-    PrivateFolder::removeAll();
+    PrivateFolder::removeAll(kForRemoval);
     ChildProcess::killAll();
     EndBySignal(signal);
 }

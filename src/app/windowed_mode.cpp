@@ -24,13 +24,14 @@ namespace {
 // then is left behind. Together with the removal of private folders this stays below half a second.
 constexpr auto kForChildren = 150ms;
 constexpr auto kForWorkers = 150ms;
+constexpr auto kForRemoval = 500ms; // takes a few, unless a folder's file system does not answer
 // For a main thread that cannot be reached when a signal asks to end: it hangs in a call of the system.
 constexpr auto kForMainThread = 400ms;
 
 void cleanUp()
 {
     ChildProcess::killAll();
-    PrivateFolder::removeAll();
+    PrivateFolder::removeAll(kForRemoval);
 }
 
 [[noreturn]] void endNow()

@@ -168,6 +168,7 @@ bool dieWithParent([[maybe_unused]] pid_t parent)
     // process that has ended then.
     if (::prctl(PR_SET_PDEATHSIG, SIGKILL) != 0)
         return false;
+    errno = ECANCELED; // for the report, should the parent have ended before the signal was asked for
     return ::getppid() == parent;
 #else
     return true;
@@ -244,13 +245,20 @@ int waitStatus(pid_t pid)
     return WIFSIGNALED(status) ? WTERMSIG(status) : WEXITSTATUS(status);
 }
 
-// Whoever started this process may have left it with the child signal ignored; then the system reaps by
-// itself and keeps no exit status.
+// Whoever started this process may have left it with the child signal ignored, and a library may have asked
+// for the same in another way; then the system reaps by itself and keeps no exit status.
 void keepExitStatuses()
 {
     struct sigaction action = {};
-    if (::sigaction(SIGCHLD, nullptr, &action) == 0 && action.sa_handler == SIG_IGN)
-        ::signal(SIGCHLD, SIG_DFL);
+    if (::sigaction(SIGCHLD, nullptr, &action) != 0)
+        return;
+    const bool isIgnored = (action.sa_flags & SA_SIGINFO) == 0 && action.sa_handler == SIG_IGN;
+    if (!isIgnored && (action.sa_flags & SA_NOCLDWAIT) == 0)
+        return;
+    if (isIgnored)
+        action.sa_handler = SIG_DFL;
+    action.sa_flags &= ~SA_NOCLDWAIT;
+    ::sigaction(SIGCHLD, &action, nullptr);
 }
 
 // The errno of the failed start, or 0: the pipe closes by itself when the exec succeeds.

@@ -20,6 +20,8 @@
 ///
 /// The child leads a session of its own (it can prompt on no terminal of ours), inherits no descriptor but 0,
 /// 1 and 2, starts with default signal dispositions, and is killed by the system when this process dies.
+/// macOS does not offer the last: there a child goes on to its own end when this process crashes or is
+/// killed.
 class ChildProcess
 {
 public:

@@ -1,6 +1,5 @@
 #include "core/error.h"
 
-#include <array>
 #include <cerrno>
 #include <cstring>
 #include <utility>
@@ -9,7 +8,7 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-constexpr std::array<std::pair<int, QStringView>, 20> kSystemTexts{{
+constexpr std::pair<int, QStringView> kSystemTexts[] = {
     {ENOENT, u"Нет такого файла или каталога"},
     {EACCES, u"Отказано в доступе"},
     {EPERM, u"Операция не позволена"},
@@ -30,7 +29,19 @@ constexpr std::array<std::pair<int, QStringView>, 20> kSystemTexts{{
     {E2BIG, u"Слишком длинный список аргументов"},
     {ECANCELED, u"Операция отменена"},
     {ETXTBSY, u"Текстовый файл занят"},
-}};
+    {ENFILE, u"Слишком много открытых файлов в системе"},
+    {EBUSY, u"Устройство или ресурс занято"},
+    {ENODEV, u"Нет такого устройства"},
+    {ENXIO, u"Нет такого устройства или адреса"},
+    {ELOOP, u"Слишком много уровней символьных ссылок"},
+    {EMLINK, u"Слишком много ссылок"},
+    {EXDEV, u"Неверная ссылка между устройствами"},
+    {ENOTSUP, u"Неподдерживаемая операция"},
+    {ESTALE, u"Устаревший дескриптор файла"},
+    {ENOTCONN, u"Конечная точка передачи не подсоединена"},
+    {EHOSTDOWN, u"Узел выключен"},
+    {ETIMEDOUT, u"Время ожидания соединения истекло"},
+};
 
 QString systemText(int number)
 {

@@ -9,8 +9,10 @@
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
+#include <condition_variable>
 #include <filesystem>
 #include <mutex>
+#include <system_error>
 #include <thread>
 #include <utility>
 #include <vector>
@@ -24,11 +26,24 @@ constexpr auto kDoomedSuffix = ".removed";
 constexpr int kRemovalRounds = 20;
 constexpr auto kRemovalPause = std::chrono::milliseconds(25);
 
+struct Entry
+{
+    QString path;
+    bool isMade = false; // enrolled before it is made, so that none can be overlooked
+};
+
 struct Registry
 {
-    std::mutex mutex;
-    std::vector<QString> alive;
+    std::mutex mutex; // never held while a file system is asked: that of a dead server does not answer
+    std::condition_variable changed;
+    std::vector<Entry> alive;
     bool closed = false;
+
+    std::vector<Entry>::iterator find(const QString &path)
+    {
+        return std::find_if(alive.begin(), alive.end(),
+                            [&path](const Entry &entry) { return entry.path == path; });
+    }
 };
 
 Registry &registry()
@@ -58,24 +73,80 @@ void removeTree(const QString &path)
     }
 }
 
+bool enroll(const QString &path)
+{
+    Registry &all = registry();
+    const std::lock_guard lock(all.mutex);
+    if (!all.closed)
+        all.alive.push_back({path});
+    return !all.closed;
+}
+
+void forget(const QString &path)
+{
+    Registry &all = registry();
+    const std::lock_guard lock(all.mutex);
+    std::erase_if(all.alive, [&path](const Entry &entry) { return entry.path == path; });
+    all.changed.notify_all();
+}
+
+bool isAlive(const QString &path)
+{
+    Registry &all = registry();
+    const std::lock_guard lock(all.mutex);
+    return all.find(path) != all.alive.end();
+}
+
+// False when the program has begun to leave while the folder was being made.
+bool markMade(const QString &path)
+{
+    Registry &all = registry();
+    const std::lock_guard lock(all.mutex);
+    if (const auto entry = all.find(path); entry != all.alive.end())
+        entry->isMade = true;
+    all.changed.notify_all();
+    return !all.closed;
+}
+
+// Body of a thread on the way out of the program.
+void removeOnceMade(const QString &path)
+{
+    Registry &all = registry();
+    {
+        std::unique_lock lock(all.mutex);
+        all.changed.wait(lock, [&] {
+            const auto entry = all.find(path);
+            return entry == all.alive.end() || entry->isMade;
+        });
+    }
+    if (isAlive(path))
+        removeTree(path);
+    forget(path);
+}
+
 } // namespace
 
 std::optional<PrivateFolder> PrivateFolder::create(const QString &parent, const QString &prefix, Error *error)
 {
     const QString name = prefix + QUuid::createUuid().toString(QUuid::WithoutBraces).toUpper();
     const QString path = QDir(parent).absoluteFilePath(name);
-    Registry &all = registry();
-    const std::lock_guard lock(all.mutex);
-    const bool made = !all.closed && ::mkdir(QFile::encodeName(path).constData(), S_IRWXU) == 0;
-    if (!made) {
-        const int number = all.closed ? ECANCELED : errno;
+    const auto failure = [&](int number) {
         const QString what =
             u"Не удалось создать рабочую папку в «%1»"_s.arg(QDir::toNativeSeparators(parent));
         Fail(error, SystemError(what, number));
         return std::nullopt;
+    };
+    if (!enroll(path))
+        return failure(ECANCELED);
+    if (::mkdir(QFile::encodeName(path).constData(), S_IRWXU) != 0) {
+        const int number = errno;
+        forget(path);
+        return failure(number);
     }
-    all.alive.push_back(path);
-    return PrivateFolder(path);
+    PrivateFolder folder(path);
+    if (!markMade(path))
+        return failure(ECANCELED);
+    return folder;
 }
 
 std::optional<PrivateFolder> PrivateFolder::createTemporary(Error *error)
@@ -111,29 +182,45 @@ PrivateFolder::~PrivateFolder()
 
 QString PrivateFolder::filePath(const QString &name) const
 {
-    return m_path + u'/' + name;
+    return QDir(m_path).filePath(name);
 }
 
 void PrivateFolder::remove()
 {
     if (m_path.isEmpty())
         return;
-    removeTree(m_path);
-    Registry &all = registry();
-    const std::lock_guard lock(all.mutex);
-    std::erase(all.alive, m_path);
+    if (isAlive(m_path))
+        removeTree(m_path);
+    forget(m_path);
     m_path.clear();
 }
 
-void PrivateFolder::removeAll()
+void PrivateFolder::leaveHolderOf(const QString &file)
 {
     Registry &all = registry();
-    std::vector<QString> left;
+    const std::lock_guard lock(all.mutex);
+    std::erase_if(all.alive, [&file](const Entry &entry) { return file.startsWith(entry.path + u'/'); });
+    all.changed.notify_all();
+}
+
+bool PrivateFolder::removeAll(std::chrono::milliseconds limit)
+{
+    Registry &all = registry();
+    std::vector<Entry> left;
     {
         const std::lock_guard lock(all.mutex);
         all.closed = true;
         left = all.alive;
     }
-    for (const QString &path : left)
-        removeTree(path);
+    // A thread for each: one that is on a dead server does not keep the others from going.
+    for (const Entry &entry : left) {
+        try {
+            std::thread(removeOnceMade, entry.path).detach();
+        } catch (const std::system_error &) {
+            if (entry.isMade)
+                removeOnceMade(entry.path);
+        }
+    }
+    std::unique_lock lock(all.mutex);
+    return all.changed.wait_for(lock, limit, [&] { return all.alive.empty(); });
 }

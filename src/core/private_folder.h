@@ -5,7 +5,7 @@
 
 #include <QString>
 
-#include <memory>
+#include <chrono>
 #include <optional>
 
 /// A folder with mode 0700, removed with all it holds when the object dies. Movable. Any thread; one owner at
@@ -25,13 +25,19 @@ public:
     PrivateFolder &operator=(const PrivateFolder &) = delete;
     ~PrivateFolder();
 
+    /// Absolute.
     const QString &path() const { return m_path; }
     /// The absolute path of `name` inside.
     QString filePath(const QString &name) const;
 
     /// Removes every folder that is alive in this process: for the way out of the program, when the threads
-    /// that own them are not waited for. Folders made afterwards fail.
-    static void removeAll();
+    /// that own them are not waited for. Folders made afterwards fail. Waits at most `limit`, whatever a file
+    /// system does; true when all are gone by then.
+    static bool removeAll(std::chrono::milliseconds limit);
+
+    /// Lets the folder of this process that holds `file` be: it is not removed any more. For a foreign file
+    /// that has got into it and cannot be brought out.
+    static void leaveHolderOf(const QString &file);
 
 private:
     explicit PrivateFolder(QString path);

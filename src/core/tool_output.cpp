@@ -41,7 +41,17 @@ QString ZarvoText(QByteArrayView bytes)
 QList<QJsonObject> ZarvoJSON(const QString &text)
 {
     QList<QJsonObject> objects;
+    VisitJSON(text, [&](const QJsonObject &object) {
+        objects.append(object);
+        return true;
+    });
+    return objects;
+}
+
+void VisitJSON(const QString &text, const std::function<bool(const QJsonObject &)> &take)
+{
     const QStringView all(text);
+    bool found = false;
     qsizetype start = 0;
     while (start < all.size()) {
         qsizetype end = start;
@@ -51,16 +61,18 @@ QList<QJsonObject> ZarvoJSON(const QString &text)
                 brace = end;
         }
         if (brace >= 0) {
-            if (auto object = parseObject(all.sliced(brace, end - brace)))
-                objects.append(*std::move(object));
+            if (const auto object = parseObject(all.sliced(brace, end - brace))) {
+                found = true;
+                if (!take(*object))
+                    return;
+            }
         }
         start = end + 1;
     }
-    if (objects.isEmpty()) {
-        if (auto object = parseObject(all))
-            objects.append(*std::move(object));
-    }
-    return objects;
+    if (found)
+        return;
+    if (const auto object = parseObject(all))
+        take(*object);
 }
 
 QString JSONText(const QJsonValue &value)

@@ -13,10 +13,12 @@ constexpr RunTimeout kRequestTimeout{40};
 
 std::optional<DeviceReply> LastDeviceReply(const ToolResult &result)
 {
-    const QList<QJsonObject> objects = ZarvoJSON(result.out);
-    if (objects.isEmpty())
-        return std::nullopt;
-    return ParseDeviceReply(objects.last());
+    std::optional<QJsonObject> last;
+    VisitJSON(result.out, [&last](const QJsonObject &object) {
+        last = object;
+        return true;
+    });
+    return last ? std::optional(ParseDeviceReply(*last)) : std::nullopt;
 }
 
 std::optional<DeviceReply> JudgeDeviceRun(const ToolResult &result, Error *error)

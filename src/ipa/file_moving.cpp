@@ -10,6 +10,7 @@
 #include <array>
 #include <cerrno>
 #include <cstdio>
+#include <string>
 #include <vector>
 
 using namespace Qt::StringLiterals;
@@ -19,6 +20,7 @@ namespace fs = std::filesystem;
 namespace {
 
 constexpr size_t kCopyBlock = size_t{1} << 20;
+constexpr int kNamesTried = 100;
 
 #ifdef __APPLE__
 constexpr unsigned kExclusive = RENAME_EXCL;
@@ -60,21 +62,32 @@ int linkThenUnlink(const fs::path &source, const fs::path &destination)
     return 0;
 }
 
+// By device and number alone: some file systems tell other times for a name than for an open file.
+bool isSameFile(const std::optional<FileState> &one, const FileState &other)
+{
+    return one && one->device == other.device && one->inode == other.inode;
+}
+
 // The last resort, for file systems with neither. An empty file of ours keeps the name from everyone who
 // creates; it is replaced only while it still is that file and still empty.
 int claimThenRename(const fs::path &source, const fs::path &destination)
 {
-    const FileDescriptor claim(
+    FileDescriptor claim(
         ::open(destination.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, S_IRUSR | S_IWUSR));
     if (!claim.isOpen())
         return errno;
     const auto claimed = StateOf(claim);
-    if (!claimed || StateOf(destination) != claimed)
+    claim.reset(); // servers refuse to replace an open file, or keep it under another name
+    const auto isClaim = [&] {
+        const auto there = StateOf(destination);
+        return claimed && isSameFile(there, *claimed) && there->size == 0;
+    };
+    if (!isClaim())
         return EEXIST;
     if (::rename(source.c_str(), destination.c_str()) == 0)
         return 0;
     const int number = errno;
-    if (StateOf(destination) == claimed)
+    if (isClaim())
         ::unlink(destination.c_str());
     return number;
 }
@@ -179,16 +192,38 @@ bool isAt(const fs::path &file, const FileState &state)
     return StateOf(file) == state;
 }
 
-// Undoes an exchange by which a foreign file left its name: `source` holds it now.
-void putBack(const fs::path &source, const fs::path &destination, const FileState &ours)
+// Gives what has lost its name, and cannot have it again, the next one that is free: "name (2).ipa". Should
+// that fail too, the private folder that it has got into must stay.
+void keepBeside(const fs::path &file, const fs::path &lostName)
 {
-    if (renameWith(kExchange, source, destination) != 0) {
-        moveOnVolume(source, destination, MoveWay::RenameExclusively); // the name has become free
-        return;
+    for (int number = 2; number <= kNamesTried; ++number) {
+        fs::path name = lostName;
+        name.replace_filename(lostName.stem());
+        name += " (" + std::to_string(number) + ")";
+        name += lostName.extension();
+        const int failure = moveOnVolume(file, name, MoveWay::RenameExclusively);
+        if (failure == 0)
+            return;
+        if (failure != EEXIST)
+            break;
     }
-    // Someone has replaced ours in between: what was put there last is what belongs there.
-    if (!isAt(source, ours))
+    PrivateFolder::leaveHolderOf(QFile::decodeName(QByteArray::fromStdString(file.string())));
+}
+
+// Undoes an exchange by which a foreign file left its name: `source` holds it now. False when it could not
+// have its name back; then it is kept under another one.
+bool putBack(const fs::path &source, const fs::path &destination, const FileState &ours)
+{
+    if (renameWith(kExchange, source, destination) == 0) {
+        if (isAt(source, ours))
+            return true;
+        // Someone has replaced ours in between: what was put there last is what belongs there.
         renameWith(kExchange, source, destination);
+    } else if (moveOnVolume(source, destination, MoveWay::RenameExclusively) == 0) {
+        return true; // ours was removed in between, and the name had become free
+    }
+    keepBeside(source, destination);
+    return false;
 }
 
 // Nothing has the name any more, so there is nothing to replace.
@@ -247,12 +282,15 @@ Replacement ReplaceFile(const fs::path &source, const fs::path &destination, con
         ::unlink(source.c_str());
         return Replacement::Done;
     }
-    putBack(source, destination, *ours);
-    return Replacement::Refused;
+    return putBack(source, destination, *ours) ? Replacement::Refused : Replacement::Failed;
 }
 
 int SyncFile(const FileDescriptor &file)
 {
+#ifdef __APPLE__
+    if (::fcntl(file.get(), F_FULLFSYNC) == 0)
+        return 0;
+#endif
     while (::fsync(file.get()) != 0) {
         if (errno == EINTR)
             continue;

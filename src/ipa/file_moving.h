@@ -23,7 +23,8 @@ bool MoveWithoutReplacing(const std::filesystem::path &source, const std::filesy
 enum class Replacement {
     Done,    ///< `source` has the name `destination`, the old file is gone
     Refused, ///< another file, or a changed one, has the name: it keeps it
-    Failed,  ///< the system refused; nothing has changed
+    Failed,  ///< the system refused: the old file is as it was, or beside its name ("name (2).ipa") when
+             ///< the system refused only to put back a foreign file that came in between
 };
 
 enum class ReplaceWay {
@@ -40,7 +41,8 @@ Replacement ReplaceFile(const std::filesystem::path &source, const std::filesyst
 Error SavingFailed(const std::filesystem::path &destination, int errorNumber);
 
 /// Waits until the contents of an open file are on the disk. Returns 0 or an errno value; a file system that
-/// cannot promise it is not a failure.
+/// cannot promise it is not a failure. On macOS by F_FULLFSYNC, because fsync alone leaves them in the disk's
+/// own memory; by fsync where a volume does not know it.
 int SyncFile(const FileDescriptor &file);
 /// The same for the entries of the folder that `file` is in.
 int SyncFolderOf(const std::filesystem::path &file);

@@ -70,8 +70,10 @@ FileDescriptor HoldOrdinaryFile(const std::filesystem::path &file)
 #else
     FileDescriptor held(::open(file.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
 #endif
-    if (!held.isOpen() || !isOrdinary(held))
+    if (held.isOpen() && !isOrdinary(held)) {
+        errno = EINVAL;
         return {};
+    }
     return held;
 }
 

@@ -32,7 +32,8 @@ std::optional<FileState> StateOf(const std::filesystem::path &file);
 FileDescriptor OpenOrdinaryFile(const std::filesystem::path &file);
 
 /// Takes hold of an ordinary file, following links. The descriptor tells the file, but may not read it. A
-/// closed one for anything else.
+/// closed one, with errno, for anything else. On macOS it opens the file, so that one which may not be read
+/// cannot be held either.
 FileDescriptor HoldOrdinaryFile(const std::filesystem::path &file);
 
 /// A path that leads this process and its children to the very file that is held, whatever becomes of its

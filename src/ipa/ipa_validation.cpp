@@ -9,6 +9,7 @@
 #include <QFile>
 #include <QStringDecoder>
 
+#include <algorithm>
 #include <cerrno>
 #include <utility>
 
@@ -26,11 +27,35 @@ constexpr qint64 kMaxComplaints = qint64{1} << 20;
 // Names of more than 100,000 entries. The runner holds the listing as bytes and as text, so this is a third
 // of it.
 constexpr qint64 kMaxListing = qint64{16} << 20;
+// One line, whatever the archive.
+constexpr qint64 kMaxTotals = 4096;
 // Twenty times the largest Info.plist that was met.
 constexpr qint64 kMaxInfo = qint64{4} << 20;
 
+#ifdef Q_OS_MACOS
+constexpr const char *kLocale = "LC_ALL=en_US.UTF-8"; // C.UTF-8 came late to macOS
+#else
+constexpr const char *kLocale = "LC_ALL=C.UTF-8"; // always there
+#endif
+
 constexpr QByteArrayView kInfoPrefix = "Payload/";
 constexpr QByteArrayView kInfoSuffix = ".app/Info.plist";
+
+Error damaged()
+{
+    return ZarvoError(u"IPA повреждён или не является ZIP-архивом."_s);
+}
+
+Error openingFailed(int number)
+{
+    return SystemError(u"Не удалось открыть IPA"_s, number);
+}
+
+// Reasons that lie with this process or this system, and say nothing about the file.
+bool isShortage(int number)
+{
+    return number == EMFILE || number == ENFILE || number == ENOMEM;
+}
 
 // The archive under a name that holds no pattern, no option and no undecodable byte, and that has no
 // neighbour: unzip takes the path for a pattern, and looks for PATH.zip beside a file that it cannot read.
@@ -41,7 +66,8 @@ public:
     {
         FileDescriptor held = HoldOrdinaryFile(file);
         if (!held.isOpen()) {
-            Fail(error, ZarvoError(u"IPA повреждён или не является ZIP-архивом."_s));
+            const int number = errno;
+            Fail(error, isShortage(number) ? openingFailed(number) : damaged());
             return std::nullopt;
         }
         auto folder = PrivateFolder::createTemporary(error);
@@ -55,7 +81,7 @@ public:
         if (!failure)
             std::filesystem::create_symlink(target, QFile::encodeName(archive.path()).toStdString(), failure);
         if (failure) {
-            Fail(error, SystemError(u"Не удалось открыть IPA"_s, failure.value()));
+            Fail(error, openingFailed(failure.value()));
             return std::nullopt;
         }
         return archive;
@@ -65,7 +91,7 @@ public:
                                     RunLimits limits, Error *error) const
     {
         // Nothing of the user's environment: variables add options, the locale decides how names are printed.
-        limits.environment = {QByteArrayLiteral("LC_ALL=C.UTF-8")};
+        limits.environment = {kLocale};
         return ZarvoCommand(u"/usr/bin/unzip"_s, QStringList{option, path()} + entries, timeout, {}, error,
                             limits);
     }
@@ -91,7 +117,7 @@ bool testIntegrity(const Archive &archive, Error *error)
     const auto run = archive.unzip(u"-tqq"_s, {}, kTestLimit, limits, error);
     if (!run)
         return false;
-    return run->code == 0 || Fail(error, ZarvoError(u"IPA повреждён или не является ZIP-архивом."_s));
+    return run->code == 0 || Fail(error, damaged());
 }
 
 std::optional<QByteArray> listEntries(const Archive &archive, Error *error)
@@ -103,6 +129,33 @@ std::optional<QByteArray> listEntries(const Archive &archive, Error *error)
     if (!run)
         return std::nullopt;
     return std::move(run->data);
+}
+
+// The number in "1 file, 12 bytes uncompressed, …" or "3002 files, …".
+std::optional<qsizetype> entriesInTotals(const QByteArray &totals)
+{
+    const qsizetype end = totals.indexOf(" file");
+    bool isNumber = false;
+    const qlonglong count = totals.left(std::max<qsizetype>(end, 0)).toLongLong(&isNumber);
+    if (!isNumber || !totals.endsWith('\n'))
+        return std::nullopt;
+    return count;
+}
+
+// A full disk or a file size limit that this process was started with cuts the listing off, of which unzip
+// says nothing. Its totals are counted while it reads the archive, so they tell how many lines there must be.
+bool isComplete(const Archive &archive, const QByteArray &listing, Error *error)
+{
+    RunLimits limits;
+    limits.output = kMaxTotals;
+    const auto run = archive.unzip(u"-Zt"_s, {}, kListingLimit, limits, error);
+    if (!run)
+        return false;
+    const auto entries = entriesInTotals(run->data);
+    return (entries && listing.endsWith('\n') && listing.count('\n') == *entries) ||
+           Fail(error,
+                ZarvoError(u"Не удалось получить полный список файлов IPA. Освободите место на диске и "
+                           "повторите попытку."_s));
 }
 
 // Takes the first line off `listing`. Lines are compared as bytes: one name that is not UTF-8 must not hide
@@ -202,7 +255,7 @@ std::optional<IPAInfo> ZarvoValidateIPA(const std::filesystem::path &file,
     if (!archive || !testIntegrity(*archive, error))
         return std::nullopt;
     const auto listing = listEntries(*archive, error);
-    if (!listing)
+    if (!listing || !isComplete(*archive, *listing, error))
         return std::nullopt;
     const auto entry = singleInfo(*listing, error);
     if (!entry)

@@ -18,12 +18,13 @@ constexpr RunTimeout kCheckTimeout{30};
 
 std::optional<QString> ConfirmedAccount(const QString &output)
 {
-    const QList<QJsonObject> objects = ZarvoJSON(output);
-    for (const QJsonObject &object : objects) {
+    std::optional<QString> account;
+    VisitJSON(output, [&account](const QJsonObject &object) {
         if (JSONTruth(object["success"_L1]))
-            return JSONText(object["email"_L1]);
-    }
-    return std::nullopt;
+            account = JSONText(object["email"_L1]);
+        return !account;
+    });
+    return account;
 }
 
 std::optional<QString> ZarvoApp::accountWorker(Error *error)

@@ -8,6 +8,7 @@
 #include "ipa/ipa_validation.h"
 
 #include <QCheckBox>
+#include <QDir>
 #include <QFile>
 #include <QFileInfo>
 #include <QLabel>
@@ -83,9 +84,10 @@ QString ProgressText(qint64 bytes, std::chrono::seconds elapsed)
     constexpr qint64 kilobyte = 1000;
     constexpr qint64 megabyte = 1'000'000; // below it a fraction would only flicker
     // The toolkit's word for single bytes knows no numeral ("0 байты").
-    const QString size = bytes < kilobyte
-        ? u"%1 Б"_s.arg(bytes)
-        : QLocale(QLocale::Russian).formattedDataSize(bytes, bytes < megabyte ? 0 : 1, QLocale::DataSizeSIFormat);
+    const QString size =
+        bytes < kilobyte ? u"%1 Б"_s.arg(bytes)
+                         : QLocale(QLocale::Russian)
+                               .formattedDataSize(bytes, bytes < megabyte ? 0 : 1, QLocale::DataSizeSIFormat);
     return u"Получено %1 • %2 с"_s.arg(size).arg(elapsed.count());
 }
 
@@ -113,7 +115,7 @@ std::optional<QString> ZarvoApp::downloadWorker(const AppRow &row, const QString
     }
     if (cancelled)
         return std::nullopt;
-    const QString saved = u"%1/%2"_s.arg(directory, ZarvoFilename(row.name, info->version));
+    const QString saved = QDir(directory).filePath(ZarvoFilename(row.name, info->version));
     if (!ZarvoPublishIPA(toPath(file), toPath(saved), *info, error))
         return std::nullopt;
     return saved;

@@ -5,11 +5,11 @@
 #include "store/text_scanning.h"
 
 #include <QJsonObject>
-#include <QStringList>
 #include <QStringView>
 
 #include <algorithm>
 #include <array>
+#include <optional>
 
 using namespace Qt::StringLiterals;
 
@@ -54,33 +54,47 @@ QString replaceMatches(const QString &text, const Rule &rule)
     return replaced;
 }
 
-/// What the tool reported in its JSON: its errors, else the messages of what went wrong.
-QStringList reportedErrors(const QList<QJsonObject> &objects)
+bool tellsOfFailure(const QJsonObject &object)
 {
     static constexpr std::array levels{"error"_L1, "fatal"_L1, "panic"_L1};
-    QStringList errors;
-    for (const QJsonObject &object : objects) {
-        if (const QString error = object["error"_L1].toString(); !error.isEmpty())
-            errors += error;
-    }
-    if (!errors.isEmpty())
-        return errors;
-    for (const QJsonObject &object : objects) {
-        const QJsonValue message = object["message"_L1];
-        const bool unsuccessful = object.contains("success"_L1) && !JSONTruth(object["success"_L1]);
-        const QString level = object["level"_L1].toString();
-        if (message.isString() &&
-            (unsuccessful || std::find(levels.begin(), levels.end(), level) != levels.end()))
-            errors += message.toString();
-    }
-    return errors;
+    const QString level = object["level"_L1].toString();
+    return (object.contains("success"_L1) && !JSONTruth(object["success"_L1])) ||
+           std::find(levels.begin(), levels.end(), level) != levels.end();
 }
 
-/// Blanks and the units of control and format characters are what separates words.
-bool separatesWords(QChar c)
+/// What the tool reported in its JSON: its errors, else the messages of what went wrong; nothing when it
+/// spoke no JSON. Joined as they come: a list of millions of short texts would be many times their size.
+std::optional<QString> reportedErrors(const QString &output)
 {
-    return Scan::isBlank(c.unicode()) || c.category() == QChar::Other_Control ||
-           c.category() == QChar::Other_Format;
+    const auto append = [](QString &joined, bool &any, const QString &text) {
+        joined += any ? u" • "_s + text : text;
+        any = true;
+    };
+    QString errors;
+    QString messages;
+    bool hasObjects = false;
+    bool hasErrors = false;
+    bool hasMessages = false;
+    VisitJSON(output, [&](const QJsonObject &object) {
+        hasObjects = true;
+        if (const QString error = object["error"_L1].toString(); !error.isEmpty())
+            append(errors, hasErrors, error);
+        const QJsonValue message = object["message"_L1];
+        if (!hasErrors && message.isString() && tellsOfFailure(object))
+            append(messages, hasMessages, message.toString());
+        return true;
+    });
+    if (!hasObjects)
+        return std::nullopt;
+    return hasErrors ? errors : messages;
+}
+
+/// Blanks, control and format characters are what separates words.
+bool separatesWords(char32_t c)
+{
+    const QChar::Category category = QChar::category(c);
+    const bool isBlank = c <= 0xFFFF && Scan::isBlank(static_cast<char16_t>(c)); // there are none beyond
+    return isBlank || category == QChar::Other_Control || category == QChar::Other_Format;
 }
 
 /// The words of the text with one space between them, cut to the length of a diagnostic.
@@ -88,17 +102,19 @@ QString singleLine(const QString &text)
 {
     QString line;
     bool wordEnded = false;
-    for (const QChar c : text) {
+    for (qsizetype i = 0; i < text.size() && line.size() < maximumLength;) {
+        const bool isPair = text[i].isHighSurrogate() && i + 1 < text.size() && text[i + 1].isLowSurrogate();
+        const qsizetype length = isPair ? 2 : 1;
+        const char32_t c = isPair ? QChar::surrogateToUcs4(text[i], text[i + 1]) : text[i].unicode();
         if (separatesWords(c)) {
             wordEnded = !line.isEmpty();
-            continue;
+        } else {
+            if (wordEnded)
+                line += u' ';
+            wordEnded = false;
+            line += QStringView(text).sliced(i, length);
         }
-        if (wordEnded)
-            line += u' ';
-        wordEnded = false;
-        line += c;
-        if (line.size() >= maximumLength)
-            break;
+        i += length;
     }
     line.truncate(maximumLength);
     return line;
@@ -117,8 +133,5 @@ QString RedactSecrets(const QString &text)
 QString ZarvoSafeStoreDiagnostic(const ToolResult &result)
 {
     const QString raw = result.out + u'\n' + result.err;
-    const QList<QJsonObject> objects = ZarvoJSON(raw);
-    if (objects.isEmpty())
-        return singleLine(RedactSecrets(raw));
-    return singleLine(RedactSecrets(reportedErrors(objects).join(u" • "_s)));
+    return singleLine(RedactSecrets(reportedErrors(raw).value_or(raw)));
 }

@@ -36,13 +36,12 @@ PurchaseSearch searchObject(const QJsonObject &object, const QString &bundleID, 
 
 PurchaseSearch SearchPurchases(const QString &output, const QString &bundleID, int page)
 {
-    const QList<QJsonObject> objects = ZarvoJSON(output);
-    for (const QJsonObject &object : objects) {
-        PurchaseSearch search = searchObject(object, bundleID, page);
-        if (search.verdict != PurchaseSearch::Verdict::GoOn)
-            return search;
-    }
-    return {};
+    PurchaseSearch search;
+    VisitJSON(output, [&](const QJsonObject &object) {
+        search = searchObject(object, bundleID, page);
+        return search.verdict == PurchaseSearch::Verdict::GoOn;
+    });
+    return search;
 }
 
 std::optional<QString> ZarvoApp::purchaseID(const AppRow &row, Error *error)

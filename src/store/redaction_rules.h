@@ -41,8 +41,9 @@ Found findBearer(QStringView text, qsizetype from);
 Found findAccount(QStringView text, qsizetype from);
 
 /// A key that names a secret, together with its value:
-/// `(?i)["']?(?:password|passwd|pwd|token|passwordToken|access_token|refresh_token|session|cookie|set-cookie|`
-/// `authorization|dsid|otp|verificationCode|x-apple-[a-z0-9-]+)["']?\s*[:=]\s*(?:"[^"]*"|'[^']*'|[^\s,;]+)`
+/// `(?i)["']?(?:password|passwd|pwd|token|passwordToken|access_token|refresh_token|session|cookie|`
+/// `set-cookie|authorization|dsid|otp|verificationCode|x-apple-[a-z0-9-]+)["']?\s*[:=]\s*`
+/// `(?:"[^"]*"|'[^']*'|[^\s,;]+)`
 Found findSecret(QStringView text, qsizetype from);
 
 /// A home folder, up to the user's name: `/(?:Users|home)/[^/\s]+`

@@ -4,8 +4,6 @@
 #include "core/tool_output.h"
 #include "store/store_failure_messages.h"
 
-#include <algorithm>
-
 using namespace Qt::StringLiterals;
 
 namespace {
@@ -25,8 +23,14 @@ QString CombinedOutput(const ToolResult &result)
 
 bool StoreRunSucceeded(int code, const QString &output)
 {
-    const QList<QJsonObject> objects = ZarvoJSON(output);
-    return code == 0 && std::none_of(objects.begin(), objects.end(), tellsOfFailure);
+    if (code != 0)
+        return false;
+    bool failed = false;
+    VisitJSON(output, [&failed](const QJsonObject &object) {
+        failed = tellsOfFailure(object);
+        return !failed;
+    });
+    return !failed;
 }
 
 std::optional<QString> ZarvoApp::store(const QStringList &arguments, RunTimeout timeout,

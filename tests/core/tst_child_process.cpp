@@ -28,6 +28,7 @@ private Q_SLOTS:
     void refusesWhatCannotBeStarted();
     void doesNotWaitForGrandchildren();
     void endsWhenAnotherThreadTerminatesIt();
+    void keepsStatusWhenChildSignalIsIgnored_data();
     void keepsStatusWhenChildSignalIsIgnored();
     void endsChildrenWhenItDies_data();
     void endsChildrenWhenItDies();
@@ -171,12 +172,28 @@ void ChildProcessTest::endsWhenAnotherThreadTerminatesIt()
     }
 }
 
+void ChildProcessTest::keepsStatusWhenChildSignalIsIgnored_data()
+{
+    using Handler = void (*)(int);
+    QTest::addColumn<Handler>("handler");
+    QTest::addColumn<int>("flags");
+    QTest::newRow("ignored, as inherited from a careless launcher") << Handler(SIG_IGN) << 0;
+    QTest::newRow("no statuses kept, with a handler") << Handler([](int) {}) << SA_NOCLDWAIT;
+}
+
 void ChildProcessTest::keepsStatusWhenChildSignalIsIgnored()
 {
+    using Handler = void (*)(int);
+    QFETCH(const Handler, handler);
+    QFETCH(const int, flags);
     tool().exits(3);
-    const auto before = ::signal(SIGCHLD, SIG_IGN); // as inherited from a careless launcher
+    struct sigaction before = {};
+    struct sigaction careless = {};
+    careless.sa_handler = handler;
+    careless.sa_flags = flags;
+    QCOMPARE(::sigaction(SIGCHLD, &careless, &before), 0);
     const auto result = run();
-    ::signal(SIGCHLD, before);
+    ::sigaction(SIGCHLD, &before, nullptr);
     QVERIFY(result);
     QCOMPARE(result->code, 3);
 }
@@ -236,11 +253,11 @@ int leaveTool(const QString &path, const QString &ready)
     while (!QFileInfo::exists(ready))
         std::this_thread::sleep_for(5ms);
     ChildProcess::killAll();
-    PrivateFolder::removeAll();
+    const bool removed = PrivateFolder::removeAll(20s);
     ChildProcess::Options another;
     another.path = path;
-    const bool over =
-        child->waitForExit(20s) && !ChildProcess::start(another) && !PrivateFolder::createTemporary();
+    const bool over = removed && child->waitForExit(20s) && !ChildProcess::start(another) &&
+                      !PrivateFolder::createTemporary();
     std::_Exit(over ? 0 : 1);
 }
 

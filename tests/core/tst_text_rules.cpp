@@ -1,8 +1,12 @@
+#include "core/error.h"
 #include "core/ipa_file_naming.h"
 #include "core/password_policy.h"
 #include "core/self_test.h"
 
 #include <QTest>
+
+#include <cerrno>
+#include <cstring>
 
 using namespace Qt::StringLiterals;
 
@@ -14,6 +18,7 @@ private Q_SLOTS:
     void judgesPasswords_data();
     void judgesPasswords();
     void acceptsExactlyPrintableASCII();
+    void systemErrorsAreRussian();
     void selfTestNoticesBrokenRules_data();
     void selfTestNoticesBrokenRules();
 };
@@ -42,6 +47,16 @@ void TextRulesTest::acceptsExactlyPrintableASCII()
     for (char32_t unit = 0; unit <= 0xFFFF; ++unit) {
         const bool accepted = ZarvoLatin(QString(QChar(static_cast<char16_t>(unit))));
         QVERIFY2(accepted == (unit >= 0x20 && unit <= 0x7E), qPrintable(QString::number(unit, 16)));
+    }
+}
+
+// What a folder on a server, a stick that was pulled out, or a busy system answers.
+void TextRulesTest::systemErrorsAreRussian()
+{
+    for (const int number : {ENFILE, EBUSY, ESTALE, ENOTCONN, ENODEV, ENXIO, ETIMEDOUT, ELOOP, EMLINK, EXDEV,
+                             EHOSTDOWN, ENOTSUP, EIO, ENOSPC, EROFS, EDQUOT, ECANCELED}) {
+        const QString text = SystemError(QString(), number).message;
+        QVERIFY2(!text.contains(QLatin1StringView(std::strerror(number))), qPrintable(text));
     }
 }
 

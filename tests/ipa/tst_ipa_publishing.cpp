@@ -1,3 +1,4 @@
+#include "core/private_folder.h"
 #include "ipa/file_moving.h"
 #include "ipa/ipa_publishing.h"
 #include "ipa_writer.h"
@@ -7,6 +8,7 @@
 
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -82,7 +84,25 @@ bool race(const std::function<bool()> &publish, const std::function<void()> &act
     return published;
 }
 
+// What happens before the first, second… exchange or exclusive rename: an errno value makes the call fail.
+using Interference = std::function<int(const fs::path &destination)>;
+QList<Interference> interferences;
+
 } // namespace
+
+// Takes the place of the C library's for this program.
+extern "C" int renameat2(int from, const char *source, int to, const char *destination,
+                         unsigned flags) noexcept
+{
+    // The last one serves for all calls that follow.
+    const Interference interfere =
+        interferences.size() > 1 ? interferences.takeFirst() : interferences.value(0);
+    if (const int number = interfere ? interfere(destination) : 0) {
+        errno = number;
+        return -1;
+    }
+    return static_cast<int>(::syscall(SYS_renameat2, from, source, to, destination, flags));
+}
 
 class TestIPAPublishing : public QObject
 {
@@ -105,6 +125,8 @@ private Q_SLOTS:
     void everyWayOfMoving();
     void everyWayOfReplacing_data();
     void everyWayOfReplacing();
+    void foreignComesBetween_data();
+    void foreignComesBetween();
     void raceWithCreation_data();
     void raceWithCreation();
     void raceWithReplacement_data();
@@ -366,6 +388,63 @@ void TestIPAPublishing::everyWayOfReplacing()
     fs::rename(m_destination, m_source);
     QCOMPARE(ReplaceFile(m_source, m_destination, *checked, way), Replacement::Done); // removed meanwhile
     QCOMPARE(contents(m_destination), m_new);
+}
+
+void TestIPAPublishing::foreignComesBetween_data()
+{
+    QTest::addColumn<QList<Interference>>("then"); // after the foreign file has come
+    QTest::addColumn<Replacement>("outcome");
+    QTest::addColumn<std::string>("there");  // under the name
+    QTest::addColumn<std::string>("beside"); // under the next one
+    const Interference nothing = [](const fs::path &) { return 0; };
+    const Interference fails = [](const fs::path &) { return EIO; };
+    const Interference removed = [](const fs::path &there) { return fs::remove(there) ? 0 : EIO; };
+    const Interference replaced = [](const fs::path &there) {
+        fs::remove(there);
+        write(there, "third");
+        return 0;
+    };
+    using List = QList<Interference>;
+    QTest::newRow("put back") << List{nothing} << Replacement::Refused << std::string("foreign")
+                              << std::string();
+    QTest::newRow("ours is removed: put back")
+        << List{removed, nothing} << Replacement::Refused << std::string("foreign") << std::string();
+    QTest::newRow("ours is replaced: kept beside the third")
+        << List{replaced, nothing} << Replacement::Failed << std::string("third") << std::string("foreign");
+    QTest::newRow("cannot be put back: kept beside")
+        << List{fails, fails, nothing} << Replacement::Failed << std::string("new") << std::string("foreign");
+    QTest::newRow("cannot be moved at all: its folder stays")
+        << List{fails} << Replacement::Failed << std::string("new") << std::string();
+}
+
+// It is in a private folder for a moment, and is gone with it unless it comes out again.
+void TestIPAPublishing::foreignComesBetween()
+{
+    QFETCH(QList<Interference>, then);
+    QFETCH(std::string, there);
+    QFETCH(std::string, beside);
+    write(m_destination, "old");
+    const auto checked = StateOf(m_destination);
+    interferences = QList<Interference>{[](const fs::path &name) {
+                        fs::remove(name);
+                        write(name, "foreign");
+                        return 0;
+                    }} +
+                    then;
+    fs::path source;
+    {
+        const auto folder = PrivateFolder::create(m_folder->path(), u".zarvo-"_s);
+        QVERIFY(folder);
+        source = fs::path(folder->filePath(u"new.ipa"_s).toStdString());
+        write(source, "new");
+        QTEST(ReplaceFile(source, m_destination, *checked), "outcome");
+        interferences.clear();
+    }
+    QCOMPARE(contents(m_destination), there);
+    QCOMPARE(contents(m_destination.parent_path() / "Банк 1.0 (2).ipa"), beside);
+    const bool isLeft = there != "foreign" && beside != "foreign";
+    QCOMPARE(contents(source), std::string(isLeft ? "foreign" : ""));
+    QCOMPARE(exists(source.parent_path()), isLeft);
 }
 
 void TestIPAPublishing::raceWithCreation_data()

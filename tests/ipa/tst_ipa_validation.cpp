@@ -5,6 +5,7 @@
 #include <QTemporaryDir>
 #include <QTest>
 
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -110,6 +111,8 @@ private Q_SLOTS:
     void environmentHasNoSay_data();
     void environmentHasNoSay();
     void fileSwappedMeanwhile();
+    void listingCutOff();
+    void noDescriptorLeft();
     void leavesNothingBehind();
 
 private:
@@ -450,6 +453,41 @@ void TestIPAValidation::fileSwappedMeanwhile()
     swapping.join();
     QVERIFY(consistent);
     QCOMPARE(accepted, 40);
+}
+
+// The second app comes where the listing has no more room, under a limit as some launchers set it.
+void TestIPAValidation::listingCutOff()
+{
+    constexpr rlim_t kRoom = 64 << 10;
+    Entries entries = entriesOfIPA({});
+    for (int i = 0; i < 1'000; ++i)
+        entries.append({.name = QByteArray(100, 'x') + QByteArray::number(i)});
+    addCopy(entries, "Payload/Second.app");
+    QVERIFY(writeZip(inFolder("a.ipa"), entries));
+    rlimit before = {};
+    QCOMPARE(::getrlimit(RLIMIT_FSIZE, &before), 0);
+    const rlimit small{kRoom, before.rlim_max};
+    QCOMPARE(::setrlimit(RLIMIT_FSIZE, &small), 0);
+    Error error;
+    const bool accepted = ZarvoValidateIPA(inFolder("a.ipa"), std::nullopt, &error).has_value();
+    ::setrlimit(RLIMIT_FSIZE, &before);
+    QVERIFY(!accepted);
+    QVERIFY2(error.message.startsWith(u"Не удалось получить полный список"_s), qPrintable(error.message));
+}
+
+// The file is sound: it must not be called damaged.
+void TestIPAValidation::noDescriptorLeft()
+{
+    QVERIFY(writeIPA(inFolder("a.ipa"), {}));
+    rlimit before = {};
+    QCOMPARE(::getrlimit(RLIMIT_NOFILE, &before), 0);
+    const rlimit none{0, before.rlim_max};
+    QCOMPARE(::setrlimit(RLIMIT_NOFILE, &none), 0);
+    Error error;
+    const bool accepted = ZarvoValidateIPA(inFolder("a.ipa"), std::nullopt, &error).has_value();
+    ::setrlimit(RLIMIT_NOFILE, &before);
+    QVERIFY(!accepted);
+    QCOMPARE(error.message, u"Не удалось открыть IPA: Слишком много открытых файлов."_s);
 }
 
 void TestIPAValidation::leavesNothingBehind()

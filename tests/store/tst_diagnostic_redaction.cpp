@@ -34,7 +34,7 @@ private Q_SLOTS:
         QTest::newRow("plain text of both outputs becomes one line")
             << u"  first \u0085\u2028 second"_s << u"third\r\n"_s << u"first second third"_s;
         QTest::newRow("control and format characters become blanks")
-            << u"a\u0007b\u200dc\u00add\ufeff"_s << u"\u001be"_s << u"a b c d e"_s;
+            << u"a\u0007b\u200dc\u00add\ufeff\U000e0041"_s << u"\u001be\U0001d173f"_s << u"a b c d e f"_s;
         QTest::newRow("colours go without a trace") << u"\u001b[1;31mre\u001b[0md"_s << u""_s << u"red"_s;
         QTest::newRow("a secret in an error field is hidden")
             << u"{\"error\":\"password=\\\"a b\\\" for anna@example.org\"}"_s << u""_s

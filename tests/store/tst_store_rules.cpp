@@ -1,6 +1,7 @@
-#include "core/tool_output.h"
+#include "device/device_tool_client.h"
 #include "store/account_check.h"
 #include "store/app_download.h"
+#include "store/diagnostic_redaction.h"
 #include "store/purchase_lookup.h"
 #include "store/store_tool_client.h"
 
@@ -8,6 +9,8 @@
 #include <QFile>
 #include <QTemporaryDir>
 #include <QTest>
+
+#include <functional>
 
 using namespace Qt::StringLiterals;
 using namespace std::chrono_literals;
@@ -21,6 +24,20 @@ bool writeFile(const QString &path, qint64 size)
 {
     QFile file(path);
     return file.open(QIODevice::WriteOnly) && file.write(QByteArray(size, 'x')) == size;
+}
+
+// What this process needed at most since the call before: its "VmHWM" is set back. Linux.
+qint64 takePeakMemory()
+{
+    qint64 kilobytes = 0;
+    QFile status(u"/proc/self/status"_s);
+    if (status.open(QIODevice::ReadOnly)) {
+        const QByteArray text = status.readAll();
+        const QByteArray rest = text.mid(text.indexOf("VmHWM:") + 6);
+        kilobytes = rest.left(rest.indexOf('k')).trimmed().toLongLong();
+    }
+    QFile reset(u"/proc/self/clear_refs"_s);
+    return reset.open(QIODevice::WriteOnly) && reset.write("5") == 1 ? kilobytes * 1024 : 0;
 }
 
 } // namespace
@@ -46,6 +63,8 @@ private Q_SLOTS:
     void measuresFolders();
     void describesProgress_data();
     void describesProgress();
+    void bearsAFloodOfObjects_data();
+    void bearsAFloodOfObjects();
 };
 
 void StoreRulesTest::judgesRuns_data()
@@ -94,8 +113,10 @@ void StoreRulesTest::findsTheAccount_data()
     };
     row("confirmed", uR"({"email":"a@b.c","success":true})"_s, u"a@b.c"_s);
     row("confirmed without e-mail: empty", uR"({"success":true})"_s, QString());
-    row("the first confirmation decides", u"{\"success\":true}\n{\"success\":true,\"email\":\"a@b.c\"}"_s, QString());
-    row("refusals are skipped", u"{\"success\":false,\"email\":\"x\"}\n{\"success\":true,\"email\":\"y\"}"_s, u"y"_s);
+    row("the first confirmation decides", u"{\"success\":true}\n{\"success\":true,\"email\":\"a@b.c\"}"_s,
+        QString());
+    row("refusals are skipped", u"{\"success\":false,\"email\":\"x\"}\n{\"success\":true,\"email\":\"y\"}"_s,
+        u"y"_s);
     row("an e-mail alone confirms nothing", uR"({"email":"a@b.c"})"_s, std::nullopt);
     row("a text is no confirmation", uR"({"email":"a@b.c","success":"true"})"_s, std::nullopt);
     row("no JSON", u"ok"_s, std::nullopt);
@@ -113,18 +134,17 @@ void StoreRulesTest::searchesPurchases_data()
     QTest::addColumn<int>("page");
     QTest::addColumn<Verdict>("verdict");
     QTest::addColumn<QString>("id");
-    const auto row = [](const char *name, const QString &output, int page, Verdict verdict, const QString &id = {}) {
-        QTest::newRow(name) << output << page << verdict << id;
-    };
+    const auto row = [](const char *name, const QString &output, int page, Verdict verdict,
+                        const QString &id = {}) { QTest::newRow(name) << output << page << verdict << id; };
     const QString other = uR"({"apps":[{"bundleID":"a.other","id":1}]%1})"_s;
-    row("number", uR"({"apps":[{"bundleID":"x","id":1},{"bundleID":"a.b","id":284882215}]})"_s, 1, Verdict::Found,
-        u"284882215"_s);
+    row("number", uR"({"apps":[{"bundleID":"x","id":1},{"bundleID":"a.b","id":284882215}]})"_s, 1,
+        Verdict::Found, u"284882215"_s);
     row("number beyond what a double holds", uR"({"apps":[{"bundleID":"a.b","id":9007199254740993}]})"_s, 1,
         Verdict::Found, u"9007199254740993"_s);
     row("text", uR"({"apps":[{"bundleID":"a.b","id":"77"}]})"_s, 1, Verdict::Found, u"77"_s);
     row("found without identifier", uR"({"apps":[{"bundleID":"a.b"}]})"_s, 1, Verdict::Found);
-    row("found on the last page", uR"({"apps":[{"bundleID":"a.b","id":5}],"totalCount":1})"_s, 1, Verdict::Found,
-        u"5"_s);
+    row("found on the last page", uR"({"apps":[{"bundleID":"a.b","id":5}],"totalCount":1})"_s, 1,
+        Verdict::Found, u"5"_s);
     row("case differs: go on", uR"({"apps":[{"bundleID":"A.b","id":5}]})"_s, 1, Verdict::GoOn);
     row("empty list: ended", uR"({"apps":[],"totalCount":900})"_s, 1, Verdict::Ended);
     row("total not reached", other.arg(uR"(,"totalCount":250)"), 2, Verdict::GoOn);
@@ -133,9 +153,10 @@ void StoreRulesTest::searchesPurchases_data()
     row("no total: go on", other.arg(QString()), 99, Verdict::GoOn);
     row("no list: go on", uR"({"success":true,"totalCount":0})"_s, 1, Verdict::GoOn);
     row("nothing: go on", {}, 1, Verdict::GoOn);
-    row("objects without a list are passed over", u"{\"level\":\"info\"}\n{\"apps\":[{\"bundleID\":\"a.b\",\"id\":6}]}"_s,
-        1, Verdict::Found, u"6"_s);
-    row("the first decision wins", u"{\"apps\":[]}\n{\"apps\":[{\"bundleID\":\"a.b\",\"id\":6}]}"_s, 1, Verdict::Ended);
+    row("objects without a list are passed over",
+        u"{\"level\":\"info\"}\n{\"apps\":[{\"bundleID\":\"a.b\",\"id\":6}]}"_s, 1, Verdict::Found, u"6"_s);
+    row("the first decision wins", u"{\"apps\":[]}\n{\"apps\":[{\"bundleID\":\"a.b\",\"id\":6}]}"_s, 1,
+        Verdict::Ended);
 }
 
 void StoreRulesTest::searchesPurchases()
@@ -157,7 +178,9 @@ void StoreRulesTest::makesDownloadArguments_data()
     const QStringList byID{u"--app-id"_s, u"42"_s};
     const QStringList version{u"--external-version-id"_s, u"7"_s};
     const auto row = [](const char *name, const QString &identifier, const QString &versionID, bool exact,
-                        const QStringList &end) { QTest::newRow(name) << identifier << versionID << exact << end; };
+                        const QStringList &end) {
+        QTest::newRow(name) << identifier << versionID << exact << end;
+    };
     row("number", u"42"_s, {}, false, byID);
     row("none", {}, {}, false, byBundle);
     row("zero", u"0"_s, {}, false, byBundle);
@@ -214,7 +237,8 @@ void StoreRulesTest::readsTheTypedIdentifier_data()
     row(u" 284882215\n"_s, u"284882215"_s);
     row(u"007"_s, u"007"_s);
     row(u"99999999999999999999"_s, u"99999999999999999999"_s);
-    for (const QString &text : {u"0"_s, u"000"_s, u"-5"_s, u"+5"_s, u"12a"_s, u"1 2"_s, u"1.5"_s, u"٣"_s, u"１２"_s})
+    for (const QString &text :
+         {u"0"_s, u"000"_s, u"-5"_s, u"+5"_s, u"12a"_s, u"1 2"_s, u"1.5"_s, u"٣"_s, u"１２"_s})
         row(text, std::nullopt);
 }
 
@@ -254,6 +278,33 @@ void StoreRulesTest::describesProgress()
     QString text = ProgressText(bytes, 65s);
     text.replace(QChar::Nbsp, u' ');
     QTEST(text, "text");
+}
+
+void StoreRulesTest::bearsAFloodOfObjects_data()
+{
+    using Judge = std::function<bool(const ToolResult &)>; // true when nothing special was found
+    QTest::addColumn<Judge>("judge");
+    QTest::newRow("success") << Judge([](const ToolResult &run) { return StoreRunSucceeded(0, run.out); });
+    QTest::newRow("account") << Judge([](const ToolResult &run) { return !ConfirmedAccount(run.out); });
+    QTest::newRow("purchases") << Judge(
+        [](const ToolResult &run) { return SearchPurchases(run.out, u"a.b"_s, 1).verdict == Verdict::GoOn; });
+    QTest::newRow("reason") << Judge(
+        [](const ToolResult &run) { return ZarvoSafeStoreDiagnostic(run).isEmpty(); });
+    QTest::newRow("device") << Judge([](const ToolResult &run) { return LastDeviceReply(run).has_value(); });
+}
+
+// The runner keeps 32 MB of output: ten million objects, which kept together need more than a gigabyte.
+void StoreRulesTest::bearsAFloodOfObjects()
+{
+    QFETCH(const std::function<bool(const ToolResult &)>, judge);
+    constexpr qint64 kBearable = qint64{600} << 20; // with what a sanitizer adds
+    const ToolResult run{0, u"{}\n"_s.repeated((32 << 20) / 3), {}, {}};
+    takePeakMemory();
+    const qint64 before = takePeakMemory();
+    QVERIFY(judge(run));
+    const qint64 grown = takePeakMemory() - before;
+    QVERIFY(before > 0);
+    QVERIFY2(grown < kBearable, qPrintable(QString::number(grown >> 20)));
 }
 
 QTEST_GUILESS_MAIN(StoreRulesTest)
