@@ -1,10 +1,14 @@
-// The keyboard layouts of a real X server, which the test starts for itself.
+// What a real X server has to do with the sign-in: keyboard layouts and the clipboard. The test starts one
+// for itself.
 #include "signin/input_source.h"
+#include "signin/memory_search.h"
 #include "signin/secret_field.h"
 #include "signin/sign_in_session.h"
 #include "signin/sign_in_window.h"
 
 #include <QApplication>
+#include <QClipboard>
+#include <QElapsedTimer>
 #include <QLabel>
 #include <QProcess>
 #include <QTest>
@@ -24,6 +28,7 @@ using namespace Qt::StringLiterals;
 namespace {
 
 constexpr int kPatience = 20'000;
+const QString kHoldClipboard = u"--hold-clipboard"_s;
 #define EVENTUALLY(condition) QTRY_VERIFY_WITH_TIMEOUT(condition, kPatience)
 #define EVENTUALLY_EQUAL(actual, expected) QTRY_COMPARE_WITH_TIMEOUT(actual, expected, kPatience)
 
@@ -80,6 +85,7 @@ private Q_SLOTS:
     void tellsOfChanges();
     void passwordIsTypedInEnglish();
     void withoutEnglishTheFilterStillWorks();
+    void pastesWithoutATrace();
 
 private:
     std::unique_ptr<InputSource> m_user; // a connection of its own, as the desktop's switch has
@@ -215,9 +221,64 @@ void InputSourceX11Test::withoutEnglishTheFilterStillWorks()
     EVENTUALLY_EQUAL(note->text(), kEnglish);
 }
 
+// The text comes from another program, as from a password manager.
+void InputSourceX11Test::pastesWithoutATrace()
+{
+    QProcess owner;
+    owner.start(QApplication::applicationFilePath(), {kHoldClipboard});
+    QVERIFY(owner.waitForReadyRead(kPatience));
+    const Canary canary(owner.readLine().chopped(1));
+    QCOMPARE(CountInMemory(canary), 0);
+    SecretField field;
+    field.show();
+    QVERIFY(QTest::qWaitForWindowExposed(&field));
+    for (const Qt::KeyboardModifiers held :
+         {Qt::KeyboardModifiers(Qt::ShiftModifier), Qt::ShiftModifier | Qt::ControlModifier}) {
+        QTest::keyClick(&field, Qt::Key_Insert, held); // clipboard, then selection
+        QCOMPARE(field.secret().size(), canary.size());
+        for (qsizetype i = 0; i < canary.size(); ++i)
+            QCOMPARE(field.secret().view().at(i), canary.at(i));
+        QCOMPARE(CountInMemory(canary), 1); // the field's own
+        field.clearSecret();
+        QCOMPARE(CountInMemory(canary), 0);
+    }
+
+    ::kill(static_cast<pid_t>(owner.processId()), SIGSTOP); // it does not answer
+    QElapsedTimer time;
+    time.start();
+    QTest::keySequence(&field, QKeySequence::Paste);
+    QVERIFY(field.secret().isEmpty() && time.elapsed() < 2000);
+    owner.kill();
+    QVERIFY(owner.waitForFinished(kPatience));
+    QTest::keySequence(&field, QKeySequence::Paste); // nobody holds it
+    QVERIFY(field.secret().isEmpty());
+    QApplication::clipboard()->setText(u"mine"_s); // this process does
+    QTest::keySequence(&field, QKeySequence::Paste);
+    QCOMPARE(field.secret().view(), u"mine"_s);
+}
+
+// Another program: puts a text that exists nowhere else into the clipboard and says masked what it is.
+static int holdClipboard(QApplication &application)
+{
+    const Canary canary = Canary::ofLetters(24);
+    QString text;
+    for (qsizetype i = 0; i < canary.size(); ++i)
+        text.append(canary.at(i));
+    QApplication::clipboard()->setText(text);
+    QApplication::clipboard()->setText(text, QClipboard::Selection);
+    QTest::qWait(100); // until the server knows
+    std::puts(canary.masked().constData());
+    std::fflush(stdout);
+    return application.exec();
+}
+
 // The toolkit needs the display before anything else.
 int main(int argc, char **argv)
 {
+    if (argc == 2 && QLatin1StringView(argv[1]) == kHoldClipboard) {
+        QApplication application(argc, argv);
+        return holdClipboard(application);
+    }
     QProcess server;
     server.setProcessChannelMode(QProcess::ForwardedErrorChannel);
     server.setChildProcessModifier([] { ::prctl(PR_SET_PDEATHSIG, SIGTERM); }); // also when the test crashes
