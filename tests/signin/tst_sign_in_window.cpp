@@ -62,7 +62,6 @@ private Q_SLOTS:
     void enterDoesTheStepAtHand();
     void filterKeepsTheAcceptedPassword_data();
     void filterKeepsTheAcceptedPassword();
-    void layoutFollowsThePassword();
     void layoutWithoutEnglish();
     void startGivesTheLayoutBackFirst();
     void secretFieldEditsLikeALineEdit();
@@ -87,24 +86,27 @@ void SignInWindowTest::showsWhatItIsFor()
              "Сессия сохраняется в Связке ключей этого Mac.\n"
              "При вводе пароля включается английская раскладка. Цифры и обычные символы разрешены.\n"
              "Введите логин и пароль локально. Не отправляйте пароль или код в чат."_s);
-    const std::pair<const char *, QString> placeholders[] = {
+    // In the order of the Tab key.
+    const std::pair<const char *, QString> controls[] = {
         {"account", u"Email или номер телефона Apple Account"_s},
         {"password", u"Пароль Apple Account"_s},
         {"code", u"Код подтверждения: 6 цифр"_s},
-    };
-    for (const auto &[name, text] : placeholders) {
-        QCOMPARE(m->find<QLineEdit>(name)->placeholderText(), text);
-        QCOMPARE(m->find<QLineEdit>(name)->accessibleName(), text);
-    }
-    const std::pair<const char *, QString> buttons[] = {
         {"resendButton", u"Запросить код повторно"_s},
         {"helpButton", u"Код не приходит?"_s},
         {"startButton", u"Войти"_s},
         {"codeButton", u"Подтвердить код"_s},
         {"cancelButton", u"Отмена"_s},
     };
-    for (const auto &[name, text] : buttons)
-        QCOMPARE(m->find(name)->text(), text);
+    const QWidget *next = m->find<QLineEdit>("account");
+    for (const auto &[name, text] : controls) {
+        QCOMPARE(next->objectName(), QLatin1StringView(name));
+        const auto *field = qobject_cast<const QLineEdit *>(next);
+        QCOMPARE(field ? field->placeholderText() : m->find(name)->text(), text);
+        QVERIFY(!field || field->accessibleName() == text);
+        do {
+            next = next->nextInFocusChain();
+        } while (!(next->focusPolicy() & Qt::TabFocus));
+    }
     QCOMPARE(m->find<QLineEdit>("account")->text(), u"first@example.com"_s);
     QVERIFY(m->find<QLineEdit>("account")->hasFocus());
     QVERIFY(m->isEditing());
@@ -214,41 +216,6 @@ void SignInWindowTest::filterKeepsTheAcceptedPassword()
 
     m->paste("code", pasted); // not filtered
     QCOMPARE(m->secret("code"), pasted);
-}
-
-void SignInWindowTest::layoutFollowsThePassword()
-{
-    QVERIFY(m->open());
-    auto *password = m->find<QLineEdit>("password");
-    QVERIFY(m->keyboard->selected.isEmpty());
-    password->setFocus();
-    QCOMPARE(m->keyboard->inUse, u"us"_s);
-    QCOMPARE(m->note(), kEnglish);
-
-    m->keyboard->userSwitches(u"ru"_s); // undone at once
-    QCOMPARE(m->keyboard->inUse, u"us"_s);
-
-    QWidget other; // of another program, as far as the sheet can see
-    other.show();
-    other.activateWindow();
-    QVERIFY(QTest::qWaitForWindowActive(&other, kPatience));
-    QCOMPARE(m->keyboard->inUse, u"ru"_s);
-    m->keyboard->userSwitches(u"de"_s); // there it is the user's business
-    QCOMPARE(m->keyboard->inUse, u"de"_s);
-    m->window()->activateWindow();
-    QVERIFY(QTest::qWaitForWindowActive(m->window(), kPatience));
-    QVERIFY(password->hasFocus());
-    QCOMPARE(m->keyboard->inUse, u"us"_s);
-
-    // Coming back did not begin anew: it is still the first layout that returns.
-    m->find<QLineEdit>("account")->setFocus();
-    QCOMPARE(m->keyboard->inUse, u"ru"_s);
-    m->keyboard->userSwitches(u"de"_s);
-    QCOMPARE(m->keyboard->inUse, u"de"_s);
-
-    password->setFocus();
-    QTest::keyClick(m->window(), Qt::Key_Escape);
-    QCOMPARE(m->keyboard->inUse, u"de"_s);
 }
 
 void SignInWindowTest::layoutWithoutEnglish()
