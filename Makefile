@@ -3,6 +3,7 @@
 RELEASE := build/release
 DEMO    := $(RELEASE)/demo
 TOUR    := build/tour
+STATE   := build/demo-state
 JOBS    ?= $(shell nproc 2>/dev/null || echo 2)
 
 # Looked up when used: the compiler cache is optional and may come or go.
@@ -33,13 +34,13 @@ test: build ## build and run all tests
 # The window where there is a display to show it on, pictures of it elsewhere.
 run: build ## start Zarvo with the demonstration's phones and store
 	@if [ -n "$$DISPLAY$$WAYLAND_DISPLAY" ]; then \
-	    $(DEMO)/bin/zarvo; \
+	    ZARVO_DEMO_STATE=$(CURDIR)/$(STATE) $(DEMO)/bin/zarvo; \
 	else \
 	    echo "No display: playing the tour offscreen instead."; \
 	    $(MAKE) --no-print-directory tour; \
 	fi
 
-demo-tour: build ## play one download offscreen: a line a step, pictures in build/tour
+demo-tour: build ## play a sign-in and a download offscreen: a line a step, pictures in build/tour
 	@$(MAKE) --no-print-directory tour
 
 .PHONY: tour

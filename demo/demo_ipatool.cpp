@@ -1,6 +1,8 @@
 // Stands in for the store's command-line tool: the same command line and the same replies, from the made-up
 // catalogue.
 #include "demo_catalog.h"
+#include "demo_sign_in.h"
+#include "demo_state.h"
 
 #include <QCommandLineParser>
 #include <QCoreApplication>
@@ -14,6 +16,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <optional>
 
 using namespace Qt::StringLiterals;
 
@@ -46,15 +49,46 @@ void pass(int milliseconds)
     QThread::msleep(static_cast<unsigned long>(demoMilliseconds(milliseconds)));
 }
 
+int confirm(const DemoCatalog &catalog, const QString &account)
+{
+    return print({{"email"_L1, account}, {"name"_L1, catalog.accountName}, {"success"_L1, true}}, true);
+}
+
+int signedOut()
+{
+    return fail(u"failed to get account: the specified item could not be found in the keyring"_s);
+}
+
 int authInfo(const DemoCatalog &catalog)
 {
     pass(kAskingTime);
-    return print({{"email"_L1, catalog.email}, {"name"_L1, catalog.accountName}, {"success"_L1, true}}, true);
+    const QString account = signedInAccount();
+    return account.isEmpty() ? signedOut() : confirm(catalog, account);
+}
+
+int authLogin(const DemoCatalog &catalog, bool mayAsk)
+{
+    QString refusal = u"the stand-in signs in by asking only"_s;
+    const std::optional<QString> account = mayAsk ? holdSignInDialogue(refusal) : std::nullopt;
+    if (!account)
+        return fail(refusal);
+    if (!rememberAccount(*account))
+        return fail(u"failed to save the account"_s);
+    return confirm(catalog, *account);
+}
+
+int authRevoke()
+{
+    if (!rememberAccount({}))
+        return fail(u"failed to remove the account"_s);
+    return print({{"success"_L1, true}}, true);
 }
 
 int listPurchases(const DemoCatalog &catalog, const QCommandLineParser &options)
 {
     pass(kAskingTime);
+    if (signedInAccount().isEmpty())
+        return signedOut();
     const int page = options.value(u"page"_s).toInt();
     const int perPage = std::clamp(options.value(u"max-results"_s).toInt(), 0, kLargestPage);
     if (page < 1 || perPage < 1)
@@ -110,6 +144,8 @@ int deliver(const QString &ipa, const QString &output)
 int download(const DemoCatalog &catalog, const QCommandLineParser &options)
 {
     pass(kAskingTime);
+    if (signedInAccount().isEmpty())
+        return signedOut();
     const QString bundle = options.value(u"bundle-identifier"_s);
     const qint64 number = options.value(u"app-id"_s).toLongLong();
     if (bundle.isEmpty() && number < 1)
@@ -139,7 +175,8 @@ void addOptions(QCommandLineParser &options)
         {u"app-id"_s, u"The app, by its number in the store."_s, u"number"_s},
         {u"external-version-id"_s, u"The store's number of a version."_s, u"number"_s},
     });
-    options.addPositionalArgument(u"command"_s, u"auth info, list-purchases or download"_s);
+    options.addPositionalArgument(u"command"_s,
+                                  u"auth login, auth info, auth revoke, list-purchases or download"_s);
     options.addHelpOption();
 }
 
@@ -159,6 +196,10 @@ int main(int argc, char **argv)
     const DemoCatalog catalog = readDemoCatalog();
     if (command == QStringList{u"auth"_s, u"info"_s})
         return authInfo(catalog);
+    if (command == QStringList{u"auth"_s, u"login"_s})
+        return authLogin(catalog, !options.isSet(u"non-interactive"_s));
+    if (command == QStringList{u"auth"_s, u"revoke"_s})
+        return authRevoke();
     if (command == QStringList{u"list-purchases"_s})
         return listPurchases(catalog, options);
     if (command == QStringList{u"download"_s})

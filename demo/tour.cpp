@@ -1,5 +1,5 @@
-// Plays one download through the real window without a display: a line and a picture for each step. The tools
-// are the demonstration's own.
+// Plays a sign-in and a download through the real window without a display: a line and a picture for each
+// step. The tools are the demonstration's own.
 #include "app/main_window.h"
 #include "app/resources.h"
 #include "app/zarvo_app.h"
@@ -11,6 +11,7 @@
 #include <QFileInfo>
 #include <QLabel>
 #include <QLineEdit>
+#include <QPointer>
 #include <QPushButton>
 #include <QTableView>
 #include <QTest>
@@ -42,6 +43,8 @@ public:
         return m_window->findChild<View *>(QLatin1StringView(name));
     }
 
+    /// The sheet that lies on the window; null when there is none.
+    QWidget *sheet() const { return QApplication::activeModalWidget(); }
     QString status() const { return view<QLabel>("statusLabel")->text(); }
 
     /// Waits for the condition, then prints the line and saves the picture.
@@ -55,8 +58,7 @@ public:
         QTest::qWait(50); // let the last change be painted
         ++m_count;
         const QString picture = u"%1/%2.png"_s.arg(m_folder).arg(m_count, 2, 10, QChar(u'0'));
-        QWidget *shown = QApplication::activeModalWidget();
-        (shown ? shown : m_window)->grab().save(picture);
+        (sheet() ? sheet() : m_window)->grab().save(picture);
         std::printf("%2d. %s\n", m_count, qUtf8Printable(line));
         std::fflush(stdout);
         return true;
@@ -85,30 +87,79 @@ void answerFolderChooser(Tour &tour, const QString &folder)
     timer->start(50ms);
 }
 
-bool play(Tour &tour, const QString &downloads)
+void type(QLineEdit *field, const QString &text)
+{
+    field->setFocus();
+    field->selectAll();
+    QTest::keyClicks(field, text);
+}
+
+// The store asks, the sheet answers.
+bool signIn(Tour &tour)
+{
+    QTest::mouseClick(tour.view<QPushButton>("login"), Qt::LeftButton);
+    if (!tour.step(u"Открыта форма входа"_s, [&] { return tour.sheet() != nullptr; }))
+        return false;
+    const QPointer<QWidget> sheet = tour.sheet();
+    type(tour.view<QLineEdit>("account"), u"vladelets@primer.example"_s);
+    if (!tour.step(u"Введён аккаунт"_s, [] { return true; }))
+        return false;
+    type(tour.view<QLineEdit>("password"), u"Tour-1-password"_s);
+    if (!tour.step(u"Введён пароль: видны только точки"_s, [] { return true; }))
+        return false;
+    QTest::keyClick(sheet, Qt::Key_Return);
+    auto *code = tour.view<QLineEdit>("code");
+    if (!tour.step(u"Магазин просит код"_s, [&] { return code->isVisible(); }))
+        return false;
+    type(code, u"123456"_s);
+    QTest::keyClick(sheet, Qt::Key_Return);
+    if (!tour.step(u"Код отправлен"_s,
+                   [&] { return tour.view<QLabel>("message")->text() == u"Проверка кода…"; }))
+        return false;
+    return tour.step(u"Вход выполнен и подтверждён"_s,
+                     [&] { return !sheet && tour.status() == u"Вход подтверждён."; });
+}
+
+bool chooseApp(Tour &tour)
 {
     auto *picker = tour.view<QComboBox>("phonePicker");
     auto *table = tour.view<QTableView>("table");
-    auto *search = tour.view<QLineEdit>("search");
-    if (!tour.step(u"Вход в аккаунт проверен, телефоны найдены"_s, [&] {
+    if (!tour.step(u"Вход ещё не выполнен, телефоны найдены"_s, [&] {
             return picker->count() > 1 && picker->isEnabled() &&
-                   tour.view<QLabel>("accountLabel")->text().startsWith(u"Вход выполнен");
+                   tour.view<QLabel>("accountLabel")->text() == u"Вход не подтверждён";
         }))
         return false;
     picker->setCurrentIndex(1);
     if (!tour.step(u"Телефон выбран, список приложений прочитан"_s,
                    [&] { return table->model()->rowCount() > 0 && table->isEnabled(); }))
         return false;
-    search->insert(u"заметк"_s); // QTest types Latin letters only
+    tour.view<QLineEdit>("search")->insert(u"заметк"_s); // QTest types Latin letters only
     if (!tour.step(u"Поиск сузил список"_s, [&] { return table->model()->rowCount() > 0; }))
         return false;
     table->setFocus();
     table->selectRow(0);
-    if (!tour.step(u"Приложение выбрано"_s,
-                   [&] { return tour.view<QPushButton>("downloadButton")->isEnabled(); }))
-        return false;
+    return tour.step(u"Приложение выбрано"_s,
+                     [&] { return tour.view<QPushButton>("downloadButton")->isEnabled(); });
+}
+
+void pressDownload(Tour &tour, const QString &downloads)
+{
     answerFolderChooser(tour, downloads);
     QTest::mouseClick(tour.view<QPushButton>("downloadButton"), Qt::LeftButton);
+}
+
+bool play(Tour &tour, const QString &downloads)
+{
+    if (!chooseApp(tour))
+        return false;
+    pressDownload(tour, downloads);
+    if (!tour.step(u"Без входа магазин ничего не отдаёт"_s,
+                   [&] { return tour.sheet() && tour.status().startsWith(u"Нужен вход в Apple Account"); }))
+        return false;
+    QTest::keyClick(tour.sheet(), Qt::Key_Return);
+    if (!QTest::qWaitFor([&] { return !tour.sheet(); }) || !signIn(tour))
+        return false;
+    pressDownload(tour, downloads);
     if (!tour.step(u"Загрузка идёт"_s, [&] { return tour.status().startsWith(u"Загрузка: "); }))
         return false;
     if (!tour.step(u"IPA проверен и сохранён"_s, [&] { return tour.status().startsWith(u"IPA сохранён: "); }))

@@ -1,5 +1,7 @@
 #include "signin/secret_field.h"
 
+#include "signin/secret_clipboard.h"
+
 #include <QContextMenuEvent>
 #include <QGuiApplication>
 #include <QInputMethodEvent>
@@ -77,12 +79,9 @@ void SecretField::insertSecret(QStringView text)
 
 void SecretField::pasteFrom(QClipboard::Mode mode)
 {
-    QString text = QGuiApplication::clipboard()->text(mode);
+    const SecretText text = SecretFromClipboard(mode);
     if (!text.isEmpty())
-        insertSecret(text); // with its line breaks: to turn them into blanks would be another password
-    // Our copy. The toolkit's own ones, made while the text came from the other program, are out of reach:
-    // pieces of it may stay in memory that it has given back.
-    WipeMemory(text.data(), static_cast<std::size_t>(text.size()) * sizeof(QChar));
+        insertSecret(text.view()); // with its line breaks: to turn them into blanks would be another password
 }
 
 // Whatever the line edit did by itself: mostly it removed something.
@@ -118,7 +117,8 @@ void SecretField::followLine()
 void SecretField::keyPressEvent(QKeyEvent *event)
 {
     if (event->matches(QKeySequence::Paste)) {
-        pasteFrom(QClipboard::Clipboard);
+        const bool ofSelection = event->key() == Qt::Key_Insert && event->modifiers() & Qt::ControlModifier;
+        pasteFrom(ofSelection ? QClipboard::Selection : QClipboard::Clipboard);
     } else if (isTyping(*event)) {
         insertSecret(event->text());
     } else {

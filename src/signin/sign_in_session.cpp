@@ -51,6 +51,7 @@ LegacyAuth::~LegacyAuth()
 {
     if (!finished && window)
         tearDown();
+    stopProcess(); // also when the window has gone first, with the parent
     delete window.data();
 }
 

@@ -55,6 +55,7 @@ public:
     {
         return window()->findChild<Widget *>(QLatin1StringView(name));
     }
+    ZarvoApp &app() const { return *m_app; }
     QWidget *window() const;
     QString text(const char *label) const { return find<QLabel>(label)->text(); }
     QString status() const { return text("statusLabel"); }

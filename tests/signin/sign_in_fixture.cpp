@@ -26,11 +26,20 @@ bool SignIn::open(const QString &proposed)
     return QTest::qWaitForWindowActive(window(), kPatience);
 }
 
-void SignIn::start(const QString &account, const QString &password)
+bool SignIn::start(const QString &account, const QString &password)
 {
+    if (!isEditing())
+        return false;
     type("account", account);
     paste("password", password);
     press("startButton");
+    return true;
+}
+
+void SignIn::submit(const QString &code) const
+{
+    type("code", code);
+    press("codeButton");
 }
 
 QDialog *SignIn::window() const

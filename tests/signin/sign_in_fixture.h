@@ -69,8 +69,8 @@ public:
 
     /// Shows the window; true when it is the active one.
     bool open(const QString &proposed = {});
-    /// Fills in both fields and presses "Войти".
-    void start(const QString &account = kAccount, const QString &password = kPassword);
+    /// Fills in both fields and presses "Войти"; true when they were there to be filled in.
+    bool start(const QString &account = kAccount, const QString &password = kPassword);
 
     QDialog *window() const;
     template <typename Widget = QPushButton>
@@ -85,6 +85,8 @@ public:
     void type(const char *field, const QString &text) const;
     void paste(const char *field, const QString &text) const;
     void press(const char *button) const;
+    /// Types the code and presses "Подтвердить код".
+    void submit(const QString &code) const;
 
     /// Account and password can be typed, nothing of the code is to be seen.
     bool isEditing() const;

@@ -1,19 +1,18 @@
-// The keyboard layouts of a real X server, which the test starts for itself.
-#include "signin/input_source.h"
+// What a real X server has to do with the sign-in: keyboard layouts and the clipboard. The test starts one
+// for itself.
+#include "signin/memory_search.h"
 #include "signin/secret_field.h"
-#include "signin/sign_in_session.h"
+#include "signin/sign_in_fixture.h"
 #include "signin/sign_in_window.h"
 
 #include <QApplication>
-#include <QLabel>
+#include <QClipboard>
+#include <QElapsedTimer>
 #include <QProcess>
-#include <QTest>
 
 #include <sys/prctl.h>
 
-#include <csignal>
 #include <cstdio>
-#include <memory>
 
 // Last: it defines macros with everyday names.
 #include <X11/Xlib.h>
@@ -23,15 +22,10 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-constexpr int kPatience = 20'000;
-#define EVENTUALLY(condition) QTRY_VERIFY_WITH_TIMEOUT(condition, kPatience)
-#define EVENTUALLY_EQUAL(actual, expected) QTRY_COMPARE_WITH_TIMEOUT(actual, expected, kPatience)
-
+const QString kHoldClipboard = u"--hold-clipboard"_s;
 const QString kNote =
     u"При вводе пароля включается английская раскладка. Цифры и обычные символы разрешены."_s;
 const QString kEnglish = u"Английская раскладка. Цифры и обычные символы разрешены."_s;
-const QString kNoEnglish = u"Добавьте английскую раскладку в настройках клавиатуры Mac."_s;
-const QString kRefused = u"Кириллица и эмодзи не принимаются. Пароль не изменён."_s;
 
 bool setLayouts(const QString &layouts, const QString &variants = {})
 {
@@ -79,7 +73,7 @@ private Q_SLOTS:
     void choosesEnglish();
     void tellsOfChanges();
     void passwordIsTypedInEnglish();
-    void withoutEnglishTheFilterStillWorks();
+    void pastesWithoutATrace();
 
 private:
     std::unique_ptr<InputSource> m_user; // a connection of its own, as the desktop's switch has
@@ -94,14 +88,10 @@ void InputSourceX11Test::initTestCase()
 
 void InputSourceX11Test::choosesEnglish_data()
 {
-    QTest::addColumn<QString>("layouts");
-    QTest::addColumn<QString>("variants");
-    QTest::addColumn<QString>("inUse");
-    QTest::addColumn<QString>("english");
-    const auto row = [](const char *name, const char *layouts, const char *variants, const char *inUse,
-                        const char *english) {
-        QTest::newRow(name) << QString::fromLatin1(layouts) << QString::fromLatin1(variants)
-                            << QString::fromLatin1(inUse) << QString::fromLatin1(english);
+    for (const char *column : {"layouts", "variants", "inUse", "english"})
+        QTest::addColumn<QString>(column);
+    const auto row = [](const char *name, auto... columns) {
+        (QTest::newRow(name) << ... << QString::fromLatin1(columns));
     };
     row("the other one", "us,ru", "", "ru", "us");
     row("in use already", "us,ru", "", "us", "us");
@@ -187,37 +177,73 @@ void InputSourceX11Test::passwordIsTypedInEnglish()
     QCOMPARE(m_user->current(), u"ru"_s);
     other.giveFocus(window->winId());
     EVENTUALLY_EQUAL(m_user->current(), u"us"_s);
+    account->setFocus(); // coming back did not begin anew: it is still the first layout that returns
+    QCOMPARE(m_user->current(), u"ru"_s);
 
+    password->setFocus();
+    QCOMPARE(m_user->current(), u"us"_s);
     QTest::keyClick(window, Qt::Key_Escape);
     QCOMPARE(m_user->current(), u"ru"_s);
 }
 
-void InputSourceX11Test::withoutEnglishTheFilterStillWorks()
+// The text comes from another program, as from a password manager.
+void InputSourceX11Test::pastesWithoutATrace()
 {
-    QVERIFY(setLayouts(u"ru"_s));
-    QWidget parent;
-    parent.show();
-    LegacyAuth auth(&parent, u"/nowhere/ipatool"_s, {}, {});
-    auth.show();
-    auto *window = parent.findChild<SignInWindow *>();
-    QVERIFY(QTest::qWaitForWindowActive(window));
-    auto *password = window->findChild<SecretField *>(u"password"_s);
-    const auto *note = window->findChild<QLabel *>(u"keyboardNote"_s);
-    password->setFocus();
-    QCOMPARE(note->text(), kNoEnglish);
-    QTest::keyClicks(password, u"abc"_s);
-    QTest::sendKeyEvent(QTest::Click, password, Qt::Key_unknown, u"ы"_s, Qt::NoModifier);
-    QCOMPARE(password->secret().view(), u"abc"_s);
-    QCOMPARE(note->text(), kRefused);
-    QVERIFY(setLayouts(u"us,ru"_s)); // the user adds one
-    m_user->select(u"ru"_s);
-    EVENTUALLY_EQUAL(m_user->current(), u"us"_s);
-    EVENTUALLY_EQUAL(note->text(), kEnglish);
+    QProcess owner;
+    owner.start(QApplication::applicationFilePath(), {kHoldClipboard});
+    QVERIFY(owner.waitForReadyRead(kPatience));
+    const Canary canary(owner.readLine().chopped(1));
+    QCOMPARE(CountInMemory(canary), 0);
+    SecretField field;
+    field.show();
+    QVERIFY(QTest::qWaitForWindowExposed(&field));
+    for (const Qt::KeyboardModifiers held :
+         {Qt::KeyboardModifiers(Qt::ShiftModifier), Qt::ShiftModifier | Qt::ControlModifier}) {
+        QTest::keyClick(&field, Qt::Key_Insert, held); // clipboard, then selection
+        QCOMPARE(field.secret().size(), canary.size());
+        for (qsizetype i = 0; i < canary.size(); ++i)
+            QCOMPARE(field.secret().view().at(i), canary.at(i));
+        QCOMPARE(CountInMemory(canary), 1); // the field's own
+        field.clearSecret();
+        QCOMPARE(CountInMemory(canary), 0);
+    }
+
+    ::kill(static_cast<pid_t>(owner.processId()), SIGSTOP); // it does not answer
+    QElapsedTimer time;
+    time.start();
+    QTest::keySequence(&field, QKeySequence::Paste);
+    QVERIFY(field.secret().isEmpty() && time.elapsed() < 2000);
+    owner.kill();
+    QVERIFY(owner.waitForFinished(kPatience));
+    QTest::keySequence(&field, QKeySequence::Paste); // nobody holds it
+    QVERIFY(field.secret().isEmpty());
+    QApplication::clipboard()->setText(u"mine"_s); // this process does
+    QTest::keySequence(&field, QKeySequence::Paste);
+    QCOMPARE(field.secret().view(), u"mine"_s);
+}
+
+// Another program: puts a text that exists nowhere else into the clipboard and says masked what it is.
+static int holdClipboard(QApplication &application)
+{
+    const Canary canary = Canary::ofLetters(24);
+    QString text;
+    for (qsizetype i = 0; i < canary.size(); ++i)
+        text.append(canary.at(i));
+    QApplication::clipboard()->setText(text);
+    QApplication::clipboard()->setText(text, QClipboard::Selection);
+    QTest::qWait(100); // until the server knows
+    std::puts(canary.masked().constData());
+    std::fflush(stdout);
+    return application.exec();
 }
 
 // The toolkit needs the display before anything else.
 int main(int argc, char **argv)
 {
+    if (argc == 2 && QLatin1StringView(argv[1]) == kHoldClipboard) {
+        QApplication application(argc, argv);
+        return holdClipboard(application);
+    }
     QProcess server;
     server.setProcessChannelMode(QProcess::ForwardedErrorChannel);
     server.setChildProcessModifier([] { ::prctl(PR_SET_PDEATHSIG, SIGTERM); }); // also when the test crashes

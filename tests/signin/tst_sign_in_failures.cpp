@@ -10,12 +10,12 @@
 #include <array>
 #include <cerrno>
 #include <csignal>
-#include <cstdlib>
+#include <functional>
 #include <optional>
+#include <utility>
 
 using namespace Qt::StringLiterals;
 using namespace std::chrono_literals;
-using Typing = Scenario::Typing;
 
 namespace {
 
@@ -42,10 +42,23 @@ bool refuses(int &left)
     return true;
 }
 
-const QString kClosed = u"Канал входа закрыт. Повторите попытку."_s;
-const QString kTimeIsUp = u"Время ожидания входа истекло. Проверьте интернет и повторите попытку."_s;
+using Script = std::function<void(Scenario &)>;
+
+// The tool up to its question for the code, and `printed` as the answer to it.
+Script afterCode(const QString &printed, int status)
+{
+    return [printed, status](Scenario &tool) {
+        UntilCode(tool).asks(kCodePrompt).prints(u"\r\n").prints(printed);
+        if (status < 0)
+            tool.raises(-status);
+        else
+            tool.exits(status);
+    };
+}
 
 } // namespace
+
+Q_DECLARE_METATYPE(Script)
 
 // The linker prefers these to the C library's.
 extern "C" int tcgetattr(int descriptor, termios *attributes) noexcept
@@ -79,23 +92,14 @@ private Q_SLOTS:
     void init() { m = std::make_unique<SignIn>(); }
     void cleanup();
 
-    void endsWithAReason_data();
-    void endsWithAReason();
-    void doesNotStart_data();
-    void doesNotStart();
+    void failsAndCanBeRepeated_data();
+    void failsAndCanBeRepeated();
     void refusesInput();
-    void channelClosed_data();
-    void channelClosed();
     void timeRunsOut_data();
     void timeRunsOut();
 
 private:
-    Scenario tool() { return m->tools.add(u"ipatool"_s); }
-    void openAndStart()
-    {
-        QVERIFY(m->open());
-        m->start();
-    }
+    void put(const QString &obstacle, rlimit descriptors);
 
     std::unique_ptr<SignIn> m;
 };
@@ -103,147 +107,107 @@ private:
 void SignInFailuresTest::cleanup()
 {
     m.reset();
-    attributesReadable = attributesWritable = -1;
-    terminalTakes.reset();
     EVENTUALLY(OwnChildren().isEmpty());
 }
 
-void SignInFailuresTest::endsWithAReason_data()
+void SignInFailuresTest::failsAndCanBeRepeated_data()
 {
-    QTest::addColumn<QString>("printed");
-    QTest::addColumn<int>("status"); // negative: a signal
+    QTest::addColumn<QString>("obstacle"); // what fails on this side, and where
+    QTest::addColumn<Script>("script");    // empty: there is no tool
     QTest::addColumn<QString>("message");
+    const auto row = [](const char *name, const QString &obstacle, const Script &script,
+                        const QString &message) { QTest::newRow(name) << obstacle << script << message; };
+    const Script asks = afterCode({}, 0);
+    row("no descriptor left", u"descriptors"_s, asks, u"Не удалось открыть защищённый канал входа."_s);
+    row("terminal's attributes not readable", u"get"_s, asks, u"Не удалось настроить канал входа."_s);
+    row("terminal's attributes not writable", u"set"_s, asks, u"Не удалось отключить эхо пароля."_s);
+    row("no tool", {}, {},
+        u"Модуль входа не запустился на этом Mac. Проверьте версию системы и сборку приложения."_s);
+    row(
+        "key store without its service", {},
+        [](Scenario &tool) {
+            tool.asks(u"enter passphrase to unlock \"/home/a/k\" (not your Apple ID's): ");
+        },
+        u"Хранилище ключей недоступно. Включите связку ключей (Secret Service) и повторите вход."_s);
+
+    const QString closed = u"Канал входа закрыт. Повторите попытку."_s;
+    row("account not taken", u"write -1"_s, asks, closed);
+    row("account taken in part", u"write 3"_s, asks, closed);
+    row("code taken without its line feed", u"write 6 of the code"_s, asks, closed);
+
     const QString other = u"Вход не выполнен. Проверьте пароль, код подтверждения и соединение с Apple."_s;
-    QTest::newRow("no word of success") << u"{\"level\":\"info\"}\n"_s << 0 << other;
-    QTest::newRow("success, but status 1") << kSuccess.toString() << 1 << other;
-    QTest::newRow("crash") << u"panic: runtime error\n"_s << 2 << other;
-    QTest::newRow("killed") << kSuccess.toString() << -SIGKILL << other;
-    QTest::newRow("stale code")
-        << u"{\"error\":\"apple did not complete verification; try a fresh 2FA code\",\"success\":false}\n"_s
-        << 1 << u"Apple не приняла код. Повторите вход со свежим кодом."_s;
-    QTest::newRow("too often") << u"{\"error\":\"status 429\",\"success\":false}\n"_s << 1
-                               << u"Apple отклонила запрос или ограничила частоту входов. Повторите позже."_s;
-    QTest::newRow("store locked")
-        << u"{\"error\":\"open: operation not permitted\",\"success\":false}\n"_s << 1
-        << u"Хранилище сессии недоступно. Закройте другие копии Zarvo и повторите вход."_s;
+    row("status 0, no word of success", {}, afterCode(u"{\"level\":\"info\"}\n"_s, 0), other);
+    row("success, but status 1", {}, afterCode(kSuccess.toString(), 1), other);
+    row("success, but killed", {}, afterCode(kSuccess.toString(), -SIGKILL), other);
+    row("stale code, several lines", {},
+        afterCode(u"{\"level\":\"warn\"}\n{\"error\":\"try a fresh 2FA code\",\"success\":false}\n"_s, 1),
+        u"Apple не приняла код. Повторите вход со свежим кодом."_s);
 }
 
-void SignInFailuresTest::endsWithAReason()
+void SignInFailuresTest::put(const QString &obstacle, rlimit descriptors)
 {
-    QFETCH(QString, printed);
-    QFETCH(int, status);
-    {
-        Scenario scenario = tool();
-        UntilCode(scenario).asks(kCodePrompt).prints(u"\r\n").prints(printed);
-        if (status < 0)
-            scenario.raises(-status);
-        else
-            scenario.exits(status);
+    attributesReadable = obstacle == "get"_L1 ? 0 : -1;
+    attributesWritable = obstacle == "set"_L1 ? 0 : -1;
+    terminalTakes.reset();
+    if (obstacle.startsWith(u"write"))
+        terminalTakes = obstacle.section(u' ', 1, 1).toInt();
+    if (obstacle == "descriptors"_L1)
+        descriptors.rlim_cur = 3;
+    QCOMPARE(::setrlimit(RLIMIT_NOFILE, &descriptors), 0);
+}
+
+void SignInFailuresTest::failsAndCanBeRepeated()
+{
+    QFETCH(QString, obstacle);
+    QFETCH(Script, script);
+    const bool atCode = obstacle.endsWith(u"code");
+    if (script) {
+        Scenario tool = m->tools.add(u"ipatool"_s);
+        script(tool);
     }
-    openAndStart();
-    EVENTUALLY_EQUAL(m->message(), kEnterCode);
-    m->type("code", u"654321"_s);
-    QTest::keyClick(m->window(), Qt::Key_Return);
-    EVENTUALLY(m->isEditing());
+    QVERIFY(m->open());
+    const qsizetype descriptors = OwnDescriptorCount();
+    rlimit limit = {};
+    QCOMPARE(::getrlimit(RLIMIT_NOFILE, &limit), 0);
+    put(atCode ? QString() : obstacle, limit);
+    QVERIFY(m->start());
+    EVENTUALLY(m->isEditing() || m->find<QLineEdit>("code")->isVisible());
+    if (!m->isEditing()) {
+        if (atCode)
+            put(obstacle, limit);
+        m->submit(u"654321"_s);
+        EVENTUALLY(m->isEditing());
+    }
+    put({}, limit);
     QTEST(m->message(), "message");
     QVERIFY(m->outcomes.isEmpty());
     QCOMPARE(m->find<QLineEdit>("account")->text(), kAccount);
     QCOMPARE(m->secret("password") + m->secret("code"), QString());
+    EVENTUALLY(m->running().isEmpty());
+    EVENTUALLY_EQUAL(OwnDescriptorCount(), descriptors);
+    QVERIFY(m->linesRead().size() <= (atCode ? 2 : 3));
 
     // The next attempt starts from nothing.
-    tool().asks(kAccountPrompt).asks(kPasswordPrompt).prints(kSuccess);
+    m->tools.add(u"ipatool"_s).asks(kAccountPrompt).asks(kPasswordPrompt).prints(kSuccess);
     m->paste("password", kPassword);
     QTest::keyClick(m->window(), Qt::Key_Return);
     EVENTUALLY_EQUAL(m->outcomes, QList<bool>{true});
 }
 
-void SignInFailuresTest::doesNotStart_data()
-{
-    QTest::addColumn<QString>("obstacle");
-    QTest::addColumn<QString>("message");
-    QTest::newRow("no descriptor left")
-        << u"descriptors"_s << u"Не удалось открыть защищённый канал входа."_s;
-    QTest::newRow("attributes not readable") << u"get"_s << u"Не удалось настроить канал входа."_s;
-    QTest::newRow("attributes not writable") << u"set"_s << u"Не удалось отключить эхо пароля."_s;
-    QTest::newRow("no tool")
-        << u"tool"_s
-        << u"Модуль входа не запустился на этом Mac. Проверьте версию системы и сборку приложения."_s;
-    QTest::newRow("key store without its service")
-        << u"passphrase"_s
-        << u"Хранилище ключей недоступно. Включите связку ключей (Secret Service) и повторите вход."_s;
-}
-
-void SignInFailuresTest::doesNotStart()
-{
-    QFETCH(QString, obstacle);
-    if (obstacle != "tool"_L1)
-        tool().asks(u"enter passphrase to unlock \"/home/a/.ipatool/keychain\" (not your Apple ID's): ");
-    QVERIFY(m->open());
-    const qsizetype descriptors = OwnDescriptorCount();
-    rlimit limit = {};
-    QCOMPARE(::getrlimit(RLIMIT_NOFILE, &limit), 0);
-    if (obstacle == "descriptors"_L1) {
-        const rlimit tight{3, limit.rlim_max};
-        QCOMPARE(::setrlimit(RLIMIT_NOFILE, &tight), 0);
-    }
-    attributesReadable = obstacle == "get"_L1 ? 0 : -1;
-    attributesWritable = obstacle == "set"_L1 ? 0 : -1;
-    m->start();
-    QCOMPARE(::setrlimit(RLIMIT_NOFILE, &limit), 0);
-    EVENTUALLY(m->isEditing());
-    QTEST(m->message(), "message");
-    QCOMPARE(m->secret("password"), QString());
-    QVERIFY(m->linesRead().isEmpty());
-    EVENTUALLY(m->running().isEmpty());
-    EVENTUALLY_EQUAL(OwnDescriptorCount(), descriptors);
-}
-
 void SignInFailuresTest::refusesInput()
 {
-    tool().asks(kAccountPrompt);
+    m->tools.add(u"ipatool"_s).asks(kAccountPrompt);
     QVERIFY(m->open());
-    const QString refusal = u"Введите аккаунт и пароль латиницей без переносов строк."_s;
-    m->start(u"   "_s, kPassword);
-    QCOMPARE(m->message(), refusal);
-    QVERIFY(m->isEditing());
-    QCOMPARE(m->secret("password"), kPassword); // nothing else changes
-    m->start(kAccount, {});
-    QCOMPARE(m->message(), refusal);
-    m->start(kAccount, QString(4097, u'p'));
-    QCOMPARE(m->message(), refusal);
+    const std::pair<QString, QString> inputs[] = {
+        {u"   "_s, kPassword}, {kAccount, {}}, {kAccount, QString(4097, u'p')}};
+    for (const auto &[account, password] : inputs) {
+        QVERIFY(m->start(account, password));
+        QCOMPARE(m->message(), u"Введите аккаунт и пароль латиницей без переносов строк."_s);
+        QVERIFY(m->isEditing());
+        QCOMPARE(m->secret("password"), password); // nothing else changes
+        m->find<QLabel>("message")->clear();
+    }
     QVERIFY(m->tools.calls(u"ipatool"_s).isEmpty());
-}
-
-void SignInFailuresTest::channelClosed_data()
-{
-    QTest::addColumn<bool>("atCode");
-    QTest::addColumn<int>("takes");
-    QTest::newRow("account not taken") << false << -1;
-    QTest::newRow("account taken in part") << false << 3;
-    QTest::newRow("code taken without its line feed") << true << 6;
-}
-
-void SignInFailuresTest::channelClosed()
-{
-    QFETCH(bool, atCode);
-    QFETCH(int, takes);
-    {
-        Scenario scenario = tool();
-        UntilCode(scenario).asks(kCodePrompt).prints(kSuccess);
-    }
-    if (!atCode)
-        terminalTakes = takes;
-    openAndStart();
-    if (atCode) {
-        EVENTUALLY_EQUAL(m->message(), kEnterCode);
-        terminalTakes = takes;
-        m->type("code", u"123456"_s);
-        m->press("codeButton");
-    }
-    EVENTUALLY(m->isEditing());
-    QCOMPARE(m->message(), kClosed);
-    QCOMPARE(m->secret("code"), QString());
-    EVENTUALLY(m->running().isEmpty());
 }
 
 void SignInFailuresTest::timeRunsOut_data()
@@ -260,30 +224,30 @@ void SignInFailuresTest::timeRunsOut()
 {
     QFETCH(int, questions);
     {
-        Scenario scenario = tool();
+        Scenario scenario = m->tools.add(u"ipatool"_s);
         scenario.when({u"login"});
         if (questions > 0)
             scenario.asks(kAccountPrompt);
         if (questions > 1)
-            scenario.asks(kPasswordPrompt, Typing::Raw);
+            scenario.asks(kPasswordPrompt, Scenario::Typing::Raw);
         if (questions > 2)
             scenario.asks(kCodePrompt);
         scenario.sleeps(60s);
     }
-    openAndStart();
+    QVERIFY(m->open() && m->start());
     EVENTUALLY_EQUAL(m->linesRead().size(), std::min(questions, 2));
     if (questions > 2)
         EVENTUALLY_EQUAL(m->message(), kEnterCode);
     if (questions > 3) {
-        m->type("code", u"123456"_s);
-        m->press("codeButton");
+        m->submit(u"123456"_s);
         EVENTUALLY_EQUAL(m->linesRead().size(), 3);
     }
     m->now += 300s;
-    QTest::qWait(500);
-    QVERIFY(m->message() != kTimeIsUp); // it is up after the limit, not at it
+    QTest::qWait(300);
+    QVERIFY(!m->isEditing()); // it is up after the limit, not at it
     m->now += 1ms;
-    EVENTUALLY_EQUAL(m->message(), kTimeIsUp);
+    EVENTUALLY_EQUAL(m->message(),
+                     u"Время ожидания входа истекло. Проверьте интернет и повторите попытку."_s);
     QVERIFY(m->isEditing());
     EVENTUALLY(m->running().isEmpty());
 }

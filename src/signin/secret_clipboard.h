@@ -1,0 +1,19 @@
+// A secret that another program has copied.
+#pragma once
+
+#include "signin/secret_text.h"
+
+#include <QClipboard>
+
+#include <optional>
+
+/// The text in the clipboard or in the primary selection, with its line breaks; empty when there is none.
+/// Main thread only.
+///
+/// The toolkit is asked where nothing else can be: it makes copies of what it is given, and pieces of those
+/// may stay in memory that it has given back. On X11 the text of another program does not pass through it.
+SecretText SecretFromClipboard(QClipboard::Mode mode);
+
+/// The same, as UTF-8, straight from the other program that holds it and leaving no copy behind; none when no
+/// program holds a text of at most 64 KiB, or does not give it within a second. X11 only.
+std::optional<SecretBytes> SelectionOfX11(QClipboard::Mode mode);
