@@ -7,6 +7,7 @@
 #include <QEvent>
 #include <QFocusEvent>
 #include <QScreen>
+#include <QScrollArea>
 #include <QUrl>
 #include <QVBoxLayout>
 
@@ -55,12 +56,30 @@ Widget *named(Widget *widget, const char *name)
 
 } // namespace
 
-SignInWindow::SignInWindow(QWidget *parent)
+SignInWindow::SignInWindow(QWidget *parent, QWidget *page)
     : QDialog(parent, Qt::Sheet | Qt::CustomizeWindowHint | Qt::WindowTitleHint)
+    , m_room(new QScrollArea)
 {
     setObjectName(u"signIn"_s);
     setWindowTitle(u"Вход в Apple Account"_s);
     setWindowModality(Qt::WindowModal);
+    m_room->setWidgetResizable(true);
+    m_room->setFrameShape(QFrame::NoFrame);
+    m_room->setFocusPolicy(Qt::NoFocus);
+    m_room->setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
+    m_room->setWidget(page);
+    page->installEventFilter(this);
+    auto *whole = new QVBoxLayout(this);
+    whole->setContentsMargins({});
+    whole->addWidget(m_room);
+}
+
+void SignInWindow::focus(QWidget *control)
+{
+    control->setFocus();
+    // What has just been shown or hidden is laid out first.
+    QMetaObject::invokeMethod(
+        this, [this, control] { m_room->ensureWidgetVisible(control); }, Qt::QueuedConnection);
 }
 
 void SignInWindow::reject()
@@ -71,9 +90,16 @@ void SignInWindow::reject()
 bool SignInWindow::event(QEvent *event)
 {
     const bool handled = QDialog::event(event);
-    if (event->type() == QEvent::LayoutRequest || event->type() == QEvent::Polish)
+    if (event->type() == QEvent::Polish)
         fit();
     return handled;
+}
+
+bool SignInWindow::eventFilter(QObject *object, QEvent *event)
+{
+    if (object == m_room->widget() && event->type() == QEvent::LayoutRequest)
+        fit();
+    return QDialog::eventFilter(object, event);
 }
 
 void SignInWindow::changeEvent(QEvent *event)
@@ -88,7 +114,8 @@ void SignInWindow::fit()
 {
     const QSize room = screen()->availableSize();
     const int width = std::min(Scaled(kContentSize.width()), room.width());
-    const int needed = std::max(Scaled(kContentSize.height()), layout()->totalHeightForWidth(width));
+    const int needed =
+        std::max(Scaled(kContentSize.height()), m_room->widget()->layout()->totalHeightForWidth(width));
     setFixedSize(width, std::min(needed, room.height()));
 }
 
@@ -108,12 +135,13 @@ void ZarvoSecurePasswordField::focusOutEvent(QFocusEvent *event)
 
 void LegacyAuth::buildWindow(QWidget *parent, const QString &proposed)
 {
-    window = new SignInWindow(parent);
+    auto *page = new QWidget;
+    window = new SignInWindow(parent, page);
     connect(window, &SignInWindow::dismissed, this, &LegacyAuth::cancel);
     connect(window, &SignInWindow::activeChanged, this,
             [this](bool active) { active ? enforceEnglish() : appResigned(); });
     m_input->changed = [this] { enforceEnglish(); };
-    auto *stack = new QVBoxLayout(window);
+    auto *stack = new QVBoxLayout(page);
     stack->setContentsMargins(Scaled(kSideMargin), Scaled(kTopMargin), Scaled(kSideMargin),
                               Scaled(kTopMargin));
     stack->setSpacing(Scaled(kSpacing));
@@ -189,9 +217,9 @@ void LegacyAuth::enter(SignInStep step)
     startButton->setDefault(row.canType);
     codeButton->setDefault(row.canSendCode);
     if (row.canSendCode)
-        code->setFocus();
+        window->focus(code);
     else if (row.canType && window->isVisible())
-        password->setFocus(); // it was wiped and has to be typed again
+        window->focus(password); // it was wiped and has to be typed again
 }
 
 void LegacyAuth::help()

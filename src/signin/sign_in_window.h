@@ -7,13 +7,19 @@
 
 #include <functional>
 
+class QScrollArea;
+
 /// Tells what happens to the window; its owner decides. Main thread only.
 class SignInWindow : public QDialog
 {
     Q_OBJECT
 
 public:
-    explicit SignInWindow(QWidget *parent);
+    /// `page` becomes the content, as wide as the window; it can be scrolled where the screen is too small.
+    SignInWindow(QWidget *parent, QWidget *page);
+
+    /// Gives a control of the page the focus, and the user the sight of it.
+    void focus(QWidget *control);
 
     /// Escape, or the window manager's way of closing a window. Leaves it open.
     void reject() override;
@@ -25,10 +31,13 @@ Q_SIGNALS:
 
 protected:
     bool event(QEvent *event) override;
+    bool eventFilter(QObject *object, QEvent *event) override;
     void changeEvent(QEvent *event) override;
 
 private:
     void fit();
+
+    QScrollArea *m_room;
 };
 
 /// A field that says when its typing begins and ends. A change of windows does not end it.
