@@ -51,7 +51,8 @@ public:
     Scenario &exits(int code) { return step(QStringLiteral("exit"), code); }
     Scenario &raises(int signal) { return step(QStringLiteral("raise"), signal); }
     Scenario &stops() { return raises(SIGSTOP); }
-    Scenario &ignoresTermination() { return step(QStringLiteral("ignore"), SIGTERM); }
+    Scenario &ignores(int signal) { return step(QStringLiteral("ignore"), signal); }
+    Scenario &ignoresTermination() { return ignores(SIGTERM); }
     /// A file of so many (sparse) bytes grows at `path`, by default where the option --output says.
     Scenario &grows(qint64 bytes, std::chrono::milliseconds within, QStringView path = u"{--output}")
     {
