@@ -21,212 +21,201 @@ class ChildProcessTest : public ToolFixture
     Q_OBJECT
 
 private Q_SLOTS:
-    void passesArgumentsAsTheyAre();
-    void givesTheChildNothingElse();
-    void replacesTheEnvironmentAndLimitsFiles();
-    void refusesWhatCannotBeStarted_data();
-    void refusesWhatCannotBeStarted();
-    void doesNotWaitForGrandchildren();
-    void endsWhenAnotherThreadTerminatesIt();
-    void keepsStatusWhenChildSignalIsIgnored_data();
-    void keepsStatusWhenChildSignalIsIgnored();
-    void endsChildrenWhenItDies_data();
-    void endsChildrenWhenItDies();
-};
-
-void ChildProcessTest::passesArgumentsAsTheyAre()
-{
-    tool().exits(0);
-    const QStringList arguments{u""_s,    u"two words"_s,         u"$HOME `id` ; *"_s, u"\"'\\"_s,
-                                u"-rf"_s, u"Привет 🙂"_s, u"line\nbreak"_s};
-    QVERIFY(run(arguments));
-    QCOMPARE(m_tools->calls(u"tool"_s), QList<QStringList>{arguments});
-}
-
-void ChildProcessTest::givesTheChildNothingElse()
-{
-    const int inheritable = ::open("/dev/zero", O_RDONLY); // as a careless library would open it
-    QVERIFY(inheritable > 2);
-    ::signal(SIGPIPE, SIG_IGN);
-    sigset_t masked;
-    sigemptyset(&masked);
-    sigaddset(&masked, SIGTERM);
-    ::pthread_sigmask(SIG_BLOCK, &masked, nullptr);
-    qputenv("ZARVO_INHERITED", "да");
-
-    tool().promptsOnTerminal(u"password: ");
-    const auto result = run();
-    ::close(inheritable);
-    ::signal(SIGPIPE, SIG_DFL);
-    ::pthread_sigmask(SIG_UNBLOCK, &masked, nullptr);
-    QVERIFY(result);
-
-    const QJsonObject call = events(u"call").value(0);
-    QCOMPARE(call.value("descriptors"_L1).toObject().keys(), QStringList({u"0"_s, u"1"_s, u"2"_s}));
-    QVERIFY(call.value("nullInput"_L1).toBool());
-    QCOMPARE(call.value("session"_L1), call.value("pid"_L1));
-    QCOMPARE(call.value("parent"_L1).toInt(), ::getpid());
-    QCOMPARE(call.value("ignored"_L1).toArray(), QJsonArray());
-    QCOMPARE(call.value("blocked"_L1).toArray(), QJsonArray());
-    QCOMPARE(call.value("folder"_L1).toString(), QDir::currentPath());
-    QVERIFY(call.value("environment"_L1).toArray().contains(u"ZARVO_INHERITED=да"_s));
-    const auto prompts = events(u"terminal");
-    QCOMPARE(prompts.size(), 1);
-    QVERIFY(!prompts.first().value("opened"_L1).toBool(true));
-}
-
-void ChildProcessTest::replacesTheEnvironmentAndLimitsFiles()
-{
-    constexpr qint64 limit = 1 << 20;
-    tool().grows(2 * limit, 0ms);
-    RunLimits limits;
-    limits.environment = {"ONLY=this"};
-    limits.fileSize = limit;
-    const QString written = file(u"app.ipa"_s);
-    const auto result = run({u"--output"_s, written}, {}, nullptr, kAmple, limits);
-    QVERIFY(result);
-    QCOMPARE(result->code, SIGXFSZ);
-    QCOMPARE(QFileInfo(written).size(), limit);
-    QCOMPARE(events(u"call").value(0).value("environment"_L1).toArray(), QJsonArray{u"ONLY=this"_s});
-}
-
-void ChildProcessTest::refusesWhatCannotBeStarted_data()
-{
-    QTest::addColumn<QByteArray>("content"); // null: no file
-    QTest::addColumn<int>("mode");           // 0: a folder
-    QTest::addColumn<QStringList>("arguments");
-    QTest::addColumn<QString>("reason");
-
-    const QString missing = u"Нет такого файла или каталога"_s;
-    const QString denied = u"Отказано в доступе"_s;
-    QTest::newRow("missing") << QByteArray() << 0700 << QStringList() << missing;
-    QTest::newRow("not executable") << QByteArray("#!/bin/sh\n") << 0600 << QStringList() << denied;
-    QTest::newRow("a folder") << QByteArray("") << 0 << QStringList() << denied;
-    QTest::newRow("interpreter missing") << QByteArray("#!/no/such\n") << 0700 << QStringList() << missing;
-    QTest::newRow("no program at all")
-        << QByteArray("words") << 0700 << QStringList() << u"Ошибка формата выполняемого файла"_s;
-    QTest::newRow("an argument that would be cut")
-        << QByteArray("#!/bin/sh\n") << 0700 << QStringList(u"a"_s + QChar::Null + u"b"_s)
-        << u"Недопустимый аргумент"_s;
-}
-
-void ChildProcessTest::refusesWhatCannotBeStarted()
-{
-    QFETCH(const QByteArray, content);
-    QFETCH(const int, mode);
-    QFETCH(const QStringList, arguments);
-    QFETCH(const QString, reason);
-    const QString program = m_tools->toolPath(u"odd"_s);
-    if (mode == 0) {
-        QVERIFY(QDir().mkdir(program));
-    } else if (!content.isNull()) {
-        QFile written(program);
-        QVERIFY(written.open(QIODevice::WriteOnly));
-        written.write(content);
-        written.close();
-        QCOMPARE(::chmod(QFile::encodeName(program).constData(), static_cast<mode_t>(mode)), 0);
+    void passesArgumentsAsTheyAre()
+    {
+        tool().exits(0);
+        const QStringList arguments{u""_s,    u"two words"_s,         u"$HOME `id` ; *"_s, u"\"'\\"_s,
+                                    u"-rf"_s, u"Привет 🙂"_s, u"line\nbreak"_s};
+        QVERIFY(run(arguments));
+        QCOMPARE(m_tools->calls(u"tool"_s), QList<QStringList>{arguments});
     }
-    bool started = false;
-    RunHooks hooks;
-    hooks.started = [&](const auto &) { started = true; };
-    Error error;
-    QVERIFY(!ZarvoCommand(program, arguments, kAmple, hooks, &error));
-    QCOMPARE(error.message, u"Не удалось запустить «odd»: %1."_s.arg(reason));
-    QVERIFY(!started);
-    QVERIFY(!ZarvoCommand(program, arguments, kAmple)); // the reason is not asked for
-}
 
-void ChildProcessTest::doesNotWaitForGrandchildren()
-{
-    tool().prints(u"done").leavesGrandchild(60s).exits(0);
-    const auto result = run();
-    QVERIFY(result);
-    QCOMPARE(result->out, u"done"_s);
-    QVERIFY(m_tools->waitForEvents(u"tool"_s, u"grandchild", 1));
-    const pid_t grandchild = pidOf(events(u"grandchild").first());
-    QVERIFY(IsProcessAlive(grandchild));
-    ::kill(grandchild, SIGKILL);
-}
+    void givesTheChildNothingElse()
+    {
+        const int inheritable = ::open("/dev/zero", O_RDONLY); // as a careless library would open it
+        QVERIFY(inheritable > 2);
+        ::signal(SIGPIPE, SIG_IGN);
+        sigset_t masked;
+        sigemptyset(&masked);
+        sigaddset(&masked, SIGTERM);
+        ::pthread_sigmask(SIG_BLOCK, &masked, nullptr);
+        qputenv("ZARVO_INHERITED", "да");
 
-void ChildProcessTest::endsWhenAnotherThreadTerminatesIt()
-{
-    tool().sleeps(60s);
-    const auto caller = std::this_thread::get_id();
-    for (int i = 0; i < 20; ++i) {
-        std::thread other;
-        int started = 0;
-        RunHooks hooks;
-        hooks.started = [&](const std::shared_ptr<ChildProcess> &child) {
-            started += std::this_thread::get_id() == caller ? 1 : 100;
-            other = std::thread([child] {
-                do { // goes on into the moment at which the child is reaped
-                    child->terminate();
-                } while (child->isRunning());
-            });
-        };
-        const auto result = run({}, hooks);
-        other.join();
+        tool().promptsOnTerminal(u"password: ");
+        const auto result = run();
+        ::close(inheritable);
+        ::signal(SIGPIPE, SIG_DFL);
+        ::pthread_sigmask(SIG_UNBLOCK, &masked, nullptr);
         QVERIFY(result);
-        QCOMPARE(result->code, SIGTERM);
-        QCOMPARE(started, 1);
+
+        const QJsonObject call = events(u"call").value(0);
+        QCOMPARE(call.value("descriptors"_L1).toObject().keys(), QStringList({u"0"_s, u"1"_s, u"2"_s}));
+        QVERIFY(call.value("nullInput"_L1).toBool());
+        QCOMPARE(call.value("session"_L1), call.value("pid"_L1));
+        QCOMPARE(call.value("parent"_L1).toInt(), ::getpid());
+        QCOMPARE(call.value("ignored"_L1).toArray(), QJsonArray());
+        QCOMPARE(call.value("blocked"_L1).toArray(), QJsonArray());
+        QCOMPARE(call.value("folder"_L1).toString(), QDir::currentPath());
+        QVERIFY(call.value("environment"_L1).toArray().contains(u"ZARVO_INHERITED=да"_s));
+        const auto prompts = events(u"terminal");
+        QCOMPARE(prompts.size(), 1);
+        QVERIFY(!prompts.first().value("opened"_L1).toBool(true));
     }
-}
 
-void ChildProcessTest::keepsStatusWhenChildSignalIsIgnored_data()
-{
-    using Handler = void (*)(int);
-    QTest::addColumn<Handler>("handler");
-    QTest::addColumn<int>("flags");
-    QTest::newRow("ignored, as inherited from a careless launcher") << Handler(SIG_IGN) << 0;
-    QTest::newRow("no statuses kept, with a handler") << Handler([](int) {}) << SA_NOCLDWAIT;
-}
+    void replacesTheEnvironmentAndLimitsFiles()
+    {
+        constexpr qint64 limit = 1 << 20;
+        tool().grows(2 * limit, 0ms);
+        RunLimits limits;
+        limits.environment = {"ONLY=this"};
+        limits.fileSize = limit;
+        const QString written = file(u"app.ipa"_s);
+        const auto result = run({u"--output"_s, written}, {}, nullptr, kAmple, limits);
+        QVERIFY(result);
+        QCOMPARE(result->code, SIGXFSZ);
+        QCOMPARE(QFileInfo(written).size(), limit);
+        QCOMPARE(events(u"call").value(0).value("environment"_L1).toArray(), QJsonArray{u"ONLY=this"_s});
+    }
 
-void ChildProcessTest::keepsStatusWhenChildSignalIsIgnored()
-{
-    using Handler = void (*)(int);
-    QFETCH(const Handler, handler);
-    QFETCH(const int, flags);
-    tool().exits(3);
-    struct sigaction before = {};
-    struct sigaction careless = {};
-    careless.sa_handler = handler;
-    careless.sa_flags = flags;
-    QCOMPARE(::sigaction(SIGCHLD, &careless, &before), 0);
-    const auto result = run();
-    ::sigaction(SIGCHLD, &before, nullptr);
-    QVERIFY(result);
-    QCOMPARE(result->code, 3);
-}
+    void refusesWhatCannotBeStarted_data()
+    {
+        QTest::addColumn<QByteArray>("content"); // null: no file
+        QTest::addColumn<int>("mode");           // 0: a folder
+        QTest::addColumn<QStringList>("arguments");
+        QTest::addColumn<QString>("reason");
 
-void ChildProcessTest::endsChildrenWhenItDies_data()
-{
-    QTest::addColumn<QString>("mode");
-    QTest::addColumn<bool>("leavesFolder");
-    QTest::newRow("killed: the child ends too") << u"--wait"_s << true;
-    QTest::newRow("leaves without waiting for its worker: no child, no folder") << u"--leave"_s << false;
-}
+        const QString missing = u"Нет такого файла или каталога"_s;
+        const QString denied = u"Отказано в доступе"_s;
+        QTest::newRow("missing") << QByteArray() << 0700 << QStringList() << missing;
+        QTest::newRow("not executable") << QByteArray("#!/bin/sh\n") << 0600 << QStringList() << denied;
+        QTest::newRow("a folder") << QByteArray("") << 0 << QStringList() << denied;
+        QTest::newRow("interpreter missing")
+            << QByteArray("#!/no/such\n") << 0700 << QStringList() << missing;
+        QTest::newRow("no program at all")
+            << QByteArray("words") << 0700 << QStringList() << u"Ошибка формата выполняемого файла"_s;
+        QTest::newRow("an argument that would be cut")
+            << QByteArray("#!/bin/sh\n") << 0700 << QStringList(u"a"_s + QChar::Null + u"b"_s)
+            << u"Недопустимый аргумент"_s;
+    }
 
-void ChildProcessTest::endsChildrenWhenItDies()
-{
-    QFETCH(const QString, mode);
-    QFETCH(const bool, leavesFolder);
-    tool().ignoresTermination().touches(file(u"ready"_s)).sleeps(60s);
-    QProcess program;
-    program.setProcessChannelMode(QProcess::ForwardedChannels);
-    program.start(QCoreApplication::applicationFilePath(), {mode, path(), file(u"ready"_s)});
-    QTRY_VERIFY_WITH_TIMEOUT(isThere(u"ready"_s), 20'000);
-    QVERIFY(isAnythingAlive() || mode == "--leave"_L1);
-    if (mode == "--wait"_L1)
-        ::kill(static_cast<pid_t>(program.processId()), SIGKILL);
-    QTRY_COMPARE_WITH_TIMEOUT(program.state(), QProcess::NotRunning, 20'000);
-    if (mode == "--leave"_L1)
-        QCOMPARE(program.exitCode(), 0);
-    QTRY_VERIFY(!isAnythingAlive());
-    const QStringList left = PrivateFoldersIn(m_tmpdir->path());
-    QCOMPARE(left.size(), leavesFolder ? 1 : 0);
-    for (const QString &name : left)
-        QDir(m_tmpdir->path() + u'/' + name).removeRecursively();
-}
+    void refusesWhatCannotBeStarted()
+    {
+        QFETCH(const QByteArray, content);
+        QFETCH(const int, mode);
+        QFETCH(const QStringList, arguments);
+        QFETCH(const QString, reason);
+        const QString program = m_tools->toolPath(u"odd"_s);
+        if (mode == 0) {
+            QVERIFY(QDir().mkdir(program));
+        } else if (!content.isNull()) {
+            QFile written(program);
+            QVERIFY(written.open(QIODevice::WriteOnly));
+            written.write(content);
+            written.close();
+            QCOMPARE(::chmod(QFile::encodeName(program).constData(), static_cast<mode_t>(mode)), 0);
+        }
+        bool started = false;
+        RunHooks hooks;
+        hooks.started = [&](const auto &) { started = true; };
+        Error error;
+        QVERIFY(!ZarvoCommand(program, arguments, kAmple, hooks, &error));
+        QCOMPARE(error.message, u"Не удалось запустить «odd»: %1."_s.arg(reason));
+        QVERIFY(!started);
+        QVERIFY(!ZarvoCommand(program, arguments, kAmple)); // the reason is not asked for
+    }
+
+    void doesNotWaitForGrandchildren()
+    {
+        tool().prints(u"done").leavesGrandchild(60s).exits(0);
+        const auto result = run();
+        QVERIFY(result);
+        QCOMPARE(result->out, u"done"_s);
+        QVERIFY(m_tools->waitForEvents(u"tool"_s, u"grandchild", 1));
+        const pid_t grandchild = pidOf(events(u"grandchild").first());
+        QVERIFY(IsProcessAlive(grandchild));
+        ::kill(grandchild, SIGKILL);
+    }
+
+    void endsWhenAnotherThreadTerminatesIt()
+    {
+        tool().sleeps(60s);
+        const auto caller = std::this_thread::get_id();
+        for (int i = 0; i < 20; ++i) {
+            std::thread other;
+            int started = 0;
+            RunHooks hooks;
+            hooks.started = [&](const std::shared_ptr<ChildProcess> &child) {
+                started += std::this_thread::get_id() == caller ? 1 : 100;
+                other = std::thread([child] {
+                    do { // goes on into the moment at which the child is reaped
+                        child->terminate();
+                    } while (child->isRunning());
+                });
+            };
+            const auto result = run({}, hooks);
+            other.join();
+            QVERIFY(result);
+            QCOMPARE(result->code, SIGTERM);
+            QCOMPARE(started, 1);
+        }
+    }
+
+    void keepsStatusWhenChildSignalIsIgnored_data()
+    {
+        using Handler = void (*)(int);
+        QTest::addColumn<Handler>("handler");
+        QTest::addColumn<int>("flags");
+        QTest::newRow("ignored, as inherited from a careless launcher") << Handler(SIG_IGN) << 0;
+        QTest::newRow("no statuses kept, with a handler") << Handler([](int) {}) << SA_NOCLDWAIT;
+    }
+
+    void keepsStatusWhenChildSignalIsIgnored()
+    {
+        using Handler = void (*)(int);
+        QFETCH(const Handler, handler);
+        QFETCH(const int, flags);
+        tool().exits(3);
+        struct sigaction before = {};
+        struct sigaction careless = {};
+        careless.sa_handler = handler;
+        careless.sa_flags = flags;
+        QCOMPARE(::sigaction(SIGCHLD, &careless, &before), 0);
+        const auto result = run();
+        ::sigaction(SIGCHLD, &before, nullptr);
+        QVERIFY(result);
+        QCOMPARE(result->code, 3);
+    }
+
+    void endsChildrenWhenItDies_data()
+    {
+        QTest::addColumn<QString>("mode");
+        QTest::addColumn<bool>("leavesFolder");
+        QTest::newRow("killed: the child ends too") << u"--wait"_s << true;
+        QTest::newRow("leaves without waiting for its worker: no child, no folder") << u"--leave"_s << false;
+    }
+
+    void endsChildrenWhenItDies()
+    {
+        QFETCH(const QString, mode);
+        QFETCH(const bool, leavesFolder);
+        tool().ignoresTermination().touches(file(u"ready"_s)).sleeps(60s);
+        QProcess program;
+        program.setProcessChannelMode(QProcess::ForwardedChannels);
+        program.start(QCoreApplication::applicationFilePath(), {mode, path(), file(u"ready"_s)});
+        QTRY_VERIFY_WITH_TIMEOUT(isThere(u"ready"_s), 20'000);
+        QVERIFY(isAnythingAlive() || mode == "--leave"_L1);
+        if (mode == "--wait"_L1)
+            ::kill(static_cast<pid_t>(program.processId()), SIGKILL);
+        QTRY_COMPARE_WITH_TIMEOUT(program.state(), QProcess::NotRunning, 20'000);
+        if (mode == "--leave"_L1)
+            QCOMPARE(program.exitCode(), 0);
+        QTRY_VERIFY(!isAnythingAlive());
+        const QStringList left = PrivateFoldersIn(m_tmpdir->path());
+        QCOMPARE(left.size(), leavesFolder ? 1 : 0);
+        for (const QString &name : left)
+            QDir(m_tmpdir->path() + u'/' + name).removeRecursively();
+    }
+};
 
 namespace {
 

@@ -17,72 +17,69 @@ class MainThreadTest : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    void runsAtOnceOnTheMainThread();
-    void queuesFromAnotherThread();
-    void keepsTheOrderOfEachThread();
-    void goesOnInsideANestedEventLoop();
-};
-
-void MainThreadTest::runsAtOnceOnTheMainThread()
-{
-    bool ran = false;
-    ZarvoMain([&] { ran = true; });
-    QVERIFY(ran);
-}
-
-void MainThreadTest::queuesFromAnotherThread()
-{
-    QThread *where = nullptr;
-    std::thread worker([&] { ZarvoMain([&] { where = QThread::currentThread(); }); });
-    worker.join(); // returned, although nothing has run the block yet
-    QCOMPARE(where, nullptr);
-    QTRY_COMPARE(where, QThread::currentThread());
-}
-
-void MainThreadTest::keepsTheOrderOfEachThread()
-{
-    constexpr int kThreads = 8;
-    constexpr int kBlocks = 2000;
-    std::array<int, kThreads> next{};
-    int wrong = 0;
-    std::vector<std::thread> workers;
-    workers.reserve(kThreads);
-    for (size_t number = 0; number < kThreads; ++number) {
-        workers.emplace_back([&, number] {
-            for (int block = 0; block < kBlocks; ++block)
-                ZarvoMain([&, number, block] { wrong += next[number]++ != block; });
-        });
+    void runsAtOnceOnTheMainThread()
+    {
+        bool ran = false;
+        ZarvoMain([&] { ran = true; });
+        QVERIFY(ran);
     }
-    std::array<int, kThreads> all{};
-    all.fill(kBlocks);
-    QTRY_COMPARE(next, all);
-    for (std::thread &worker : workers)
-        worker.join();
-    QCOMPARE(wrong, 0);
-}
 
-// A dialog that waits for its answer in an event loop of its own must not hold up, or reorder, what workers
-// report.
-void MainThreadTest::goesOnInsideANestedEventLoop()
-{
-    std::vector<int> order;
-    QEventLoop dialog;
-    std::thread worker([&] {
-        ZarvoMain([&] {
-            order.push_back(1);
-            dialog.exec();
-            order.push_back(4);
+    void queuesFromAnotherThread()
+    {
+        QThread *where = nullptr;
+        std::thread worker([&] { ZarvoMain([&] { where = QThread::currentThread(); }); });
+        worker.join(); // returned, although nothing has run the block yet
+        QCOMPARE(where, nullptr);
+        QTRY_COMPARE(where, QThread::currentThread());
+    }
+
+    void keepsTheOrderOfEachThread()
+    {
+        constexpr int kThreads = 8;
+        constexpr int kBlocks = 2000;
+        std::array<int, kThreads> next{};
+        int wrong = 0;
+        std::vector<std::thread> workers;
+        workers.reserve(kThreads);
+        for (size_t number = 0; number < kThreads; ++number) {
+            workers.emplace_back([&, number] {
+                for (int block = 0; block < kBlocks; ++block)
+                    ZarvoMain([&, number, block] { wrong += next[number]++ != block; });
+            });
+        }
+        std::array<int, kThreads> all{};
+        all.fill(kBlocks);
+        QTRY_COMPARE(next, all);
+        for (std::thread &worker : workers)
+            worker.join();
+        QCOMPARE(wrong, 0);
+    }
+
+    // A dialog that waits for its answer in an event loop of its own must not hold up, or reorder, what
+    // workers report.
+    void goesOnInsideANestedEventLoop()
+    {
+        std::vector<int> order;
+        QEventLoop dialog;
+        std::thread worker([&] {
+            ZarvoMain([&] {
+                order.push_back(1);
+                dialog.exec();
+                order.push_back(4);
+            });
+            ZarvoMain([&] { order.push_back(2); });
+            ZarvoMain([&] {
+                order.push_back(3);
+                dialog.quit();
+            });
         });
-        ZarvoMain([&] { order.push_back(2); });
-        ZarvoMain([&] {
-            order.push_back(3);
-            dialog.quit();
-        });
-    });
-    worker.join();
-    QTimer::singleShot(kLimit, &dialog, &QEventLoop::quit);
-    QTRY_COMPARE(order, std::vector({1, 2, 3, 4}));
-}
+        worker.join();
+        QTimer limit;
+        limit.callOnTimeout(&dialog, &QEventLoop::quit);
+        limit.start(kLimit);
+        QTRY_COMPARE(order, std::vector({1, 2, 3, 4}));
+    }
+};
 
 QTEST_GUILESS_MAIN(MainThreadTest)
 #include "tst_main_thread.moc"

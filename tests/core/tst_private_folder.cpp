@@ -43,33 +43,31 @@ class PrivateFolderTest : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    void leavesInSpiteOfADeadServer();
+    void leavesInSpiteOfADeadServer()
+    {
+        const QTemporaryDir parent;
+        std::unique_lock dead(deadServer);
+        Error error;
+        bool made = true;
+        std::thread worker([&] {
+            made = PrivateFolder::create(parent.path(), QString::fromLatin1(kDeadName), &error).has_value();
+        });
+        asked.get_future().wait();
+
+        const auto other = PrivateFolder::create(parent.path(), u"other-"_s);
+        QVERIFY(other); // the work of others goes on
+        QVERIFY(!PrivateFolder::removeAll(100ms));
+        QTRY_VERIFY(!QFileInfo::exists(other->path()));
+        QVERIFY(!PrivateFolder::create(parent.path(), u"late-"_s));
+
+        dead.unlock(); // it answers after all: nothing is left behind
+        worker.join();
+        QVERIFY(!made);
+        QVERIFY2(error.message.endsWith(u": Операция отменена."), qPrintable(error.message));
+        QVERIFY(PrivateFolder::removeAll(20s));
+        QCOMPARE(QDir(parent.path()).entryList(QDir::AllEntries | QDir::NoDotAndDotDot), QStringList());
+    }
 };
-
-void PrivateFolderTest::leavesInSpiteOfADeadServer()
-{
-    const QTemporaryDir parent;
-    std::unique_lock dead(deadServer);
-    Error error;
-    bool made = true;
-    std::thread worker([&] {
-        made = PrivateFolder::create(parent.path(), QString::fromLatin1(kDeadName), &error).has_value();
-    });
-    asked.get_future().wait();
-
-    const auto other = PrivateFolder::create(parent.path(), u"other-"_s);
-    QVERIFY(other); // the work of others goes on
-    QVERIFY(!PrivateFolder::removeAll(100ms));
-    QTRY_VERIFY(!QFileInfo::exists(other->path()));
-    QVERIFY(!PrivateFolder::create(parent.path(), u"late-"_s));
-
-    dead.unlock(); // it answers after all: nothing is left behind
-    worker.join();
-    QVERIFY(!made);
-    QVERIFY2(error.message.endsWith(u": Операция отменена."), qPrintable(error.message));
-    QVERIFY(PrivateFolder::removeAll(20s));
-    QCOMPARE(QDir(parent.path()).entryList(QDir::AllEntries | QDir::NoDotAndDotDot), QStringList());
-}
 
 QTEST_APPLESS_MAIN(PrivateFolderTest)
 #include "tst_private_folder.moc"

@@ -13,7 +13,8 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-constexpr QStringView kUnlock = u"Не удалось связаться с iPhone. Разблокируйте его и подтвердите доверие к Mac.";
+constexpr QStringView kUnlock =
+    u"Не удалось связаться с iPhone. Разблокируйте его и подтвердите доверие к Mac.";
 
 QList<AppRow> named(const QStringList &names)
 {
@@ -41,161 +42,131 @@ public:
     static void initMain() { qputenv("LC_ALL", "ru_RU.UTF-8"); }
 
 private Q_SLOTS:
-    void readsReplies();
-    void takesWhatIsNotAsExpectedForNothing();
-    void judgesRuns_data();
-    void judgesRuns();
-    void titlesPhones_data();
-    void titlesPhones();
-    void sortsByName();
-    void filters_data();
-    void filters();
-    void describesTheChosenApp_data();
-    void describesTheChosenApp();
+    void readsReplies()
+    {
+        const auto objects =
+            ZarvoJSON(u"{\"devices\":[{\"id\":\"P\",\"name\":\"Ю\",\"ios\":17.4},{}],"
+                      "\"apps\":[{\"id\":\"a.b\",\"name\":\"B\",\"version\":2,\"storeID\":9007199254740993,"
+                      "\"storeVersionID\":\"8\",\"licenseAccount\":\"x@y.z\",\"more\":1}],"
+                      "\"details\":[{\"label\":\"L\",\"value\":3}],\"success\":true}"_s);
+        QCOMPARE(objects.size(), 1);
+        const DeviceReply reply = ParseDeviceReply(objects.first());
+        QCOMPARE(reply.devices, (QList<PhoneEntry>{{u"P"_s, u"Ю"_s, u"17.4"_s}, {}}));
+        QCOMPARE(reply.apps,
+                 (QList<AppRow>{{u"a.b"_s, u"B"_s, u"2"_s, u"9007199254740993"_s, u"8"_s, u"x@y.z"_s}}));
+        QCOMPARE(reply.details, (QList<DetailLine>{{u"L"_s, u"3"_s}}));
+        QVERIFY(reply.success);
+        QVERIFY(!reply.error);
+    }
+
+    void takesWhatIsNotAsExpectedForNothing()
+    {
+        const DeviceReply reply = ParseDeviceReply({{u"devices"_s, u"none"_s},
+                                                    {u"apps"_s, QJsonArray{1, u"x"_s, QJsonArray()}},
+                                                    {u"error"_s, QJsonValue()}});
+        QVERIFY(reply.devices.isEmpty() && reply.apps.isEmpty() && reply.details.isEmpty() && !reply.success);
+        QCOMPARE(reply.error, std::optional(QString())); // its presence counts
+    }
+
+    void judgesRuns_data()
+    {
+        QTest::addColumn<int>("code");
+        QTest::addColumn<QString>("out");
+        QTest::addColumn<QString>("failure"); // none: the phone P is found
+        const auto row = [](const char *name, int code, const QString &out, const QString &failure = {}) {
+            QTest::newRow(name) << code << out << failure;
+        };
+        const QString found = uR"({"devices":[{"id":"P"}]})"_s;
+        const QString locked = uR"({"error":"Телефон заблокирован."})"_s;
+        row("answer", 0, found);
+        row("an earlier error does not count", 0, locked + u'\n' + found);
+        row("the last object is the answer", 0, found + u'\n' + locked, u"Телефон заблокирован."_s);
+        row("error with status 0", 0, locked, u"Телефон заблокирован."_s);
+        row("error with status 1", 1, locked, u"Телефон заблокирован."_s);
+        row("status 1 without error", 1, found, kUnlock.toString());
+        row("ended by a signal", 9, found, kUnlock.toString());
+        row("empty error", 0, uR"({"error":"","devices":[{"id":"P"}]})"_s, kUnlock.toString());
+        row("no object", 0, u"[1]"_s, kUnlock.toString());
+        row("half an object", 0, u"{\"devices\":["_s, kUnlock.toString());
+        row("nothing", 0, {}, kUnlock.toString());
+    }
+
+    void judgesRuns()
+    {
+        QFETCH(const int, code);
+        QFETCH(const QString, out);
+        QFETCH(const QString, failure);
+        const ToolResult result{code, out, u"{\"devices\":[{\"id\":\"of the other output\"}]}"_s, {}};
+        const QList<PhoneEntry> phones{{u"P"_s, {}, {}}};
+        Error error;
+        const auto reply = JudgeDeviceRun(result, &error);
+        QCOMPARE(error.message, failure);
+        QCOMPARE(reply.has_value(), failure.isEmpty());
+        QCOMPARE(reply.value_or(DeviceReply()).devices, failure.isEmpty() ? phones : QList<PhoneEntry>());
+        QCOMPARE(DiscoveredPhones(result), failure.isEmpty() ? phones : QList<PhoneEntry>());
+        QCOMPARE(DiscoveredPhones(std::nullopt), QList<PhoneEntry>());
+    }
+
+    void titlesPhones()
+    {
+        QCOMPARE(PhoneTitle({u"P"_s, u"Телефон"_s, u"17.4"_s}), u"Телефон · iOS 17.4"_s);
+        QCOMPARE(PhoneTitle({}), u" · iOS "_s);
+        QCOMPARE(PhoneTitle({u"P"_s, u"%2 & %1"_s, u"17"_s}), u"%2 & %1 · iOS 17"_s);
+    }
+
+    void sortsByName()
+    {
+        const QStringList sorted{u""_s,     u"1Password"_s, u"Ежи"_s, u"ёлка"_s, u"Жук"_s, u"и"_s,
+                                 u"йога"_s, u"яблоко"_s,    u"App"_s, u"app"_s,  u"Éa"_s,  u"eB"_s};
+        QStringList shuffled = sorted;
+        std::reverse(shuffled.begin(), shuffled.end());
+        shuffled.swapItemsAt(shuffled.indexOf(u"app"_s), shuffled.indexOf(u"App"_s)); // equal: as they came
+        QList<AppRow> apps = named(shuffled);
+        SortByName(apps);
+        QCOMPARE(namesOf(apps), sorted);
+        QCOMPARE(apps.first().id, u"id.11"_s);
+    }
+
+    void filters_data()
+    {
+        QTest::addColumn<QString>("name");
+        QTest::addColumn<QString>("text");
+        QTest::addColumn<bool>("found");
+        const auto row = [](const char *what, const QString &name, const QString &text, bool found) {
+            QTest::newRow(what) << name << text << found;
+        };
+        row("everything", u"Карты"_s, {}, true);
+        row("upper case typed", u"Карты"_s, u"АРТ"_s, true);
+        row("lower case typed", u"КАРТЫ"_s, u"арт"_s, true);
+        row("part of the identifier", u"Карты"_s, u"EXAMPLE.m"_s, true);
+        row("not the version", u"Карты"_s, u"1.5"_s, false);
+        row("not the store identifier", u"Карты"_s, u"4711"_s, false);
+        row("blanks count", u"Карты"_s, u"карты "_s, false);
+        row("typed decomposed", u"Йога"_s, u"и\u0306"_s, true);
+        row("named decomposed", u"И\u0306ога"_s, u"йо"_s, true);
+        row("another letter than the accented one", u"Йога"_s, u"и"_s, false);
+        row("accents count", u"Café"_s, u"cafe"_s, false);
+        row("accent decomposed", u"Cafe\u0301"_s, u"CAFÉ"_s, true);
+        row("a pattern is text", u"Карты"_s, u".*"_s, false);
+    }
+
+    void filters()
+    {
+        QFETCH(const QString, name);
+        QFETCH(const QString, text);
+        QFETCH(const bool, found);
+        const QList<AppRow> apps{{u"com.Example.maps"_s, name, u"1.5"_s, u"4711"_s, {}, {}}};
+        QCOMPARE(FilterApps(apps, MakeSearchKeys(apps), text), found ? apps : QList<AppRow>());
+    }
+
+    void describesTheChosenApp()
+    {
+        QCOMPARE(OwnerText(std::nullopt), u"Выберите приложение в таблице."_s);
+        QCOMPARE(OwnerText(AppRow{u"a.b"_s, u"Карты"_s, u"1.5"_s, {}, {}, {}}), u"Выбрано: Карты 1.5"_s);
+        QCOMPARE(OwnerText(AppRow{u"a.b"_s, u"%2"_s, u"1.5"_s, {}, {}, u"x@y.z"_s}),
+                 u"Выбрано: %2 1.5 • аккаунт исходной установки: x@y.z"_s);
+    }
 };
-
-void DeviceRulesTest::readsReplies()
-{
-    const auto objects = ZarvoJSON(u"{\"devices\":[{\"id\":\"P\",\"name\":\"Ю\",\"ios\":17.4},{}],"
-                                   "\"apps\":[{\"id\":\"a.b\",\"name\":\"B\",\"version\":2,\"storeID\":9007199254740993,"
-                                   "\"storeVersionID\":\"8\",\"licenseAccount\":\"x@y.z\",\"more\":1}],"
-                                   "\"details\":[{\"label\":\"L\",\"value\":3}],\"success\":true}"_s);
-    QCOMPARE(objects.size(), 1);
-    const DeviceReply reply = ParseDeviceReply(objects.first());
-    QCOMPARE(reply.devices, (QList<PhoneEntry>{{u"P"_s, u"Ю"_s, u"17.4"_s}, {}}));
-    QCOMPARE(reply.apps,
-             (QList<AppRow>{{u"a.b"_s, u"B"_s, u"2"_s, u"9007199254740993"_s, u"8"_s, u"x@y.z"_s}}));
-    QCOMPARE(reply.details, (QList<DetailLine>{{u"L"_s, u"3"_s}}));
-    QVERIFY(reply.success);
-    QVERIFY(!reply.error);
-}
-
-void DeviceRulesTest::takesWhatIsNotAsExpectedForNothing()
-{
-    const DeviceReply reply = ParseDeviceReply(
-        {{u"devices"_s, u"none"_s}, {u"apps"_s, QJsonArray{1, u"x"_s, QJsonArray()}}, {u"error"_s, QJsonValue()}});
-    QVERIFY(reply.devices.isEmpty() && reply.apps.isEmpty() && reply.details.isEmpty() && !reply.success);
-    QCOMPARE(reply.error, std::optional(QString())); // its presence counts
-}
-
-void DeviceRulesTest::judgesRuns_data()
-{
-    QTest::addColumn<int>("code");
-    QTest::addColumn<QString>("out");
-    QTest::addColumn<QString>("failure"); // none: the phone P is found
-    const auto row = [](const char *name, int code, const QString &out, const QString &failure = {}) {
-        QTest::newRow(name) << code << out << failure;
-    };
-    const QString found = uR"({"devices":[{"id":"P"}]})"_s;
-    const QString locked = uR"({"error":"Телефон заблокирован."})"_s;
-    row("answer", 0, found);
-    row("an earlier error does not count", 0, locked + u'\n' + found);
-    row("the last object is the answer", 0, found + u'\n' + locked, u"Телефон заблокирован."_s);
-    row("error with status 0", 0, locked, u"Телефон заблокирован."_s);
-    row("error with status 1", 1, locked, u"Телефон заблокирован."_s);
-    row("status 1 without error", 1, found, kUnlock.toString());
-    row("ended by a signal", 9, found, kUnlock.toString());
-    row("empty error", 0, uR"({"error":"","devices":[{"id":"P"}]})"_s, kUnlock.toString());
-    row("no object", 0, u"[1]"_s, kUnlock.toString());
-    row("half an object", 0, u"{\"devices\":["_s, kUnlock.toString());
-    row("nothing", 0, {}, kUnlock.toString());
-}
-
-void DeviceRulesTest::judgesRuns()
-{
-    QFETCH(const int, code);
-    QFETCH(const QString, out);
-    QFETCH(const QString, failure);
-    const ToolResult result{code, out, u"{\"devices\":[{\"id\":\"of the other output\"}]}"_s, {}};
-    const QList<PhoneEntry> phones{{u"P"_s, {}, {}}};
-    Error error;
-    const auto reply = JudgeDeviceRun(result, &error);
-    QCOMPARE(error.message, failure);
-    QCOMPARE(reply.has_value(), failure.isEmpty());
-    QCOMPARE(reply.value_or(DeviceReply()).devices, failure.isEmpty() ? phones : QList<PhoneEntry>());
-    QCOMPARE(DiscoveredPhones(result), failure.isEmpty() ? phones : QList<PhoneEntry>());
-    QCOMPARE(DiscoveredPhones(std::nullopt), QList<PhoneEntry>());
-}
-
-void DeviceRulesTest::titlesPhones_data()
-{
-    QTest::addColumn<QString>("name");
-    QTest::addColumn<QString>("ios");
-    QTest::addColumn<QString>("title");
-    QTest::newRow("plain") << u"Телефон"_s << u"17.4"_s << u"Телефон · iOS 17.4"_s;
-    QTest::newRow("nothing known") << QString() << QString() << u" · iOS "_s;
-    QTest::newRow("looks like a place to fill") << u"%2 & %1"_s << u"17"_s << u"%2 & %1 · iOS 17"_s;
-}
-
-void DeviceRulesTest::titlesPhones()
-{
-    QFETCH(const QString, name);
-    QFETCH(const QString, ios);
-    QTEST(PhoneTitle({u"P"_s, name, ios}), "title");
-}
-
-void DeviceRulesTest::sortsByName()
-{
-    const QStringList sorted{u""_s,      u"1Password"_s, u"Ежи"_s, u"ёлка"_s, u"Жук"_s, u"и"_s,
-                             u"йога"_s, u"яблоко"_s,    u"App"_s, u"app"_s,  u"Éa"_s,  u"eB"_s};
-    QStringList shuffled = sorted;
-    std::reverse(shuffled.begin(), shuffled.end());
-    shuffled.swapItemsAt(shuffled.indexOf(u"app"_s), shuffled.indexOf(u"App"_s)); // equal: as they came
-    QList<AppRow> apps = named(shuffled);
-    SortByName(apps);
-    QCOMPARE(namesOf(apps), sorted);
-    QCOMPARE(apps.first().id, u"id.11"_s);
-}
-
-void DeviceRulesTest::filters_data()
-{
-    QTest::addColumn<QString>("name");
-    QTest::addColumn<QString>("text");
-    QTest::addColumn<bool>("found");
-    const auto row = [](const char *what, const QString &name, const QString &text, bool found) {
-        QTest::newRow(what) << name << text << found;
-    };
-    row("everything", u"Карты"_s, {}, true);
-    row("upper case typed", u"Карты"_s, u"АРТ"_s, true);
-    row("lower case typed", u"КАРТЫ"_s, u"арт"_s, true);
-    row("part of the identifier", u"Карты"_s, u"EXAMPLE.m"_s, true);
-    row("not the version", u"Карты"_s, u"1.5"_s, false);
-    row("not the store identifier", u"Карты"_s, u"4711"_s, false);
-    row("blanks count", u"Карты"_s, u"карты "_s, false);
-    row("typed decomposed", u"Йога"_s, u"и\u0306"_s, true);
-    row("named decomposed", u"И\u0306ога"_s, u"йо"_s, true);
-    row("another letter than the accented one", u"Йога"_s, u"и"_s, false);
-    row("accents count", u"Café"_s, u"cafe"_s, false);
-    row("accent decomposed", u"Cafe\u0301"_s, u"CAFÉ"_s, true);
-    row("a pattern is text", u"Карты"_s, u".*"_s, false);
-}
-
-void DeviceRulesTest::filters()
-{
-    QFETCH(const QString, name);
-    QFETCH(const QString, text);
-    QFETCH(const bool, found);
-    const QList<AppRow> apps{{u"com.Example.maps"_s, name, u"1.5"_s, u"4711"_s, {}, {}}};
-    QCOMPARE(FilterApps(apps, MakeSearchKeys(apps), text), found ? apps : QList<AppRow>());
-}
-
-void DeviceRulesTest::describesTheChosenApp_data()
-{
-    QTest::addColumn<std::optional<AppRow>>("app");
-    QTest::addColumn<QString>("text");
-    using Maybe = std::optional<AppRow>;
-    QTest::newRow("none") << Maybe() << u"Выберите приложение в таблице."_s;
-    QTest::newRow("account not known")
-        << Maybe({u"a.b"_s, u"Карты"_s, u"1.5"_s, {}, {}, {}}) << u"Выбрано: Карты 1.5"_s;
-    QTest::newRow("account known") << Maybe({u"a.b"_s, u"%2"_s, u"1.5"_s, {}, {}, u"x@y.z"_s})
-                                   << u"Выбрано: %2 1.5 • аккаунт исходной установки: x@y.z"_s;
-}
-
-void DeviceRulesTest::describesTheChosenApp()
-{
-    QFETCH(const std::optional<AppRow>, app);
-    QTEST(OwnerText(app), "text");
-}
 
 QTEST_GUILESS_MAIN(DeviceRulesTest)
 #include "tst_device_rules.moc"

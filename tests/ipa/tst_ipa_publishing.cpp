@@ -109,29 +109,343 @@ class TestIPAPublishing : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    void init();
-    void freeName_data();
-    void freeName();
-    void noSuchFolder_data();
-    void noSuchFolder();
-    void sameBytes();
-    void earlierCopy();
-    void foreign_data();
-    void foreign();
-    void missingSource();
-    void otherVolume();
-    void fullVolume();
-    void everyWayOfMoving_data();
-    void everyWayOfMoving();
-    void everyWayOfReplacing_data();
-    void everyWayOfReplacing();
-    void foreignComesBetween_data();
-    void foreignComesBetween();
-    void raceWithCreation_data();
-    void raceWithCreation();
-    void raceWithReplacement_data();
-    void raceWithReplacement();
-    void raceWithPublishing();
+    void init()
+    {
+        m_folder = std::make_unique<QTemporaryDir>();
+        QVERIFY(m_folder->isValid());
+        const fs::path folder(m_folder->path().toStdString());
+        fs::create_directories(folder / "private");
+        fs::create_directories(folder / "chosen");
+        m_source = folder / "private" / "new.ipa";
+        m_destination = folder / "chosen" / "Банк 1.0.ipa";
+        QVERIFY(writeIPA(m_source, {.padding = 3 << 20}));
+        m_new = contents(m_source);
+    }
+
+    void freeName()
+    {
+        for (const std::string &name :
+             {std::string("Банк.ipa"), std::string("\xE0\xFF"), std::string(255, 'x')}) {
+            QVERIFY(writeIPA(m_source, {.padding = 5}));
+            const std::string bytes = contents(m_source);
+            const fs::path destination = m_destination.parent_path() / name;
+            Error error{u"untouched"_s};
+            QVERIFY2(ZarvoPublishIPA(m_source, destination, kInfo, &error), qPrintable(error.message));
+            QCOMPARE(contents(destination), bytes);
+            QVERIFY(!exists(m_source));
+            QCOMPARE(error.message, u"untouched"_s);
+            fs::remove(destination); // QTemporaryDir cannot name every file
+        }
+    }
+
+    void noSuchFolder()
+    {
+        const QString longName(256, u'x');
+        const std::pair<std::string, QString> cases[] = {
+            {"none/a.ipa", u"«a.ipa»: Нет такого файла или каталога."_s},
+            {"private/new.ipa/b.ipa", u"«b.ipa»: Это не каталог."_s},
+            {longName.toStdString(), u"«%1»: Слишком длинное имя файла."_s.arg(longName)},
+        };
+        for (const auto &[name, reason] : cases) {
+            const fs::path destination = fs::path(m_folder->path().toStdString()) / name;
+            Error error;
+            QVERIFY(!ZarvoPublishIPA(m_source, destination, kInfo, &error));
+            QCOMPARE(error.message, u"Не удалось сохранить "_s + reason);
+            QCOMPARE(contents(m_source), m_new);
+            QVERIFY(!ZarvoPublishIPA(m_source, destination, kInfo));
+        }
+    }
+
+    void sameBytes()
+    {
+        fs::copy_file(m_source, m_destination);
+        const auto before = StateOf(m_destination);
+        // Also when the info is not the file's: equal bytes need no other proof.
+        QVERIFY(ZarvoPublishIPA(m_source, m_destination, {u"other"_s, u"2"_s}));
+        QCOMPARE(StateOf(m_destination) == before, true);
+        QCOMPARE(contents(m_source), m_new);
+
+        fs::remove(m_destination);
+        fs::create_hard_link(m_source, m_destination);
+        QVERIFY(publish());
+        QCOMPARE(contents(m_source), m_new);
+        QCOMPARE(contents(m_destination), m_new);
+    }
+
+    void earlierCopy()
+    {
+        QVERIFY(writeIPA(m_destination, {.padding = 100}));
+        const std::ifstream reader(m_destination); // who reads the old file keeps it
+        QVERIFY(publish());
+        QCOMPARE(contents(m_destination), m_new);
+        QVERIFY(!exists(m_source));
+        QCOMPARE(entriesIn(m_destination.parent_path()), size_t{1});
+    }
+
+    void foreign_data()
+    {
+        using Make = std::function<void(const fs::path &)>;
+        QTest::addColumn<Make>("make");
+        QTest::addColumn<QString>("message");
+        const auto row = [](const char *name, const Make &make, const QString &message = kForeign) {
+            QTest::newRow(name) << make << message;
+        };
+        row("no archive", [](const fs::path &p) { write(p, "my notes"); });
+        row("empty file", [](const fs::path &p) { write(p, ""); });
+        row("IPA of another app", [](const fs::path &p) { writeIPA(p, {.id = u"com.example.App"_s}); });
+        row("IPA of another version", [](const fs::path &p) { writeIPA(p, {.version = u"1.0.0"_s}); });
+        row("damaged earlier copy", [](const fs::path &p) {
+            writeIPA(p, {});
+            fs::resize_file(p, fs::file_size(p) - 10);
+        });
+        row("folder", [](const fs::path &p) { fs::create_directory(p); });
+        row("pipe", [](const fs::path &p) { ::mkfifo(p.c_str(), 0600); });
+        row(
+            "dangling link", [](const fs::path &p) { fs::create_symlink("nowhere", p); }, kLink);
+        row(
+            "link to an earlier copy",
+            [](const fs::path &p) {
+                writeIPA(p.parent_path() / "copy", {});
+                fs::create_symlink("copy", p);
+            },
+            kLink);
+        row(
+            "link to a folder", [](const fs::path &p) { fs::create_directory_symlink("/", p); }, kLink);
+    }
+
+    void foreign()
+    {
+        QFETCH(std::function<void(const fs::path &)>, make);
+        QFETCH(QString, message);
+        make(m_destination);
+        const auto before = StateOf(m_destination);
+        QVERIFY(before);
+        Error error;
+        QVERIFY(!publish(&error));
+        QCOMPARE(error.message, message);
+        QVERIFY(!publish());
+        QVERIFY(StateOf(m_destination) == before);
+        QCOMPARE(contents(m_source), m_new);
+    }
+
+    void missingSource()
+    {
+        fs::remove(m_source);
+        Error error;
+        QVERIFY(!publish(&error));
+        QCOMPARE(error.message, u"Не удалось сохранить «Банк 1.0.ipa»: Нет такого файла или каталога."_s);
+        QVERIFY(writeIPA(m_destination, {}));
+        QVERIFY(!publish(&error));
+        QCOMPARE(error.message, kNotReplaced);
+        QVERIFY(exists(m_destination));
+    }
+
+    void otherVolume()
+    {
+        QTemporaryDir other(QLatin1StringView(kOtherVolume) + u"/zarvo-test-XXXXXX"_s);
+        if (!other.isValid() || deviceOf(kOtherVolume) == deviceOf(m_source))
+            QSKIP(
+                "Not seen: moving across volumes. /dev/shm and the folder for temporary files are one volume "
+                "here.");
+        const fs::path folder(other.path().toStdString());
+        // A copy that breaks off in the middle leaves nothing under any name.
+        rlimit unlimited{};
+        QCOMPARE(::getrlimit(RLIMIT_FSIZE, &unlimited), 0);
+        rlimit small = unlimited;
+        small.rlim_cur = 1'500'000;
+        const auto oldHandler = std::signal(SIGXFSZ, SIG_IGN);
+        QCOMPARE(::setrlimit(RLIMIT_FSIZE, &small), 0);
+        Error error;
+        const bool published = ZarvoPublishIPA(m_source, folder / "a.ipa", kInfo, &error);
+        QCOMPARE(::setrlimit(RLIMIT_FSIZE, &unlimited), 0);
+        std::signal(SIGXFSZ, oldHandler);
+        QVERIFY(!published);
+        QCOMPARE(error.message, u"Не удалось сохранить «a.ipa»: Файл слишком велик."_s);
+        QCOMPARE(entriesIn(folder), size_t{0});
+        QCOMPARE(contents(m_source), m_new);
+        fs::permissions(m_source, fs::perms(0644));
+        const auto before = StateOf(m_source);
+        QVERIFY2(ZarvoPublishIPA(m_source, folder / "a.ipa", kInfo, &error), qPrintable(error.message));
+        QCOMPARE(contents(folder / "a.ipa"), m_new);
+        QVERIFY(fs::status(folder / "a.ipa").permissions() == fs::perms(0644));
+        QCOMPARE(StateOf(folder / "a.ipa")->modifiedNanoseconds, before->modifiedNanoseconds);
+        QVERIFY(!exists(m_source));
+        QCOMPARE(entriesIn(folder), size_t{1});
+
+        QVERIFY(writeIPA(m_source, {.padding = 7}));
+        QVERIFY(!ZarvoPublishIPA(m_source, folder / "a.ipa", kInfo, &error));
+        QCOMPARE(error.message, kNotReplaced);
+        QCOMPARE(contents(folder / "a.ipa"), m_new);
+        QVERIFY(exists(m_source));
+        QCOMPARE(entriesIn(folder), size_t{1});
+    }
+
+    void everyWayOfMoving_data()
+    {
+        QTest::addColumn<MoveWay>("way");
+        QTest::newRow("exclusive rename") << MoveWay::RenameExclusively;
+        QTest::newRow("link, then unlink") << MoveWay::LinkThenUnlink;
+        QTest::newRow("claim, then rename") << MoveWay::ClaimThenRename;
+    }
+
+    void everyWayOfMoving()
+    {
+        QFETCH(MoveWay, way);
+        write(m_destination, "foreign");
+        QVERIFY(!MoveWithoutReplacing(m_source, m_destination, nullptr, way));
+        QCOMPARE(contents(m_destination), std::string("foreign"));
+        QCOMPARE(contents(m_source), m_new);
+        fs::remove(m_destination);
+
+        QVERIFY(MoveWithoutReplacing(m_source, m_destination, nullptr, way));
+        QCOMPARE(contents(m_destination), m_new);
+        QVERIFY(!exists(m_source));
+
+        // Nothing to move: the name stays free.
+        QVERIFY(!MoveWithoutReplacing(m_source, m_destination.string() + "2", nullptr, way));
+        QCOMPARE(entriesIn(m_destination.parent_path()), size_t{1});
+    }
+
+    void everyWayOfReplacing_data()
+    {
+        QTest::addColumn<ReplaceWay>("way");
+        QTest::newRow("exchange") << ReplaceWay::Exchange;
+        QTest::newRow("check, then rename") << ReplaceWay::CheckThenRename;
+    }
+
+    void everyWayOfReplacing()
+    {
+        QFETCH(ReplaceWay, way);
+        write(m_destination, "old");
+        const auto checked = StateOf(m_destination);
+        QVERIFY(checked);
+        write(m_destination, "changed since");
+        QCOMPARE(ReplaceFile(m_source, m_destination, *checked, way), Replacement::Refused);
+        QCOMPARE(contents(m_destination), std::string("changed since"));
+        QCOMPARE(contents(m_source), m_new);
+
+        QCOMPARE(ReplaceFile(m_source, m_destination, *StateOf(m_destination), way), Replacement::Done);
+        QCOMPARE(contents(m_destination), m_new);
+        QVERIFY(!exists(m_source));
+
+        fs::rename(m_destination, m_source);
+        QCOMPARE(ReplaceFile(m_source, m_destination, *checked, way), Replacement::Done); // removed meanwhile
+        QCOMPARE(contents(m_destination), m_new);
+        if (way != ReplaceWay::Exchange)
+            return;
+        write(m_source, "newer");
+        interferences = {[](const fs::path &name) { return fs::remove(name) ? 0 : EIO; }, {}};
+        QCOMPARE(ReplaceFile(m_source, m_destination, *StateOf(m_destination)), Replacement::Done);
+        interferences.clear();
+        QCOMPARE(contents(m_destination), std::string("newer"));
+    }
+
+    void foreignComesBetween_data()
+    {
+        QTest::addColumn<QList<Interference>>("then"); // after the foreign file has come
+        QTest::addColumn<Replacement>("outcome");
+        QTest::addColumn<std::string>("there");  // under the name
+        QTest::addColumn<std::string>("beside"); // under the next one
+        const Interference nothing = [](const fs::path &) { return 0; };
+        const Interference fails = [](const fs::path &) { return EIO; };
+        const Interference removed = [](const fs::path &there) { return fs::remove(there) ? 0 : EIO; };
+        const Interference replaced = [](const fs::path &there) {
+            fs::remove(there);
+            write(there, "third");
+            return 0;
+        };
+        using List = QList<Interference>;
+        QTest::newRow("put back") << List{nothing} << Replacement::Refused << std::string("foreign")
+                                  << std::string();
+        QTest::newRow("ours is removed: put back")
+            << List{removed, nothing} << Replacement::Refused << std::string("foreign") << std::string();
+        QTest::newRow("ours is replaced: kept beside the third")
+            << List{replaced, nothing} << Replacement::Failed << std::string("third")
+            << std::string("foreign");
+        QTest::newRow("cannot be put back: kept beside") << List{fails, fails, nothing} << Replacement::Failed
+                                                         << std::string("new") << std::string("foreign");
+        QTest::newRow("cannot be moved at all: its folder stays")
+            << List{fails} << Replacement::Failed << std::string("new") << std::string();
+    }
+
+    // A foreign file gets the name after the old one was checked, just before the names are swapped. It is in
+    // a private folder for a moment, and is gone with it unless it comes out again.
+    void foreignComesBetween()
+    {
+        QFETCH(QList<Interference>, then);
+        QFETCH(std::string, there);
+        QFETCH(std::string, beside);
+        write(m_destination, "old");
+        const auto checked = StateOf(m_destination);
+        interferences = QList<Interference>{[](const fs::path &name) {
+                            fs::remove(name);
+                            write(name, "foreign");
+                            return 0;
+                        }} +
+                        then;
+        fs::path source;
+        {
+            const auto folder = PrivateFolder::create(m_folder->path(), u".zarvo-"_s);
+            QVERIFY(folder);
+            source = fs::path(folder->filePath(u"new.ipa"_s).toStdString());
+            write(source, "new");
+            QTEST(ReplaceFile(source, m_destination, *checked), "outcome");
+            interferences.clear();
+        }
+        QCOMPARE(contents(m_destination), there);
+        QCOMPARE(contents(m_destination.parent_path() / "Банк 1.0 (2).ipa"), beside);
+        const bool isLeft = there != "foreign" && beside != "foreign";
+        QCOMPARE(contents(source), std::string(isLeft ? "foreign" : ""));
+        QCOMPARE(exists(source.parent_path()), isLeft);
+    }
+
+    void raceWithCreation_data() { everyWayOfMoving_data(); }
+
+    // Whoever creates the file first has the name; the other one is told so, and nobody's bytes are lost.
+    void raceWithCreation()
+    {
+        QFETCH(MoveWay, way);
+        int ours = 0;
+        for (int round = 0; round < kRaceRounds; ++round) {
+            fs::remove(m_destination);
+            write(m_source, "new");
+            bool created = false;
+            const bool moved =
+                race([&] { return MoveWithoutReplacing(m_source, m_destination, nullptr, way); },
+                     [&] {
+                         const FileDescriptor file(
+                             ::open(m_destination.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
+                         created = file.isOpen() && ::write(file.get(), "foreign", 7) == 7;
+                     },
+                     round);
+            QCOMPARE(moved, !created);
+            QCOMPARE(contents(m_destination), std::string(created ? "foreign" : "new"));
+            QCOMPARE(exists(m_source), created);
+            ours += moved ? 1 : 0;
+        }
+        qInfo("%d of %d names were ours", ours, kRaceRounds);
+    }
+
+    // The earlier copy is being checked while another file takes its name.
+    void raceWithPublishing()
+    {
+        const fs::path other = m_destination.parent_path() / "other";
+        for (int round = 0; round < kPublishingRaceRounds; ++round) {
+            QVERIFY(writeIPA(m_source, {.padding = 11}));
+            QVERIFY(writeIPA(m_destination, {}));
+            write(other, "foreign");
+            Error error;
+            const bool published =
+                race([&] { return publish(&error); },
+                     [&] {
+                         std::this_thread::sleep_for(std::chrono::microseconds(round * 500));
+                         ::rename(other.c_str(), m_destination.c_str());
+                     },
+                     round);
+            QCOMPARE(contents(m_destination), std::string("foreign"));
+            QCOMPARE(error.message, published ? QString() : kForeign);
+        }
+    }
 
 private:
     bool publish(Error *error = nullptr) const
@@ -144,398 +458,6 @@ private:
     fs::path m_destination;
     std::string m_new; // the bytes of the source
 };
-
-void TestIPAPublishing::init()
-{
-    m_folder = std::make_unique<QTemporaryDir>();
-    QVERIFY(m_folder->isValid());
-    const fs::path folder(m_folder->path().toStdString());
-    fs::create_directories(folder / "private");
-    fs::create_directories(folder / "chosen");
-    m_source = folder / "private" / "new.ipa";
-    m_destination = folder / "chosen" / "Банк 1.0.ipa";
-    QVERIFY(writeIPA(m_source, {.padding = 3 << 20}));
-    m_new = contents(m_source);
-}
-
-void TestIPAPublishing::freeName_data()
-{
-    QTest::addColumn<std::string>("name");
-    QTest::newRow("plain") << std::string("a.ipa");
-    QTest::newRow("Cyrillic") << std::string("Банк.ipa");
-    QTest::newRow("not UTF-8") << std::string("\xE0\xFF");
-    QTest::newRow("longest possible") << std::string(255, 'x');
-}
-
-void TestIPAPublishing::freeName()
-{
-    QFETCH(std::string, name);
-    const fs::path destination = m_destination.parent_path() / name;
-    Error error{u"untouched"_s};
-    QVERIFY2(ZarvoPublishIPA(m_source, destination, kInfo, &error), qPrintable(error.message));
-    QCOMPARE(contents(destination), m_new);
-    QVERIFY(!exists(m_source));
-    QCOMPARE(error.message, u"untouched"_s);
-    fs::remove(destination);
-}
-
-void TestIPAPublishing::noSuchFolder_data()
-{
-    QTest::addColumn<std::string>("name");
-    QTest::addColumn<QString>("message");
-    QTest::newRow("folder missing") << std::string("none/a.ipa")
-                                    << u"Не удалось сохранить «a.ipa»: Нет такого файла или каталога."_s;
-    QTest::newRow("folder is a file")
-        << std::string("private/new.ipa/b.ipa") << u"Не удалось сохранить «b.ipa»: Это не каталог."_s;
-    QTest::newRow("name too long") << std::string(256, 'x')
-                                   << u"Не удалось сохранить «%1»: Слишком длинное имя файла."_s.arg(
-                                          QString(256, u'x'));
-}
-
-void TestIPAPublishing::noSuchFolder()
-{
-    QFETCH(std::string, name);
-    QFETCH(QString, message);
-    const fs::path destination = fs::path(m_folder->path().toStdString()) / name;
-    Error error;
-    QVERIFY(!ZarvoPublishIPA(m_source, destination, kInfo, &error));
-    QCOMPARE(error.message, message);
-    QCOMPARE(contents(m_source), m_new);
-    QVERIFY(!ZarvoPublishIPA(m_source, destination, kInfo));
-}
-
-void TestIPAPublishing::sameBytes()
-{
-    fs::copy_file(m_source, m_destination);
-    const auto before = StateOf(m_destination);
-    // Also when the info is not the file's: equal bytes need no other proof.
-    QVERIFY(ZarvoPublishIPA(m_source, m_destination, {u"other"_s, u"2"_s}));
-    QCOMPARE(StateOf(m_destination) == before, true);
-    QCOMPARE(contents(m_source), m_new);
-
-    fs::remove(m_destination);
-    fs::create_hard_link(m_source, m_destination);
-    QVERIFY(publish());
-    QCOMPARE(contents(m_source), m_new);
-    QCOMPARE(contents(m_destination), m_new);
-}
-
-void TestIPAPublishing::earlierCopy()
-{
-    QVERIFY(writeIPA(m_destination, {.padding = 100}));
-    const std::ifstream reader(m_destination); // who reads the old file keeps it
-    QVERIFY(publish());
-    QCOMPARE(contents(m_destination), m_new);
-    QVERIFY(!exists(m_source));
-    QCOMPARE(entriesIn(m_destination.parent_path()), size_t{1});
-}
-
-void TestIPAPublishing::foreign_data()
-{
-    using Make = std::function<void(const fs::path &)>;
-    QTest::addColumn<Make>("make");
-    QTest::addColumn<QString>("message");
-    const auto row = [](const char *name, const Make &make, const QString &message = kForeign) {
-        QTest::newRow(name) << make << message;
-    };
-    row("no archive", [](const fs::path &p) { write(p, "my notes"); });
-    row("empty file", [](const fs::path &p) { write(p, ""); });
-    row("IPA of another app", [](const fs::path &p) { writeIPA(p, {.id = u"com.example.App"_s}); });
-    row("IPA of another version", [](const fs::path &p) { writeIPA(p, {.version = u"1.0.0"_s}); });
-    row("damaged earlier copy", [](const fs::path &p) {
-        writeIPA(p, {});
-        fs::resize_file(p, fs::file_size(p) - 10);
-    });
-    row("folder", [](const fs::path &p) { fs::create_directory(p); });
-    row("pipe", [](const fs::path &p) { ::mkfifo(p.c_str(), 0600); });
-    row(
-        "dangling link", [](const fs::path &p) { fs::create_symlink("nowhere", p); }, kLink);
-    row(
-        "link to an earlier copy",
-        [](const fs::path &p) {
-            writeIPA(p.parent_path() / "copy", {});
-            fs::create_symlink("copy", p);
-        },
-        kLink);
-    row(
-        "link to a folder", [](const fs::path &p) { fs::create_directory_symlink("/", p); }, kLink);
-}
-
-void TestIPAPublishing::foreign()
-{
-    QFETCH(std::function<void(const fs::path &)>, make);
-    QFETCH(QString, message);
-    make(m_destination);
-    const auto before = StateOf(m_destination);
-    QVERIFY(before);
-    Error error;
-    QVERIFY(!publish(&error));
-    QCOMPARE(error.message, message);
-    QVERIFY(!publish());
-    QVERIFY(StateOf(m_destination) == before);
-    QCOMPARE(contents(m_source), m_new);
-}
-
-void TestIPAPublishing::missingSource()
-{
-    fs::remove(m_source);
-    Error error;
-    QVERIFY(!publish(&error));
-    QCOMPARE(error.message, u"Не удалось сохранить «Банк 1.0.ipa»: Нет такого файла или каталога."_s);
-    QVERIFY(writeIPA(m_destination, {}));
-    QVERIFY(!publish(&error));
-    QCOMPARE(error.message, kNotReplaced);
-    QVERIFY(exists(m_destination));
-}
-
-void TestIPAPublishing::otherVolume()
-{
-    QTemporaryDir other(QLatin1StringView(kOtherVolume) + u"/zarvo-test-XXXXXX"_s);
-    if (!other.isValid() || deviceOf(kOtherVolume) == deviceOf(m_source))
-        QSKIP("Not seen: moving across volumes. /dev/shm and the folder for temporary files are one volume "
-              "here.");
-    const fs::path folder(other.path().toStdString());
-    fs::permissions(m_source, fs::perms(0644));
-    const auto before = StateOf(m_source);
-    Error error;
-    QVERIFY2(ZarvoPublishIPA(m_source, folder / "a.ipa", kInfo, &error), qPrintable(error.message));
-    QCOMPARE(contents(folder / "a.ipa"), m_new);
-    QVERIFY(fs::status(folder / "a.ipa").permissions() == fs::perms(0644));
-    QCOMPARE(StateOf(folder / "a.ipa")->modifiedNanoseconds, before->modifiedNanoseconds);
-    QVERIFY(!exists(m_source));
-    QCOMPARE(entriesIn(folder), size_t{1});
-
-    QVERIFY(writeIPA(m_source, {.padding = 7}));
-    QVERIFY(!ZarvoPublishIPA(m_source, folder / "a.ipa", kInfo, &error));
-    QCOMPARE(error.message, kNotReplaced);
-    QCOMPARE(contents(folder / "a.ipa"), m_new);
-    QVERIFY(exists(m_source));
-    QCOMPARE(entriesIn(folder), size_t{1});
-}
-
-// A copy that breaks off in the middle leaves nothing under any name.
-void TestIPAPublishing::fullVolume()
-{
-    QTemporaryDir other(QLatin1StringView(kOtherVolume) + u"/zarvo-test-XXXXXX"_s);
-    if (!other.isValid() || deviceOf(kOtherVolume) == deviceOf(m_source))
-        QSKIP("Not seen: moving across volumes. /dev/shm and the folder for temporary files are one volume "
-              "here.");
-    const fs::path folder(other.path().toStdString());
-    rlimit before{};
-    QCOMPARE(::getrlimit(RLIMIT_FSIZE, &before), 0);
-    rlimit small = before;
-    small.rlim_cur = 1'500'000;
-    const auto oldHandler = std::signal(SIGXFSZ, SIG_IGN);
-    QCOMPARE(::setrlimit(RLIMIT_FSIZE, &small), 0);
-    Error error;
-    const bool published = ZarvoPublishIPA(m_source, folder / "a.ipa", kInfo, &error);
-    QCOMPARE(::setrlimit(RLIMIT_FSIZE, &before), 0);
-    std::signal(SIGXFSZ, oldHandler);
-    QVERIFY(!published);
-    QCOMPARE(error.message, u"Не удалось сохранить «a.ipa»: Файл слишком велик."_s);
-    QCOMPARE(entriesIn(folder), size_t{0});
-    QCOMPARE(contents(m_source), m_new);
-}
-
-void TestIPAPublishing::everyWayOfMoving_data()
-{
-    QTest::addColumn<MoveWay>("way");
-    QTest::newRow("exclusive rename") << MoveWay::RenameExclusively;
-    QTest::newRow("link, then unlink") << MoveWay::LinkThenUnlink;
-    QTest::newRow("claim, then rename") << MoveWay::ClaimThenRename;
-}
-
-void TestIPAPublishing::everyWayOfMoving()
-{
-    QFETCH(MoveWay, way);
-    write(m_destination, "foreign");
-    QVERIFY(!MoveWithoutReplacing(m_source, m_destination, nullptr, way));
-    QCOMPARE(contents(m_destination), std::string("foreign"));
-    QCOMPARE(contents(m_source), m_new);
-    fs::remove(m_destination);
-
-    QVERIFY(MoveWithoutReplacing(m_source, m_destination, nullptr, way));
-    QCOMPARE(contents(m_destination), m_new);
-    QVERIFY(!exists(m_source));
-
-    // Nothing to move: the name stays free.
-    QVERIFY(!MoveWithoutReplacing(m_source, m_destination.string() + "2", nullptr, way));
-    QCOMPARE(entriesIn(m_destination.parent_path()), size_t{1});
-}
-
-void TestIPAPublishing::everyWayOfReplacing_data()
-{
-    QTest::addColumn<ReplaceWay>("way");
-    QTest::newRow("exchange") << ReplaceWay::Exchange;
-    QTest::newRow("check, then rename") << ReplaceWay::CheckThenRename;
-}
-
-void TestIPAPublishing::everyWayOfReplacing()
-{
-    QFETCH(ReplaceWay, way);
-    write(m_destination, "old");
-    const auto checked = StateOf(m_destination);
-    QVERIFY(checked);
-    write(m_destination, "changed since");
-    QCOMPARE(ReplaceFile(m_source, m_destination, *checked, way), Replacement::Refused);
-    QCOMPARE(contents(m_destination), std::string("changed since"));
-    QCOMPARE(contents(m_source), m_new);
-
-    QCOMPARE(ReplaceFile(m_source, m_destination, *StateOf(m_destination), way), Replacement::Done);
-    QCOMPARE(contents(m_destination), m_new);
-    QVERIFY(!exists(m_source));
-
-    fs::rename(m_destination, m_source);
-    QCOMPARE(ReplaceFile(m_source, m_destination, *checked, way), Replacement::Done); // removed meanwhile
-    QCOMPARE(contents(m_destination), m_new);
-}
-
-void TestIPAPublishing::foreignComesBetween_data()
-{
-    QTest::addColumn<QList<Interference>>("then"); // after the foreign file has come
-    QTest::addColumn<Replacement>("outcome");
-    QTest::addColumn<std::string>("there");  // under the name
-    QTest::addColumn<std::string>("beside"); // under the next one
-    const Interference nothing = [](const fs::path &) { return 0; };
-    const Interference fails = [](const fs::path &) { return EIO; };
-    const Interference removed = [](const fs::path &there) { return fs::remove(there) ? 0 : EIO; };
-    const Interference replaced = [](const fs::path &there) {
-        fs::remove(there);
-        write(there, "third");
-        return 0;
-    };
-    using List = QList<Interference>;
-    QTest::newRow("put back") << List{nothing} << Replacement::Refused << std::string("foreign")
-                              << std::string();
-    QTest::newRow("ours is removed: put back")
-        << List{removed, nothing} << Replacement::Refused << std::string("foreign") << std::string();
-    QTest::newRow("ours is replaced: kept beside the third")
-        << List{replaced, nothing} << Replacement::Failed << std::string("third") << std::string("foreign");
-    QTest::newRow("cannot be put back: kept beside")
-        << List{fails, fails, nothing} << Replacement::Failed << std::string("new") << std::string("foreign");
-    QTest::newRow("cannot be moved at all: its folder stays")
-        << List{fails} << Replacement::Failed << std::string("new") << std::string();
-}
-
-// It is in a private folder for a moment, and is gone with it unless it comes out again.
-void TestIPAPublishing::foreignComesBetween()
-{
-    QFETCH(QList<Interference>, then);
-    QFETCH(std::string, there);
-    QFETCH(std::string, beside);
-    write(m_destination, "old");
-    const auto checked = StateOf(m_destination);
-    interferences = QList<Interference>{[](const fs::path &name) {
-                        fs::remove(name);
-                        write(name, "foreign");
-                        return 0;
-                    }} +
-                    then;
-    fs::path source;
-    {
-        const auto folder = PrivateFolder::create(m_folder->path(), u".zarvo-"_s);
-        QVERIFY(folder);
-        source = fs::path(folder->filePath(u"new.ipa"_s).toStdString());
-        write(source, "new");
-        QTEST(ReplaceFile(source, m_destination, *checked), "outcome");
-        interferences.clear();
-    }
-    QCOMPARE(contents(m_destination), there);
-    QCOMPARE(contents(m_destination.parent_path() / "Банк 1.0 (2).ipa"), beside);
-    const bool isLeft = there != "foreign" && beside != "foreign";
-    QCOMPARE(contents(source), std::string(isLeft ? "foreign" : ""));
-    QCOMPARE(exists(source.parent_path()), isLeft);
-}
-
-void TestIPAPublishing::raceWithCreation_data()
-{
-    everyWayOfMoving_data();
-}
-
-// Whoever creates the file first has the name; the other one is told so, and nobody's bytes are lost.
-void TestIPAPublishing::raceWithCreation()
-{
-    QFETCH(MoveWay, way);
-    int ours = 0;
-    for (int round = 0; round < kRaceRounds; ++round) {
-        fs::remove(m_destination);
-        write(m_source, "new");
-        bool created = false;
-        const bool moved =
-            race([&] { return MoveWithoutReplacing(m_source, m_destination, nullptr, way); },
-                 [&] {
-                     const FileDescriptor file(
-                         ::open(m_destination.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
-                     created = file.isOpen() && ::write(file.get(), "foreign", 7) == 7;
-                 },
-                 round);
-        QCOMPARE(moved, !created);
-        QCOMPARE(contents(m_destination), std::string(created ? "foreign" : "new"));
-        QCOMPARE(exists(m_source), created);
-        ours += moved ? 1 : 0;
-    }
-    qInfo("%d of %d names were ours", ours, kRaceRounds);
-}
-
-void TestIPAPublishing::raceWithReplacement_data()
-{
-    QTest::addColumn<bool>("removed");
-    QTest::newRow("another file gets the name") << false;
-    QTest::newRow("the old file is removed") << true;
-}
-
-// The foreign file is put there exactly once, before or after our step: it must be there at the end.
-void TestIPAPublishing::raceWithReplacement()
-{
-    QFETCH(bool, removed);
-    const fs::path other = m_destination.parent_path() / "other";
-    int ours = 0;
-    for (int round = 0; round < kRaceRounds; ++round) {
-        fs::remove(m_destination);
-        write(m_destination, "old");
-        write(m_source, "new");
-        write(other, "foreign");
-        const auto checked = StateOf(m_destination);
-        QVERIFY(checked);
-        const bool replaced =
-            race([&] { return ReplaceFile(m_source, m_destination, *checked) == Replacement::Done; },
-                 [&] {
-                     if (removed)
-                         ::unlink(m_destination.c_str());
-                     else
-                         ::rename(other.c_str(), m_destination.c_str());
-                 },
-                 round);
-        if (!removed)
-            QCOMPARE(contents(m_destination), std::string("foreign"));
-        else if (exists(m_destination))
-            QCOMPARE(contents(m_destination), std::string("new"));
-        if (!replaced && !removed && exists(m_source))
-            QCOMPARE(contents(m_source), std::string("new"));
-        ours += replaced ? 1 : 0;
-    }
-    qInfo("%d of %d replacements came first", ours, kRaceRounds);
-}
-
-// The same with everything: the earlier copy is being checked while another file takes its name.
-void TestIPAPublishing::raceWithPublishing()
-{
-    const fs::path other = m_destination.parent_path() / "other";
-    for (int round = 0; round < kPublishingRaceRounds; ++round) {
-        QVERIFY(writeIPA(m_source, {.padding = 11}));
-        QVERIFY(writeIPA(m_destination, {}));
-        write(other, "foreign");
-        Error error;
-        const bool published = race([&] { return publish(&error); },
-                                    [&] {
-                                        std::this_thread::sleep_for(std::chrono::microseconds(round * 500));
-                                        ::rename(other.c_str(), m_destination.c_str());
-                                    },
-                                    round);
-        QCOMPARE(contents(m_destination), std::string("foreign"));
-        QCOMPARE(error.message, published ? QString() : kForeign);
-    }
-}
 
 QTEST_GUILESS_MAIN(TestIPAPublishing)
 #include "tst_ipa_publishing.moc"

@@ -84,104 +84,17 @@ Scenario &Scenario::times(int count)
     return *this;
 }
 
-Scenario &Scenario::step(const QJsonObject &step)
+Scenario &Scenario::step(const QString &name, const QJsonValue &value, QJsonObject details)
 {
     if (m_rules.isEmpty())
         when({});
+    details[name] = value;
     QJsonObject rule = m_rules.takeAt(m_rules.size() - 1).toObject();
     QJsonArray steps = rule.value("steps"_L1).toArray();
-    steps.append(step);
+    steps.append(details);
     rule[u"steps"_s] = steps;
     m_rules.append(rule);
     return *this;
-}
-
-Scenario &Scenario::prints(QStringView text)
-{
-    return step({{u"print"_s, text.toString()}});
-}
-
-Scenario &Scenario::prints(const QJsonObject &object)
-{
-    return prints(QString::fromUtf8(QJsonDocument(object).toJson(QJsonDocument::Compact)) + u'\n');
-}
-
-Scenario &Scenario::printsBytes(const QByteArray &bytes)
-{
-    return step({{u"printBytes"_s, QString::fromLatin1(bytes.toBase64())}});
-}
-
-Scenario &Scenario::printsError(QStringView text)
-{
-    return step({{u"print"_s, text.toString()}, {u"to"_s, u"err"_s}});
-}
-
-Scenario &Scenario::floods(qint64 bytes)
-{
-    return step({{u"flood"_s, bytes}});
-}
-
-Scenario &Scenario::floodsError(qint64 bytes)
-{
-    return step({{u"flood"_s, bytes}, {u"to"_s, u"err"_s}});
-}
-
-Scenario &Scenario::sleeps(milliseconds time)
-{
-    return step({{u"sleep"_s, qint64{time.count()}}});
-}
-
-Scenario &Scenario::exits(int code)
-{
-    return step({{u"exit"_s, code}});
-}
-
-Scenario &Scenario::raises(int signal)
-{
-    return step({{u"raise"_s, signal}});
-}
-
-Scenario &Scenario::ignores(int signal)
-{
-    return step({{u"ignore"_s, signal}});
-}
-
-Scenario &Scenario::grows(qint64 bytes, milliseconds within, QStringView path)
-{
-    return step({{u"grow"_s, bytes}, {u"within"_s, qint64{within.count()}}, {u"path"_s, path.toString()}});
-}
-
-Scenario &Scenario::copies(const QString &file, QStringView path)
-{
-    return step({{u"copy"_s, file}, {u"path"_s, path.toString()}});
-}
-
-Scenario &Scenario::leavesGrandchild(milliseconds life)
-{
-    return step({{u"grandchild"_s, qint64{life.count()}}});
-}
-
-Scenario &Scenario::awaits(const QString &file, milliseconds limit)
-{
-    return step({{u"await"_s, file}, {u"limit"_s, qint64{limit.count()}}});
-}
-
-Scenario &Scenario::litters(milliseconds time)
-{
-    return step({{u"litter"_s, qint64{time.count()}}});
-}
-
-Scenario &Scenario::promptsOnTerminal(QStringView prompt)
-{
-    return step({{u"terminal"_s, prompt.toString()}});
-}
-
-Scenario &Scenario::asks(QStringView prompt, Typing typing)
-{
-    const QString how = typing == Typing::Raw      ? u"raw"_s
-                        : typing == Typing::Hidden ? u"hidden"_s
-                                                   : u"shown"_s;
-    return step({{u"ask"_s, prompt.toString()}, {u"typing"_s, how}});
 }
 
 ScriptedTools::ScriptedTools()
@@ -236,11 +149,6 @@ bool ScriptedTools::waitForEvents(const QString &name, QStringView event, qsizet
 {
     return QTest::qWaitFor([&] { return events(name, event).size() >= count; },
                            static_cast<int>(limit.count()));
-}
-
-bool ScriptedTools::waitForCalls(const QString &name, qsizetype count, milliseconds limit) const
-{
-    return waitForEvents(name, u"call", count, limit);
 }
 
 TemporaryTmpdir::TemporaryTmpdir()

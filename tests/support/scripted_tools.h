@@ -35,42 +35,69 @@ public:
     /// The rule serves so many calls; then the later ones have their turn.
     Scenario &times(int count);
 
-    Scenario &prints(QStringView text);
-    /// One compact line.
-    Scenario &prints(const QJsonObject &object);
-    Scenario &printsBytes(const QByteArray &bytes);
-    Scenario &printsError(QStringView text);
+    Scenario &prints(QStringView text) { return step(QStringLiteral("print"), text.toString()); }
+    Scenario &printsBytes(const QByteArray &bytes)
+    {
+        return step(QStringLiteral("printBytes"), QString::fromLatin1(bytes.toBase64()));
+    }
+    Scenario &printsError(QStringView text)
+    {
+        return step(QStringLiteral("print"), text.toString(), toError());
+    }
     /// So many bytes on standard output as fast as they go; a negative number never ends.
-    Scenario &floods(qint64 bytes);
-    Scenario &floodsError(qint64 bytes);
-    Scenario &sleeps(std::chrono::milliseconds time);
-    Scenario &exits(int code);
-    Scenario &raises(int signal);
+    Scenario &floods(qint64 bytes) { return step(QStringLiteral("flood"), bytes); }
+    Scenario &floodsError(qint64 bytes) { return step(QStringLiteral("flood"), bytes, toError()); }
+    Scenario &sleeps(std::chrono::milliseconds time) { return step(QStringLiteral("sleep"), in(time)); }
+    Scenario &exits(int code) { return step(QStringLiteral("exit"), code); }
+    Scenario &raises(int signal) { return step(QStringLiteral("raise"), signal); }
     Scenario &stops() { return raises(SIGSTOP); }
-    Scenario &ignores(int signal);
+    Scenario &ignores(int signal) { return step(QStringLiteral("ignore"), signal); }
     Scenario &ignoresTermination() { return ignores(SIGTERM); }
     /// A file of so many (sparse) bytes grows at `path`, by default where the option --output says.
-    Scenario &grows(qint64 bytes, std::chrono::milliseconds within, QStringView path = u"{--output}");
+    Scenario &grows(qint64 bytes, std::chrono::milliseconds within, QStringView path = u"{--output}")
+    {
+        return step(QStringLiteral("grow"), bytes,
+                    {{QStringLiteral("within"), in(within)}, {QStringLiteral("path"), path.toString()}});
+    }
     /// Makes an empty file, which tells the test how far the tool has come.
     Scenario &touches(QStringView path) { return grows(0, {}, path); }
-    Scenario &copies(const QString &file, QStringView path = u"{--output}");
+    Scenario &copies(const QString &file, QStringView path = u"{--output}")
+    {
+        return step(QStringLiteral("copy"), file, {{QStringLiteral("path"), path.toString()}});
+    }
     /// Leaves a process that holds the outputs for this time.
-    Scenario &leavesGrandchild(std::chrono::milliseconds life);
+    Scenario &leavesGrandchild(std::chrono::milliseconds life)
+    {
+        return step(QStringLiteral("grandchild"), in(life));
+    }
     /// Waits until the file exists; gives up with an exit code of its own after the limit.
-    Scenario &awaits(const QString &file, std::chrono::milliseconds limit = std::chrono::seconds(20));
+    Scenario &awaits(const QString &file, std::chrono::milliseconds limit = std::chrono::seconds(20))
+    {
+        return step(QStringLiteral("await"), file, {{QStringLiteral("limit"), in(limit)}});
+    }
     /// Keeps making files in the folder of its standard output.
-    Scenario &litters(std::chrono::milliseconds time);
+    Scenario &litters(std::chrono::milliseconds time) { return step(QStringLiteral("litter"), in(time)); }
     /// Prompts on the controlling terminal and logs a "terminal" event: {"opened": bool}.
-    Scenario &promptsOnTerminal(QStringView prompt);
+    Scenario &promptsOnTerminal(QStringView prompt)
+    {
+        return step(QStringLiteral("terminal"), prompt.toString());
+    }
 
     enum class Typing { Shown, Hidden, Raw };
     /// Prints a prompt without newline, waits for a line on standard input and logs a "line" event: {"text":
     /// …}. Hidden switches the terminal's echo off; Raw reads bytes and echoes stars; both lose what was
     /// typed ahead.
-    Scenario &asks(QStringView prompt, Typing typing = Typing::Shown);
+    Scenario &asks(QStringView prompt, Typing typing = Typing::Shown)
+    {
+        static constexpr QStringView kTypings[] = {u"shown", u"hidden", u"raw"};
+        return step(QStringLiteral("ask"), prompt.toString(),
+                    {{QStringLiteral("typing"), kTypings[static_cast<int>(typing)].toString()}});
+    }
 
 private:
-    Scenario &step(const QJsonObject &step);
+    Scenario &step(const QString &name, const QJsonValue &value, QJsonObject details = {});
+    static qint64 in(std::chrono::milliseconds time) { return time.count(); }
+    static QJsonObject toError() { return {{QStringLiteral("to"), QStringLiteral("err")}}; }
 
     QString m_toolPath;
     QJsonArray m_rules;
@@ -101,8 +128,10 @@ public:
     /// The arguments of all its calls, in order.
     QList<QStringList> calls(const QString &name) const;
     /// Runs the event loop until the tool has been called so often; false when that did not happen in time.
-    bool waitForCalls(const QString &name, qsizetype count,
-                      std::chrono::milliseconds limit = std::chrono::seconds(20)) const;
+    bool waitForCalls(const QString &name, qsizetype count) const
+    {
+        return waitForEvents(name, u"call", count);
+    }
     bool waitForEvents(const QString &name, QStringView event, qsizetype count,
                        std::chrono::milliseconds limit = std::chrono::seconds(20)) const;
 
