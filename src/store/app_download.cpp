@@ -83,9 +83,10 @@ QString ProgressText(qint64 bytes, std::chrono::seconds elapsed)
     constexpr qint64 kilobyte = 1000;
     constexpr qint64 megabyte = 1'000'000; // below it a fraction would only flicker
     // The toolkit's word for single bytes knows no numeral ("0 байты").
-    const QString size = bytes < kilobyte
-        ? u"%1 Б"_s.arg(bytes)
-        : QLocale(QLocale::Russian).formattedDataSize(bytes, bytes < megabyte ? 0 : 1, QLocale::DataSizeSIFormat);
+    const QString size =
+        bytes < kilobyte ? u"%1 Б"_s.arg(bytes)
+                         : QLocale(QLocale::Russian)
+                               .formattedDataSize(bytes, bytes < megabyte ? 0 : 1, QLocale::DataSizeSIFormat);
     return u"Получено %1 • %2 с"_s.arg(size).arg(elapsed.count());
 }
 
@@ -98,8 +99,14 @@ std::optional<QString> ZarvoApp::downloadWorker(const AppRow &row, const QString
     if (!folder)
         return std::nullopt;
     const QString file = folder->filePath(u"download.ipa"_s);
-    if (!fetch(row, numericID, folder->path(), file, exact, error) || cancelled)
+    Error failure;
+    const bool fetched = fetch(row, numericID, folder->path(), file, exact, &failure);
+    if (cancelled) // what a tool says that was asked to end is no reason
         return std::nullopt;
+    if (!fetched) {
+        Fail(error, failure);
+        return std::nullopt;
+    }
 
     setStatus(u"Проверка IPA: %1"_s.arg(row.name));
     const auto info = ZarvoValidateIPA(toPath(file), row.id, error);
