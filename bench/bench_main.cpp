@@ -25,10 +25,12 @@ int main(int argc, char **argv)
     const QString self = QCoreApplication::applicationFilePath();
     const QString zarvo = QFileInfo(self).absolutePath() + u"/../bin/zarvo"_s;
     const QTemporaryDir folder;
+    qputenv("XDG_CONFIG_HOME", folder.path().toLocal8Bit()); // not the settings of who measures
     std::printf("| what | measured | figure | |\n|---|---|---|---|\n");
     benchRunner(self);
     benchIPA(zarvo, folder.path());
     benchRedaction();
     benchWindow(self, folder.path());
+    benchBatch(folder.path());
     return allMet() ? 0 : 1;
 }

@@ -26,14 +26,6 @@ constexpr double kStart = 0.200;
 constexpr double kStartMemory = 70;
 constexpr auto kPatience = std::chrono::seconds(60);
 
-void writeScript(const QString &path, const QByteArray &body)
-{
-    QFile file(path);
-    if (file.open(QIODevice::WriteOnly))
-        file.write("#!/bin/sh\n" + body + "\n");
-    file.setPermissions(QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
-}
-
 QByteArray appsReply(int count)
 {
     QByteArray reply = "{\"apps\":[";
@@ -60,15 +52,6 @@ devices) echo '{"devices":[{"id":"phone","name":"Phone","ios":"17.5"}]}' ;;
 apps) cat "$(dirname "$0")/../apps.json" ;;
 *) echo '{"details":[]}' ;;
 esac)");
-}
-
-QWidget *mainWindow()
-{
-    for (QWidget *widget : QApplication::topLevelWidgets()) {
-        if (qobject_cast<MainWindow *>(widget))
-            return widget;
-    }
-    return nullptr;
 }
 
 // The longest stretch in which the event loop did not come round.
@@ -152,6 +135,23 @@ void measureList(int count, const QString &folder, bool strict)
 }
 
 } // namespace
+
+void writeScript(const QString &path, const QByteArray &body)
+{
+    QFile file(path);
+    if (file.open(QIODevice::WriteOnly))
+        file.write("#!/bin/sh\n" + body + "\n");
+    file.setPermissions(QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+}
+
+QWidget *mainWindow()
+{
+    for (QWidget *widget : QApplication::topLevelWidgets()) {
+        if (qobject_cast<MainWindow *>(widget))
+            return widget;
+    }
+    return nullptr;
+}
 
 int showWindowOnce(int argc, char **argv)
 {

@@ -9,6 +9,8 @@
 #include <functional>
 #include <vector>
 
+class QWidget;
+
 /// Seconds of the monotonic clock, which all processes share.
 double now();
 double median(std::vector<double> values);
@@ -37,10 +39,16 @@ void report(const QString &what, const QString &value, const QString &figure = {
 /// True when every figure so far was met.
 bool allMet();
 
+/// An executable script for /bin/sh.
+void writeScript(const QString &path, const QByteArray &body);
+/// The program's window in this process; null when there is none.
+QWidget *mainWindow();
+
 void benchRunner(const QString &self);
 void benchIPA(const QString &zarvo, const QString &folder);
 void benchRedaction();
 void benchWindow(const QString &self, const QString &folder);
+void benchBatch(const QString &parent);
 
 /// Modes in which the program runs itself as a child.
 int printTime();

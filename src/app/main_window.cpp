@@ -176,6 +176,7 @@ void ZarvoApp::buildMenu(QMenuBar *bar)
     QMenu *application = bar->addMenu(u"Zarvo"_s);
     QAction *quit = add(application, u"Завершить Zarvo"_s, QKeySequence::Quit);
     quit->setShortcut(Qt::CTRL | Qt::Key_Q);
+    quit->setShortcutContext(Qt::ApplicationShortcut); // also in the windows beside this one
     quit->setMenuRole(QAction::QuitRole);
     connect(quit, &QAction::triggered, qApp, &QCoreApplication::quit);
 

@@ -32,11 +32,18 @@ void removeRows(QLayout *stack)
 {
     while (QLayoutItem *item = stack->takeAt(0)) {
         if (QWidget *row = item->widget()) {
-            row->hide();
-            row->deleteLater(); // its button may be the one that asked for this
+            row->setParent(nullptr); // no longer among the window's views
+            row->deleteLater();      // its button may be the one that asked for this
         }
         delete item;
     }
+}
+
+// A layout shows its new views only later; the focus needs them now.
+void addRow(QVBoxLayout *stack, QWidget *row, Qt::Alignment alignment = {})
+{
+    stack->addWidget(row, 0, alignment);
+    row->show();
 }
 
 } // namespace
@@ -153,17 +160,17 @@ void ZarvoApp::refreshHistory()
     m_historyShown = lines;
     const int focused = FocusedButton(historyWindow);
     removeRows(historyStack);
-    historyStack->addWidget(ZarvoLabel(u"История хранится в Zarvo. Для работы с телефоном подключите его "
-                                       "кабелем и выберите в главном окне."_s,
-                                       false));
+    addRow(historyStack, ZarvoLabel(u"История хранится в Zarvo. Для работы с телефоном подключите его "
+                                    "кабелем и выберите в главном окне."_s,
+                                    false));
     if (savedPhones.isEmpty())
-        historyStack->addWidget(ZarvoLabel(u"История устройств пуста."_s, true));
+        addRow(historyStack, ZarvoLabel(u"История устройств пуста."_s, true));
     for (const PhoneEntry &entry : std::as_const(savedPhones))
-        historyStack->addWidget(makeHistoryRow(entry));
+        addRow(historyStack, makeHistoryRow(entry));
     QPushButton *clear = ZarvoButton(u"Очистить историю"_s, this, &ZarvoApp::clearHistory);
     clear->setObjectName(u"clearHistory"_s);
     clear->setEnabled(!busy && !savedPhones.isEmpty());
-    historyStack->addWidget(clear, 0, Qt::AlignLeft);
+    addRow(historyStack, clear, Qt::AlignLeft);
     historyStack->addStretch(1);
     FocusButton(historyWindow, focused);
 }

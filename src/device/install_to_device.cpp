@@ -57,6 +57,8 @@ void ZarvoApp::chooseIPA()
 
 void ZarvoApp::setIPA(const QString &file)
 {
+    if (QFileInfo(file).suffix().compare("ipa"_L1, Qt::CaseInsensitive) != 0)
+        return; // typed: the panel lists none but these
     ipa = file;
     ipaLabel->setText(QFileInfo(file).fileName());
     updateControls();

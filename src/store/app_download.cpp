@@ -100,8 +100,14 @@ std::optional<QString> ZarvoApp::downloadWorker(const AppRow &row, const QString
     if (!folder)
         return std::nullopt;
     const QString file = folder->filePath(u"download.ipa"_s);
-    if (!fetch(row, numericID, folder->path(), file, exact, error) || cancelled)
+    Error failure;
+    const bool fetched = fetch(row, numericID, folder->path(), file, exact, &failure);
+    if (cancelled) // what a tool says that was asked to end is no reason
         return std::nullopt;
+    if (!fetched) {
+        Fail(error, failure);
+        return std::nullopt;
+    }
 
     setStatus(u"Проверка IPA: %1"_s.arg(row.name));
     const auto info = ZarvoValidateIPA(toPath(file), row.id, error);

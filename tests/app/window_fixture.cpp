@@ -57,6 +57,13 @@ void Program::isolate()
     static const QTemporaryDir home;
     qputenv("XDG_CONFIG_HOME", QFile::encodeName(home.path()));
     qputenv("XDG_DATA_HOME", QFile::encodeName(home.path()));
+    for (const char *bus : {"DBUS_SESSION_BUS_ADDRESS", "DBUS_SYSTEM_BUS_ADDRESS"})
+        qputenv(bus, "unix:path=/nonexistent");
+}
+
+QString Program::settingsFile()
+{
+    return qEnvironmentVariable("XDG_CONFIG_HOME") + u"/Zarvo/Zarvo.conf"_s;
 }
 
 Program::Program()
@@ -65,6 +72,7 @@ Program::Program()
     , m_app(std::make_unique<ZarvoApp>(tools.path()))
 {
     QApplication::setQuitOnLastWindowClosed(false);
+    QFile::remove(settingsFile());
     playDevice();
     playStore();
 }
@@ -103,6 +111,14 @@ bool Program::start()
 {
     m_app->applicationDidFinishLaunching();
     return activate();
+}
+
+bool Program::restart()
+{
+    m_app.reset();
+    QCoreApplication::processEvents(); // what still tells of the former window must not reach the new one
+    m_app = std::make_unique<ZarvoApp>(tools.path());
+    return startWithPhone();
 }
 
 bool Program::startWithPhone()
@@ -180,8 +196,8 @@ void Program::type(const char *field, const QString &text) const
         QTest::sendKeyEvent(QTest::Click, line, Qt::Key_unknown, QString(letter), Qt::NoModifier);
 }
 
-bool Program::download(const std::function<void(QFileDialog &)> &inspect,
-                       const std::function<void()> &then) const
+bool Program::answerChooser(const char *button, const std::function<void(QFileDialog &)> &inspect,
+                            const std::function<void()> &then) const
 {
     bool answered = false;
     QTimer answering;
@@ -202,8 +218,20 @@ bool Program::download(const std::function<void(QFileDialog &)> &inspect,
             then();
     });
     answering.start(kLookAgain);
-    press("downloadButton");
+    press(button);
     return answered && activate();
+}
+
+bool Program::chooseIPA(const QString &file) const
+{
+    press("chooseIPA");
+    QFileDialog *chooser = openChooser();
+    if (!chooser)
+        return false;
+    auto *name = chooser->findChild<QLineEdit *>(u"fileNameEdit"_s);
+    name->setText(file);
+    QTest::keyClick(name, Qt::Key_Return);
+    return !chooser->isVisible() && activate();
 }
 
 QDialog *Program::alert() const

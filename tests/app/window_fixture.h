@@ -1,5 +1,5 @@
-// The program as its user meets it: the real controller with its window offscreen, tools played by the helper,
-// everything found by its name and used with mouse and keys. Main thread only.
+// The program as its user meets it: the real controller with its window offscreen, tools played by the
+// helper, everything found by its name and used with mouse and keys. Main thread only.
 #pragma once
 
 #include "app/zarvo_app.h"
@@ -26,9 +26,9 @@ inline constexpr int kPatience = 20'000;
 /// Rules that a tool follows before the usual ones.
 using Rules = std::function<void(Scenario &)>;
 
-/// What each test gets afresh. Unless told otherwise the tools are well, the account is signed in, one phone is
-/// connected, and three apps are on it: one whose store identifiers are known, one that must be looked up in the
-/// purchases, and one with a name like markup.
+/// What each test gets afresh. Unless told otherwise the tools are well, the account is signed in, one phone
+/// is connected, and three apps are on it: one whose store identifiers are known, one that must be looked up
+/// in the purchases, and one with a name like markup.
 class Program
 {
 public:
@@ -37,14 +37,19 @@ public:
     Program(const Program &) = delete;
     Program &operator=(const Program &) = delete;
 
-    /// For initMain(): settings of the person who runs the tests are neither read nor written.
+    /// For initMain(): settings of the person who runs the tests are neither read nor written, and nothing is
+    /// asked of the desktop's message buses.
     static void isolate();
+    /// The file with the program's settings; each test begins without it.
+    static QString settingsFile();
 
     void playDevice(const Rules &first = {});
     void playStore(const Rules &first = {});
 
     /// Starts the program; true when its window is the active one.
     bool start();
+    /// Ends the program and starts it again.
+    bool restart();
     /// Starts it and waits for the phone in the list; true when it has come.
     bool startWithPhone();
     /// Starts it, chooses the phone and waits for the apps; true when they are there.
@@ -73,10 +78,21 @@ public:
     bool chooseApp(const QString &name) const;
     void type(const char *field, const QString &text) const;
 
-    /// Presses the download button and answers the folder chooser: sees `inspect` done, types the destination,
-    /// confirms, and sees `then` done before the program goes on. False when no chooser came.
+    /// Presses the download button, or the one for all apps, and answers the folder chooser: sees `inspect`
+    /// done, types the destination, confirms, and sees `then` done before the program goes on. False when no
+    /// chooser came.
     bool download(const std::function<void(QFileDialog &)> &inspect = {},
-                  const std::function<void()> &then = {}) const;
+                  const std::function<void()> &then = {}) const
+    {
+        return answerChooser("downloadButton", inspect, then);
+    }
+    bool downloadAll(const std::function<void(QFileDialog &)> &inspect = {},
+                     const std::function<void()> &then = {}) const
+    {
+        return answerChooser("allButton", inspect, then);
+    }
+    /// Chooses the file for installing, by its name typed into the panel.
+    bool chooseIPA(const QString &file) const;
 
     /// The alert on the window; null when there is none.
     QDialog *alert() const;
@@ -95,6 +111,8 @@ public:
 
 private:
     bool activate() const;
+    bool answerChooser(const char *button, const std::function<void(QFileDialog &)> &inspect,
+                       const std::function<void()> &then) const;
 
     std::unique_ptr<ZarvoApp> m_app;
 };
