@@ -1,6 +1,5 @@
-#include "app/window_fixture.h"
-
 #include "app/view_factories.h"
+#include "app/window_fixture.h"
 
 #include <QAccessible>
 #include <QApplication>
@@ -47,7 +46,9 @@ QList<QAccessibleInterface *> accessibles(QAccessibleInterface *root, QAccessibl
         return found;
     if (root->role() == role)
         found.append(root);
-    for (int i = 0; role != QAccessible::Table && root->role() == QAccessible::Table ? false : i < root->childCount(); ++i)
+    for (int i = 0;
+         role != QAccessible::Table && root->role() == QAccessible::Table ? false : i < root->childCount();
+         ++i)
         found += accessibles(root->child(i), role);
     return found;
 }
@@ -90,8 +91,8 @@ QWidgetList WindowTest::inReadingOrder() const
     QWidgetList widgets;
     const auto all = content->findChildren<QWidget *>();
     for (QWidget *widget : all) {
-        const bool own = qobject_cast<QTableView *>(widget) || qobject_cast<QComboBox *>(widget)
-            || (!reading(widget).isEmpty() && !qobject_cast<QAbstractItemView *>(widget->parent()));
+        const bool own = qobject_cast<QTableView *>(widget) || qobject_cast<QComboBox *>(widget) ||
+                         (!reading(widget).isEmpty() && !qobject_cast<QAbstractItemView *>(widget->parent()));
         if (own && widget->isVisible())
             widgets.append(widget);
     }
@@ -115,7 +116,8 @@ void WindowTest::readsAsAgreed()
     const QStringList expected{
         u"Zarvo"_s,
         texts.value(1).section(u' ', 0, 0) + u" • Прямое подключение к iPhone"_s,
-        u"Приложения загружаются с серверов Apple через аккаунт владельца. Данные установленных приложений с iPhone не "
+        u"Приложения загружаются с серверов Apple через аккаунт владельца. Данные установленных приложений с "
+        u"iPhone не "
         "копируются."_s,
         u""_s,
         u"Сведения об iPhone"_s,
@@ -153,8 +155,9 @@ void WindowTest::readsAsAgreed()
         menus.append(u"%1 %2"_s.arg(action->text(), action->shortcut().toString()).trimmed());
     menus.removeAll(QString());
     menus.sort();
-    QCOMPARE(menus, (QStringList{u"Zarvo"_s, u"Вставить Ctrl+V"_s, u"Выбрать всё Ctrl+A"_s, u"Вырезать Ctrl+X"_s,
-                                 u"Завершить Zarvo Ctrl+Q"_s, u"Копировать Ctrl+C"_s, u"Правка"_s}));
+    QCOMPARE(menus,
+             (QStringList{u"Zarvo"_s, u"Вставить Ctrl+V"_s, u"Выбрать всё Ctrl+A"_s, u"Вырезать Ctrl+X"_s,
+                          u"Завершить Zarvo Ctrl+Q"_s, u"Копировать Ctrl+C"_s, u"Правка"_s}));
 }
 
 void WindowTest::tabsInReadingOrder()
@@ -221,7 +224,8 @@ void WindowTest::showsALogo()
     QVERIFY(!hasFile || picture.save(m->tools.filePath(u"AppLogo.png"_s)));
     QVERIFY(m->start());
     const auto labels = m->window()->findChildren<QLabel *>();
-    const auto logo = std::find_if(labels.begin(), labels.end(), [](QLabel *label) { return !label->pixmap().isNull(); });
+    const auto logo =
+        std::find_if(labels.begin(), labels.end(), [](QLabel *label) { return !label->pixmap().isNull(); });
     QVERIFY(logo != labels.end());
     QCOMPARE((*logo)->size(), QSize(Scaled(54), Scaled(54)));
     QTEST((*logo)->pixmap().toImage().pixelColor(20, 20), "color");
@@ -257,9 +261,8 @@ void WindowTest::quits_data()
 {
     using Way = std::function<void(QWidget *)>;
     QTest::addColumn<Way>("way");
-    QTest::newRow("with a key") << Way([](QWidget *window) {
-        QTest::keyClick(window->windowHandle(), Qt::Key_Q, Qt::ControlModifier);
-    });
+    QTest::newRow("with a key") << Way(
+        [](QWidget *window) { QTest::keyClick(window->windowHandle(), Qt::Key_Q, Qt::ControlModifier); });
     QTest::newRow("by closing the window") << Way([](QWidget *window) { window->close(); });
 }
 
@@ -315,7 +318,8 @@ void WindowTest::announcesAlerts()
         for (QAccessibleInterface *part : parts)
             names.append(part->text(QAccessible::Name));
     }
-    QCOMPARE(names, (QStringList{u"Операция не выполнена"_s, m->status(), u"Понятно"_s, u"Скопировать ошибку"_s}));
+    QCOMPARE(names,
+             (QStringList{u"Операция не выполнена"_s, m->status(), u"Понятно"_s, u"Скопировать ошибку"_s}));
     QVERIFY(m->status().endsWith(u"a & <b>b</b>"_s));
 }
 

@@ -83,8 +83,8 @@ void WindowDevicesTest::looksAgainEverySixSeconds()
     QElapsedTimer clock;
     clock.start();
     EVENTUALLY_EQUAL(m->phonesListed().size(), 3);
-    QVERIFY2(clock.elapsed() > kSoon, "too soon");
-    EVENTUALLY_EQUAL(polls(), 3);
+    QVERIFY2(clock.elapsed() > kSoon && clock.elapsed() < 3 * kSoon,
+             qPrintable(QString::number(clock.elapsed())));
 }
 
 void WindowDevicesTest::leavesTheChosenPhoneAlone()
@@ -111,7 +111,8 @@ void WindowDevicesTest::forgetsAPhoneThatIsGone_data()
     const QString connect = u"Подключите iPhone кабелем и выберите его в списке."_s;
     QTest::newRow("none is left") << uR"({"devices":[]})"_s << connect;
     QTest::newRow("the answer has no list") << u"{}"_s << connect;
-    QTest::newRow("the answer tells of a failure") << uR"({"devices":[{"id":"PHONE-1"}],"error":"x"})"_s << connect;
+    QTest::newRow("the answer tells of a failure")
+        << uR"({"devices":[{"id":"PHONE-1"}],"error":"x"})"_s << connect;
     QTest::newRow("another one is there")
         << uR"({"devices":[{"id":"PHONE-2"}]})"_s << u"iPhone найден. Выберите устройство в списке выше."_s;
 }
@@ -161,7 +162,6 @@ void WindowDevicesTest::changesThePhone()
     EVENTUALLY_EQUAL(m->status(), u"Прочитано приложений: 3. Выберите приложение в таблице."_s);
     EVENTUALLY(!m->isBusy());
     QVERIFY(m->chooseApp(u"Карты"_s));
-    answerApps(uR"({"apps":[{"id":"com.example.maps"}]})");
     m->playDevice([](Scenario &tool) {
         tool.when({u"devices"}).prints(kTwoPhones);
         tool.when({u"apps", u"PHONE-2"}).prints(uR"({"apps":[{"id":"com.example.maps"}]})");
@@ -192,8 +192,8 @@ void WindowDevicesTest::dropsPollsDuringWork()
     m->ask("refresh");
     m->tools.touch(u"poll"_s);
     EVENTUALLY_EQUAL(PrivateFoldersIn(m->temporary.path()).size(), 1); // the poll has ended, the read goes on
-    QTest::qWait(0);
-    QCOMPARE(m->phonesListed().size(), 2); // its answer came too late
+    QTest::qWait(0);                                                   // what it has queued arrives
+    QCOMPARE(m->phonesListed().size(), 2);                             // its answer came too late
     m->tools.touch(u"apps"_s);
     EVENTUALLY(!m->isBusy());
     QCOMPARE(polls(), before + 1);
@@ -247,7 +247,8 @@ void WindowDevicesTest::dropsAHiddenChoice()
 void WindowDevicesTest::keepsTheChoiceWhenReadingAgain()
 {
     QVERIFY(m->startWithApps() && m->chooseApp(u"Карты"_s));
-    answerApps(uR"({"apps":[{"id":"com.example.maps","name":"Карты","version":"2"},{"id":"a","name":"Агент"}]})");
+    answerApps(
+        uR"({"apps":[{"id":"com.example.maps","name":"Карты","version":"2"},{"id":"a","name":"Агент"}]})");
     m->press("reloadApps");
     EVENTUALLY_EQUAL(m->text("ownerLabel"), u"Выбрано: Карты 2"_s);
     EVENTUALLY(!m->isBusy());

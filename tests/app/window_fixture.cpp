@@ -180,7 +180,8 @@ void Program::type(const char *field, const QString &text) const
         QTest::sendKeyEvent(QTest::Click, line, Qt::Key_unknown, QString(letter), Qt::NoModifier);
 }
 
-bool Program::download(const std::function<void(QFileDialog &)> &inspect, const std::function<void()> &then) const
+bool Program::download(const std::function<void(QFileDialog &)> &inspect,
+                       const std::function<void()> &then) const
 {
     bool answered = false;
     QTimer answering;

@@ -1,5 +1,5 @@
-// The program as its user meets it: the real controller with its window offscreen, tools played by the helper,
-// everything found by its name and used with mouse and keys. Main thread only.
+// The program as its user meets it: the real controller with its window offscreen, tools played by the
+// helper, everything found by its name and used with mouse and keys. Main thread only.
 #pragma once
 
 #include "app/zarvo_app.h"
@@ -26,9 +26,9 @@ inline constexpr int kPatience = 20'000;
 /// Rules that a tool follows before the usual ones.
 using Rules = std::function<void(Scenario &)>;
 
-/// What each test gets afresh. Unless told otherwise the tools are well, the account is signed in, one phone is
-/// connected, and three apps are on it: one whose store identifiers are known, one that must be looked up in the
-/// purchases, and one with a name like markup.
+/// What each test gets afresh. Unless told otherwise the tools are well, the account is signed in, one phone
+/// is connected, and three apps are on it: one whose store identifiers are known, one that must be looked up
+/// in the purchases, and one with a name like markup.
 class Program
 {
 public:
@@ -72,8 +72,8 @@ public:
     bool chooseApp(const QString &name) const;
     void type(const char *field, const QString &text) const;
 
-    /// Presses the download button and answers the folder chooser: sees `inspect` done, types the destination,
-    /// confirms, and sees `then` done before the program goes on. False when no chooser came.
+    /// Presses the download button and answers the folder chooser: sees `inspect` done, types the
+    /// destination, confirms, and sees `then` done before the program goes on. False when no chooser came.
     bool download(const std::function<void(QFileDialog &)> &inspect = {},
                   const std::function<void()> &then = {}) const;
 
