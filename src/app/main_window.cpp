@@ -147,8 +147,8 @@ void ZarvoApp::buildWindow()
     connect(window.get(), &MainWindow::closed, qApp, &QCoreApplication::quit);
     buildMenu(window->menuBar());
 
-    auto *content = new FlippedView;
-    auto *stack = new QVBoxLayout(content);
+    m_content = new FlippedView;
+    auto *stack = new QVBoxLayout(m_content);
     stack->setContentsMargins(Scaled(kContentMargins.left()), Scaled(kContentMargins.top()),
                               Scaled(kContentMargins.right()), Scaled(kContentMargins.bottom()));
     stack->setSpacing(Scaled(kContentSpacing));
@@ -159,7 +159,7 @@ void ZarvoApp::buildWindow()
     scroll->setFrameShape(QFrame::NoFrame);
     scroll->setWidgetResizable(true);
     scroll->setFocusPolicy(Qt::NoFocus);
-    scroll->setWidget(content);
+    scroll->setWidget(m_content);
     window->setCentralWidget(scroll);
     window->show();
     window->activateWindow();

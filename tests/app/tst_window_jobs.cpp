@@ -208,8 +208,14 @@ void WindowJobsTest::keepsTheFocusOffCancelling()
     check->setFocus();
     QTest::keyClick(check, Qt::Key_Space);
     QVERIFY(m->isBusy());
-    QTest::keyClick(m->window()->windowHandle(), Qt::Key_Space);
-    QVERIFY(QApplication::focusWidget() != m->find("cancelButton"));
+    QWidget other;
+    other.show();
+    for (QWidget *next : {m->window(), &other, m->window()}) {
+        next->activateWindow();
+        QVERIFY(QTest::qWaitForWindowActive(next));
+        for (const Qt::Key key : {Qt::Key_Space, Qt::Key_Return})
+            QTest::keyClick(next->windowHandle(), key);
+    }
     m->tools.touch(u"go"_s);
     EVENTUALLY(m->alert());
     QCOMPARE(m->status(), kNotConfirmed); // not cancelled
