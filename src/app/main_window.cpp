@@ -1,6 +1,7 @@
 #include "app/main_window.h"
 
 #include "app/apps_table_model.h"
+#include "app/phone_picker.h"
 #include "app/spinner.h"
 #include "app/view_factories.h"
 #include "app/zarvo_app.h"
@@ -239,7 +240,7 @@ QWidget *ZarvoApp::makeHeader()
 
 QWidget *ZarvoApp::makeDeviceRow()
 {
-    phonePicker = new QComboBox;
+    phonePicker = new PhonePicker;
     phonePicker->setObjectName(u"phonePicker"_s);
     phonePicker->setMinimumWidth(Scaled(kPickerWidth));
     phonePicker->setSizeAdjustPolicy(QComboBox::AdjustToContents);

@@ -80,6 +80,7 @@ void ZarvoApp::applyDiscoveredPhones(const QList<PhoneEntry> &found)
 void ZarvoApp::rebuildPicker()
 {
     const Muted muted(m_muted);
+    phonePicker->hidePopup(); // else the lines would move under the user's pointer
     phonePicker->clear();
     phonePicker->addItem(u"Выберите iPhone"_s);
     for (const PhoneEntry &phone : std::as_const(phones))

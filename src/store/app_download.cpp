@@ -149,15 +149,17 @@ void ZarvoApp::download()
     const std::optional<AppRow> row = target();
     if (!row)
         return;
+    // The window lives on while the folder is chosen: a phone that goes takes the field's text with it.
+    const QString identifier = storeID->text();
+    const bool exact = exactVersion->isChecked();
     const auto directory = chooseDirectory(u"IPA будет загружен с серверов Apple через аккаунт владельца."_s);
     if (!directory)
         return;
-    const std::optional<QString> typed = TypedStoreID(storeID->text());
+    const std::optional<QString> typed = TypedStoreID(identifier);
     if (!typed) {
         setStatus(u"ID App Store должен быть положительным целым числом."_s);
         return;
     }
-    const bool exact = exactVersion->isChecked();
     job(u"Проверка входа перед загрузкой…"_s,
         [this, row = *row, numericID = *typed, folder = *directory, exact](Error *error) {
             const auto email = accountWorker(error);

@@ -1,6 +1,9 @@
 #include "app/window_fixture.h"
 
+#include <QAbstractItemView>
+#include <QApplication>
 #include <QElapsedTimer>
+#include <QWheelEvent>
 
 #include <optional>
 
@@ -34,6 +37,8 @@ private Q_SLOTS:
     void forgetsWhatWasTypedWithoutPhone();
     void letsThePhoneGo();
     void changesThePhone();
+    void choosesInTheUnfoldedListOnly();
+    void foldsTheListBeforeChangingIt();
     void dropsPollsDuringWork();
     void asksAgainWhenAppsCannotBeRead();
     void readsAppsWithoutInformation();
@@ -126,7 +131,8 @@ void WindowDevicesTest::forgetsAPhoneThatIsGone()
     m->find("downloadButton")->setFocus();
     m->ask("refresh");
     EVENTUALLY_EQUAL(picked(), u"Выберите iPhone"_s);
-    QVERIFY(m->find<QComboBox>("phonePicker")->hasFocus()); // not the next button, for a stray key to press
+    QCOMPARE(m->window()->focusWidget(),
+             m->find<QWidget>("phonePicker")); // not the next button, for a stray key to press
     QTEST(m->status(), "prompt");
     QCOMPARE(m->namesListed(), QStringList());
     QCOMPARE(searched() + typedID() + m->transfer(), QString());
@@ -175,6 +181,47 @@ void WindowDevicesTest::changesThePhone()
     QCOMPARE(m->namesListed(), QStringList{u""_s});
     QVERIFY(typedID().isEmpty()); // the same app, but not chosen on this phone
     QCOMPARE(m->tools.calls(u"devicezarvo"_s).last().last(), u"PHONE-2"_s);
+}
+
+// The first phone is locked: reading its apps on the way to the second one would end in a refusal.
+void WindowDevicesTest::choosesInTheUnfoldedListOnly()
+{
+    m->playDevice([](Scenario &tool) {
+        tool.when({u"devices"}).prints(kTwoPhones);
+        tool.when({u"apps", u"PHONE-2"}).prints(uR"({"error":"locked"})").exits(1);
+    });
+    QVERIFY(m->start());
+    EVENTUALLY_EQUAL(m->phonesListed().size(), 3);
+    auto *picker = m->find<QComboBox>("phonePicker");
+    picker->setFocus();
+    for (const int turn : {-120, 120}) {
+        QWheelEvent wheel(picker->rect().center(), picker->mapToGlobal(picker->rect().center()), {},
+                          {0, turn}, Qt::NoButton, Qt::NoModifier, Qt::NoScrollPhase, false);
+        QApplication::sendEvent(picker, &wheel);
+    }
+    for (const Qt::Key key : {Qt::Key_Down, Qt::Key_Up, Qt::Key_End, Qt::Key_T}) {
+        QTest::keyClick(picker, key);
+        QVERIFY2(picker->view()->isVisible(), qPrintable(QString::number(key)));
+        QTest::keyClick(picker->view(), Qt::Key_Escape);
+        QCOMPARE(picker->currentIndex(), 0);
+    }
+    QTest::keyClick(picker, Qt::Key_Down);
+    for (const Qt::Key key : {Qt::Key_Down, Qt::Key_Down, Qt::Key_Return})
+        QTest::keyClick(picker->view(), key);
+    EVENTUALLY_EQUAL(m->namesListed().size(), 3);
+    QCOMPARE(picked(), u"Телефон · iOS 17.4"_s);
+    QVERIFY(!m->tools.calls(u"devicezarvo"_s).contains(QStringList{u"apps"_s, u"PHONE-2"_s}));
+}
+
+void WindowDevicesTest::foldsTheListBeforeChangingIt()
+{
+    QVERIFY(m->startWithPhone());
+    auto *picker = m->find<QComboBox>("phonePicker");
+    picker->showPopup();
+    answerDevices(kTwoPhones);
+    m->ask("refresh");
+    EVENTUALLY_EQUAL(m->phonesListed().size(), 3);
+    QVERIFY(!picker->view()->isVisible());
 }
 
 void WindowDevicesTest::dropsPollsDuringWork()

@@ -50,6 +50,7 @@ private Q_SLOTS:
     void takesTheSameFileTwice();
     void asksForTheRightFile_data();
     void asksForTheRightFile();
+    void keepsTheIdentifierOfAPhoneThatGoes();
     void refusesTypedIdentifiers();
     void doesNothingWithoutFolder();
     void explainsFailures_data();
@@ -180,6 +181,19 @@ void WindowDownloadTest::asksForTheRightFile()
     for (int page = 1; page <= pages; ++page)
         QCOMPARE(calls[page], argumentsOfPage(page));
     QTEST(calls.last().sliced(8).join(u' '), "asked");
+}
+
+void WindowDownloadTest::keepsTheIdentifierOfAPhoneThatGoes()
+{
+    QVERIFY(m->startWithApps() && m->chooseApp(u"заметки"_s));
+    m->type("storeID", u"777"_s);
+    QVERIFY(m->download([&](QFileDialog &) {
+        m->playDevice([](Scenario &tool) { tool.when({u"devices"}).prints(u"{}"); });
+        m->ask("refresh");
+        EVENTUALLY_EQUAL(m->phonesListed().size(), 1);
+    }));
+    EVENTUALLY(!m->saved().isEmpty() && !m->isBusy());
+    QCOMPARE(m->tools.calls(u"ipatool"_s).last().sliced(8), (QStringList{u"--app-id"_s, u"777"_s}));
 }
 
 void WindowDownloadTest::refusesTypedIdentifiers()
