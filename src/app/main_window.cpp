@@ -17,10 +17,10 @@
 #include <QMenuBar>
 #include <QScreen>
 #include <QScrollArea>
-#include <QShortcut>
 #include <QTableView>
 #include <QVBoxLayout>
 
+#include <algorithm>
 #include <array>
 
 using namespace Qt::StringLiterals;
@@ -76,13 +76,18 @@ void layOutColumns(QTableView *table)
     header->setMinimumSectionSize(Scaled(kColumns[AppsTableModel::Version].least));
     for (int column = 0; column < AppsTableModel::ColumnCount; ++column)
         header->resizeSection(column, Scaled(kColumns[static_cast<size_t>(column)].width));
-    header->setSectionResizeMode(AppsTableModel::Identifier, QHeaderView::Stretch);
-    // The toolkit knows one least width for all columns only.
-    QObject::connect(header, &QHeaderView::sectionResized, header, [header](int column, int, int width) {
-        const int least = Scaled(kColumns[static_cast<size_t>(column)].least);
-        if (width < least)
-            header->resizeSection(column, least);
-    });
+    // The toolkit knows one least width for all columns only, and would stretch the last one down to it.
+    const auto fit = [table, header] {
+        int left = table->viewport()->width();
+        for (int column = 0; column < AppsTableModel::ColumnCount; ++column) {
+            const int least = Scaled(kColumns[static_cast<size_t>(column)].least);
+            const bool last = column == AppsTableModel::ColumnCount - 1;
+            header->resizeSection(column, std::max(least, last ? left : header->sectionSize(column)));
+            left -= header->sectionSize(column);
+        }
+    };
+    QObject::connect(header, &QHeaderView::sectionResized, table, fit);
+    QObject::connect(header, &QHeaderView::geometriesChanged, table, fit);
 }
 
 // The edit commands go to whatever has the focus, as its own shortcuts would.

@@ -204,6 +204,10 @@ void WindowTest::keepsColumnsWide()
         header->resizeSection(column, 10);
         QVERIFY(header->sectionSize(column) >= Scaled(least[column]));
     }
+    header->resizeSection(0, 2000);
+    QVERIFY(header->sectionSize(2) >= Scaled(least[2]));
+    header->resizeSection(0, Scaled(widths[0]));
+    QCOMPARE(header->length(), table->viewport()->width()); // the last one takes what is left
 }
 
 void WindowTest::showsALogo_data()
