@@ -34,9 +34,10 @@ int verify(const char *file, const char *bundleID)
     return 0;
 }
 
-// The toolkit aborts when it finds no display: the user gets a sentence instead.
-void explainMissingDisplay(QtMsgType type, const QMessageLogContext &, const QString &)
+// The toolkit aborts when it finds no display: the user gets a sentence, after the toolkit's own reasons.
+void explainMissingDisplay(QtMsgType type, const QMessageLogContext &context, const QString &message)
 {
+    std::fprintf(stderr, "%s\n", qFormatLogMessage(type, context, message).toUtf8().constData());
     if (type != QtFatalMsg)
         return;
     std::fputs("Zarvo: нет доступного графического экрана. Запустите программу в графическом сеансе.\n",
@@ -52,7 +53,7 @@ int runWindow(int &argc, char **argv)
     QApplication::setOrganizationName(u"Zarvo"_s);
     QApplication::setApplicationName(u"Zarvo"_s);
 
-    QApplication::setWindowIcon(QIcon(ResourcePath() + u"/AppLogo.png"_s));
+    QApplication::setWindowIcon(QIcon(u":/AppLogo.png"_s));
     InstallRussianTexts();
     ZarvoApp controller(ResourcePath());
     controller.applicationDidFinishLaunching();
