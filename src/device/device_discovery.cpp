@@ -1,5 +1,6 @@
 #include "device/device_discovery.h"
 
+#include "app/shown_text.h"
 #include "app/zarvo_app.h"
 #include "device/device_tool_client.h"
 
@@ -84,7 +85,7 @@ void ZarvoApp::rebuildPicker()
     phonePicker->clear();
     phonePicker->addItem(u"Выберите iPhone"_s);
     for (const PhoneEntry &phone : std::as_const(phones))
-        phonePicker->addItem(PhoneTitle(phone), phone.id);
+        phonePicker->addItem(OneLine(PhoneTitle(phone)), phone.id);
 }
 
 void ZarvoApp::showPickedPhone(const QString &id)

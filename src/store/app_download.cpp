@@ -1,5 +1,6 @@
 #include "store/app_download.h"
 
+#include "app/shown_text.h"
 #include "app/zarvo_app.h"
 #include "core/ipa_file_naming.h"
 #include "core/private_folder.h"
@@ -179,7 +180,7 @@ void ZarvoApp::showDownload(const QString &email, const QString &file)
     showAccount(email);
     ipa = file;
     lastDownload = file;
-    ipaLabel->setText(name);
+    ipaLabel->setText(OneLine(name));
     setStatus(u"IPA сохранён: %1"_s.arg(name));
     setTransfer(file);
 }
