@@ -77,6 +77,8 @@ void WindowDownloadTest::savesTheChosenApp()
         tool.prints(u"{\"success\":true}");
     });
     QVERIFY(m->startWithApps());
+    for (const char *button : {"downloadButton", "installButton"}) // neither an app is chosen nor a file
+        QVERIFY2(!m->find(button)->isEnabled(), button);
     m->type("search", u"КАР"_s);
     QCOMPARE(m->namesListed(), QStringList{u"Карты"_s});
     QVERIFY(m->chooseApp(u"Карты"_s));
@@ -194,6 +196,7 @@ void WindowDownloadTest::keepsTheIdentifierOfAPhoneThatGoes()
     }));
     EVENTUALLY(!m->saved().isEmpty() && !m->isBusy());
     QCOMPARE(m->tools.calls(u"ipatool"_s).last().sliced(8), (QStringList{u"--app-id"_s, u"777"_s}));
+    QVERIFY(!m->find("installButton")->isEnabled()); // a file, but no phone
 }
 
 void WindowDownloadTest::refusesTypedIdentifiers()
