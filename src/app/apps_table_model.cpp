@@ -1,5 +1,7 @@
 #include "app/apps_table_model.h"
 
+#include "app/shown_text.h"
+
 using namespace Qt::StringLiterals;
 
 AppsTableModel::AppsTableModel(const QList<AppRow> &rows, QObject *parent)
@@ -33,11 +35,11 @@ QVariant AppsTableModel::data(const QModelIndex &index, int role) const
     const AppRow &row = m_shown[index.row()];
     switch (index.column()) {
     case Name:
-        return row.name;
+        return OneLine(row.name);
     case Version:
-        return row.version;
+        return OneLine(row.version);
     default:
-        return row.id;
+        return OneLine(row.id);
     }
 }
 

@@ -4,6 +4,7 @@
 #include "app/spinner.h"
 #include "app/zarvo_app.h"
 
+#include <QComboBox>
 #include <QPushButton>
 #include <QTableView>
 
@@ -53,39 +54,40 @@ void ZarvoApp::updateControls()
         {installButton, Control::Install},   {infoButton, Control::Information},
         {cancelButton, Control::Cancel},     {table, Control::Table},
     };
-    const auto ruleOf = [&](const QWidget *control) {
+    const auto enables = [&](const QWidget *control) {
         for (const auto &[widget, rule] : special) {
             if (widget == control)
-                return rule;
+                return IsEnabled(rule, state);
         }
-        return Control::Ordinary;
+        return IsEnabled(Control::Ordinary, state);
     };
-    keepFocus(busy);
-    for (QWidget *control : std::as_const(controls))
-        control->setEnabled(IsEnabled(ruleOf(control), state));
-    table->setEnabled(IsEnabled(Control::Table, state));
-    restoreFocus(busy); // before the cancel button hands the focus that it may have to its neighbour
-    cancelButton->setEnabled(IsEnabled(Control::Cancel, state));
+    const QList<QWidget *> all = controls + QList<QWidget *>{table, cancelButton};
+    QWidget *focused = window->focusWidget();
+    if (focused ? all.contains(focused) && !enables(focused) : busy)
+        parkFocus();
+    for (QWidget *control : all)
+        control->setEnabled(enables(control));
+    if (!busy)
+        restoreFocus();
     spinner->setAnimating(IsEnabled(Control::Spinner, state));
 }
 
-// A disabled control passes its focus on to the next enabled one, which is the cancel button: the next key
-// typed into the search field would cancel the job. So the focus is put aside while a job runs.
-void ZarvoApp::keepFocus(bool disabling)
+// A disabled control passes its focus on to the next enabled one, and a window without focus gives it to the
+// first one when it is activated. While a job runs that is the cancel button: the next key typed into the
+// search field would cancel the job. So the focus waits where keys do no more than scroll.
+void ZarvoApp::parkFocus()
 {
-    QWidget *focused = disabling ? window->focusWidget() : nullptr;
-    if (!focused || focused == cancelButton || !(controls.contains(focused) || focused == table))
-        return;
-    m_focusBeforeJob = focused;
-    focused->clearFocus();
+    QWidget *focused = window->focusWidget();
+    if (focused != cancelButton)
+        m_focusBeforeJob = focused;
+    m_content->setFocus();
 }
 
-void ZarvoApp::restoreFocus(bool disabling)
+void ZarvoApp::restoreFocus()
 {
-    if (disabling || !m_focusBeforeJob)
-        return;
-    QWidget *former = std::exchange(m_focusBeforeJob, nullptr);
-    const QWidget *focused = window->focusWidget();
-    if (former->isEnabled() && (!focused || focused == cancelButton))
-        former->setFocus();
+    QWidget *next = std::exchange(m_focusBeforeJob, nullptr);
+    if (!next || !next->isEnabled())
+        next = phonePicker;
+    if (window->focusWidget() == m_content)
+        next->setFocus();
 }

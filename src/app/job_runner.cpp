@@ -1,4 +1,5 @@
 #include "app/main_window.h"
+#include "app/shown_text.h"
 #include "app/view_factories.h"
 #include "app/zarvo_app.h"
 #include "core/main_thread.h"
@@ -22,12 +23,12 @@ void ZarvoApp::onMain(std::function<void()> block)
 
 void ZarvoApp::setStatus(const QString &text)
 {
-    onMain([this, text] { statusLabel->setText(text); });
+    onMain([this, text] { statusLabel->setText(ShownExplanation(text)); });
 }
 
 void ZarvoApp::setTransfer(const QString &text)
 {
-    onMain([this, text] { transferLabel->setText(text); });
+    onMain([this, text] { transferLabel->setText(OneLine(text)); });
 }
 
 void ZarvoApp::job(const QString &text, const JobWork &work)
@@ -70,7 +71,7 @@ void ZarvoApp::finishJob(bool result, const Error &error, bool quiet)
 
 void ZarvoApp::showFailure(const QString &description)
 {
-    QWidget *alert = MakeAlert(window.get(), u"Операция не выполнена"_s, description,
+    QWidget *alert = MakeAlert(window.get(), u"Операция не выполнена"_s, ShownExplanation(description),
                                {{u"Понятно"_s, {}}, {u"Скопировать ошибку"_s, [description] {
                                                          QGuiApplication::clipboard()->setText(description);
                                                      }}});

@@ -1,6 +1,7 @@
 #include "app/main_window.h"
 
 #include "app/apps_table_model.h"
+#include "app/phone_picker.h"
 #include "app/spinner.h"
 #include "app/view_factories.h"
 #include "app/zarvo_app.h"
@@ -16,10 +17,10 @@
 #include <QMenuBar>
 #include <QScreen>
 #include <QScrollArea>
-#include <QShortcut>
 #include <QTableView>
 #include <QVBoxLayout>
 
+#include <algorithm>
 #include <array>
 
 using namespace Qt::StringLiterals;
@@ -75,13 +76,18 @@ void layOutColumns(QTableView *table)
     header->setMinimumSectionSize(Scaled(kColumns[AppsTableModel::Version].least));
     for (int column = 0; column < AppsTableModel::ColumnCount; ++column)
         header->resizeSection(column, Scaled(kColumns[static_cast<size_t>(column)].width));
-    header->setSectionResizeMode(AppsTableModel::Identifier, QHeaderView::Stretch);
-    // The toolkit knows one least width for all columns only.
-    QObject::connect(header, &QHeaderView::sectionResized, header, [header](int column, int, int width) {
-        const int least = Scaled(kColumns[static_cast<size_t>(column)].least);
-        if (width < least)
-            header->resizeSection(column, least);
-    });
+    // The toolkit knows one least width for all columns only, and would stretch the last one down to it.
+    const auto fit = [table, header] {
+        int left = table->viewport()->width();
+        for (int column = 0; column < AppsTableModel::ColumnCount; ++column) {
+            const int least = Scaled(kColumns[static_cast<size_t>(column)].least);
+            const bool last = column == AppsTableModel::ColumnCount - 1;
+            header->resizeSection(column, std::max(least, last ? left : header->sectionSize(column)));
+            left -= header->sectionSize(column);
+        }
+    };
+    QObject::connect(header, &QHeaderView::sectionResized, table, fit);
+    QObject::connect(header, &QHeaderView::geometriesChanged, table, fit);
 }
 
 // The edit commands go to whatever has the focus, as its own shortcuts would.
@@ -147,8 +153,8 @@ void ZarvoApp::buildWindow()
     connect(window.get(), &MainWindow::closed, qApp, &QCoreApplication::quit);
     buildMenu(window->menuBar());
 
-    auto *content = new FlippedView;
-    auto *stack = new QVBoxLayout(content);
+    m_content = new FlippedView;
+    auto *stack = new QVBoxLayout(m_content);
     stack->setContentsMargins(Scaled(kContentMargins.left()), Scaled(kContentMargins.top()),
                               Scaled(kContentMargins.right()), Scaled(kContentMargins.bottom()));
     stack->setSpacing(Scaled(kContentSpacing));
@@ -159,7 +165,7 @@ void ZarvoApp::buildWindow()
     scroll->setFrameShape(QFrame::NoFrame);
     scroll->setWidgetResizable(true);
     scroll->setFocusPolicy(Qt::NoFocus);
-    scroll->setWidget(content);
+    scroll->setWidget(m_content);
     window->setCentralWidget(scroll);
     window->show();
     window->activateWindow();
@@ -240,7 +246,7 @@ QWidget *ZarvoApp::makeHeader()
 
 QWidget *ZarvoApp::makeDeviceRow()
 {
-    phonePicker = new QComboBox;
+    phonePicker = new PhonePicker;
     phonePicker->setObjectName(u"phonePicker"_s);
     phonePicker->setMinimumWidth(Scaled(kPickerWidth));
     phonePicker->setSizeAdjustPolicy(QComboBox::AdjustToContents);

@@ -6,6 +6,10 @@
 #include <QEvent>
 #include <QFontInfo>
 #include <QHBoxLayout>
+#include <QScrollArea>
+#include <QScrollBar>
+#include <QTextDocument>
+#include <QTextOption>
 #include <QVBoxLayout>
 
 #include <algorithm>
@@ -21,10 +25,12 @@ constexpr float kSecondaryOpacity = 0.6F; // 4.5 : 1 and more against the ground
 constexpr int kRowSpacing = 8;
 constexpr int kNarrowestLabel = 60;
 constexpr int kAlertWidth = 460;
+constexpr int kAlertTextHeight = 300;
 constexpr int kAlertMargin = 20;
 constexpr int kAlertSpacing = 12;
 
-// A wrapping QLabel asks for a compact block; this one asks for one line and wraps when it gets less.
+// A wrapping QLabel asks for a compact block, and cuts a word that is longer than its line. This one asks for
+// one line, wraps when it gets less, and breaks such a word, as paths and identifiers have them.
 class WrappingLabel : public QLabel
 {
 public:
@@ -41,7 +47,52 @@ public:
         return QSize(std::min(Scaled(kNarrowestLabel), fontMetrics().horizontalAdvance(text()) + 1),
                      fontMetrics().height());
     }
+
+    int heightForWidth(int width) const override
+    {
+        const int height = QLabel::heightForWidth(width);
+        return breakWords() ? QLabel::heightForWidth(width) : height;
+    }
+
+protected:
+    void paintEvent(QPaintEvent *event) override
+    {
+        QLabel::paintEvent(event);
+        breakWords(); // paints again when the base class has laid the text out afresh
+    }
+
+private:
+    // The label has no such mode, but the document of its selectable text has; the base class sets it back
+    // with each new layout. True when something has changed.
+    bool breakWords() const
+    {
+        auto *document = findChild<QTextDocument *>();
+        QTextOption option = document ? document->defaultTextOption() : QTextOption();
+        if (!document || option.wrapMode() == QTextOption::WrapAtWordBoundaryOrAnywhere)
+            return false;
+        option.setWrapMode(QTextOption::WrapAtWordBoundaryOrAnywhere);
+        document->setDefaultTextOption(option);
+        return true;
+    }
 };
+
+// What is too high for an alert scrolls.
+QWidget *makeAlertText(const QString &text, bool bold)
+{
+    QLabel *label = ZarvoLabel(text, bold);
+    const int width = Scaled(kAlertWidth);
+    const int most = Scaled(kAlertTextHeight);
+    label->setFixedWidth(width);
+    if (label->heightForWidth(width) <= most)
+        return label;
+    auto *scroll = new QScrollArea;
+    scroll->setFrameShape(QFrame::NoFrame);
+    scroll->setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
+    scroll->setWidgetResizable(true);
+    scroll->setFixedSize(width + scroll->verticalScrollBar()->sizeHint().width(), most);
+    scroll->setWidget(label);
+    return scroll;
+}
 
 // Some desktops' themes leave the toned-down colour at its default, which is black also on a dark ground. It
 // is derived from the text's colour here, again after each change of the palette.
@@ -150,11 +201,8 @@ QDialog *MakeAlert(QWidget *parent, const QString &message, const QString &infor
     const int margin = Scaled(kAlertMargin);
     layout->setContentsMargins(margin, margin, margin, margin);
     layout->setSpacing(Scaled(kAlertSpacing));
-    for (const auto &[text, bold] : {std::pair(message, true), std::pair(informative, false)}) {
-        QLabel *label = ZarvoLabel(text, bold);
-        label->setFixedWidth(Scaled(kAlertWidth));
-        layout->addWidget(label);
-    }
+    layout->addWidget(makeAlertText(message, true));
+    layout->addWidget(makeAlertText(informative, false));
     auto *row = new QHBoxLayout;
     row->addStretch(1);
     for (const AlertButton &description : buttons) {

@@ -41,9 +41,10 @@ void cleanUp()
     std::_Exit(0);
 }
 
-// The toolkit aborts when it finds no display: the user gets a sentence instead.
-void explainMissingDisplay(QtMsgType type, const QMessageLogContext &, const QString &)
+// The toolkit aborts when it finds no display: the user gets a sentence, after the toolkit's own reasons.
+void explainMissingDisplay(QtMsgType type, const QMessageLogContext &context, const QString &message)
 {
+    std::fprintf(stderr, "%s\n", qFormatLogMessage(type, context, message).toUtf8().constData());
     if (type != QtFatalMsg)
         return;
     std::fputs("Zarvo: нет доступного графического экрана. Запустите программу в графическом сеансе.\n",
@@ -68,7 +69,7 @@ int RunWindow(int &argc, char **argv, const WindowedOptions &options)
     QApplication::setOrganizationName(u"Zarvo"_s);
     QApplication::setApplicationName(u"Zarvo"_s);
     const QString resources = options.resources.isEmpty() ? ResourcePath() : options.resources;
-    QApplication::setWindowIcon(QIcon(resources + u"/AppLogo.png"_s));
+    QApplication::setWindowIcon(QIcon(u":/AppLogo.png"_s));
     InstallRussianTexts();
 
     std::atexit(cleanUp); // the toolkit leaves by exit() when the display goes away

@@ -115,8 +115,8 @@ private:
     // Control state (app/control_state.cpp)
     std::optional<AppRow> target() const;
     void updateControls();
-    void keepFocus(bool disabling);
-    void restoreFocus(bool disabling);
+    void parkFocus();
+    void restoreFocus();
 
     // Jobs (app/job_runner.cpp)
     void job(const QString &text, const JobWork &work);
@@ -249,6 +249,7 @@ private:
     Spinner *spinner = nullptr;
     QList<QWidget *> controls; // disabled while a job runs
     AppsTableModel *m_tableModel = nullptr;
+    QWidget *m_content = nullptr; // all of the above, scrolling
     QWidget *m_focusBeforeJob = nullptr;
 
     QTimer *deviceTimer = nullptr;

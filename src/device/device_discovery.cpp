@@ -1,5 +1,6 @@
 #include "device/device_discovery.h"
 
+#include "app/shown_text.h"
 #include "app/zarvo_app.h"
 #include "device/device_tool_client.h"
 
@@ -88,10 +89,11 @@ void ZarvoApp::applyDiscoveredPhones(const QList<PhoneEntry> &found)
 void ZarvoApp::rebuildPicker()
 {
     const Muted muted(m_muted);
+    phonePicker->hidePopup(); // else the lines would move under the user's pointer
     phonePicker->clear();
     phonePicker->addItem(u"Выберите iPhone"_s);
     for (const PhoneEntry &phone : std::as_const(phones))
-        phonePicker->addItem(PhoneTitle(phone), phone.id);
+        phonePicker->addItem(OneLine(PhoneTitle(phone)), phone.id);
 }
 
 void ZarvoApp::showPickedPhone(const QString &id)

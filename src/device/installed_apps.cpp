@@ -1,6 +1,7 @@
 #include "device/installed_apps.h"
 
 #include "app/apps_table_model.h"
+#include "app/shown_text.h"
 #include "app/zarvo_app.h"
 
 #include <QItemSelectionModel>
@@ -271,5 +272,5 @@ void ZarvoApp::tableViewSelectionDidChange()
 
 void ZarvoApp::updateOwner()
 {
-    ownerLabel->setText(OwnerText(target()));
+    ownerLabel->setText(OneLine(OwnerText(target())));
 }

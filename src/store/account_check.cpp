@@ -1,6 +1,7 @@
 #include "store/account_check.h"
 
 #include "app/main_window.h"
+#include "app/shown_text.h"
 #include "app/zarvo_app.h"
 #include "core/tool_output.h"
 #include "device/device_discovery.h"
@@ -60,7 +61,7 @@ void ZarvoApp::checkAccount()
 void ZarvoApp::showAccount(const QString &email)
 {
     account = email;
-    accountLabel->setText(u"Вход выполнен: %1"_s.arg(email));
+    accountLabel->setText(OneLine(u"Вход выполнен: %1"_s.arg(email)));
 }
 
 void ZarvoApp::login()

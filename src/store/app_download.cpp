@@ -1,5 +1,6 @@
 #include "store/app_download.h"
 
+#include "app/shown_text.h"
 #include "app/zarvo_app.h"
 #include "core/ipa_file_naming.h"
 #include "core/private_folder.h"
@@ -157,15 +158,17 @@ void ZarvoApp::download()
     const std::optional<AppRow> row = target();
     if (!row)
         return;
+    // The window lives on while the folder is chosen: a phone that goes takes the field's text with it.
+    const QString identifier = storeID->text();
+    const bool exact = exactVersion->isChecked();
     const auto directory = chooseDirectory(u"IPA будет загружен с серверов Apple через аккаунт владельца."_s);
     if (!directory)
         return;
-    const std::optional<QString> typed = TypedStoreID(storeID->text());
+    const std::optional<QString> typed = TypedStoreID(identifier);
     if (!typed) {
         setStatus(u"ID App Store должен быть положительным целым числом."_s);
         return;
     }
-    const bool exact = exactVersion->isChecked();
     job(u"Проверка входа перед загрузкой…"_s,
         [this, row = *row, numericID = *typed, folder = *directory, exact](Error *error) {
             const auto email = accountWorker(error);
@@ -185,7 +188,7 @@ void ZarvoApp::showDownload(const QString &email, const QString &file)
     showAccount(email);
     ipa = file;
     lastDownload = file;
-    ipaLabel->setText(name);
+    ipaLabel->setText(OneLine(name));
     setStatus(u"IPA сохранён: %1"_s.arg(name));
     setTransfer(file);
 }

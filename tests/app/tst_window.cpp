@@ -1,3 +1,4 @@
+#include "app/shown_text.h"
 #include "app/view_factories.h"
 #include "app/window_fixture.h"
 
@@ -72,6 +73,10 @@ private Q_SLOTS:
     void keepsColumnsWide();
     void showsALogo_data();
     void showsALogo();
+    void showsForeignTexts_data();
+    void showsForeignTexts();
+    void breaksLongWords();
+    void boundsAlerts();
     void editsWhatHasTheFocus();
     void quits_data();
     void quits();
@@ -204,6 +209,10 @@ void WindowTest::keepsColumnsWide()
         header->resizeSection(column, 10);
         QVERIFY(header->sectionSize(column) >= Scaled(least[column]));
     }
+    header->resizeSection(0, 2000);
+    QVERIFY(header->sectionSize(2) >= Scaled(least[2]));
+    header->resizeSection(0, Scaled(widths[0]));
+    QCOMPARE(header->length(), table->viewport()->width()); // the last one takes what is left
 }
 
 void WindowTest::showsALogo_data()
@@ -229,6 +238,48 @@ void WindowTest::showsALogo()
     QVERIFY(logo != labels.end());
     QCOMPARE((*logo)->size(), QSize(Scaled(54), Scaled(54)));
     QTEST((*logo)->pixmap().toImage().pixelColor(20, 20), "color");
+}
+
+void WindowTest::showsForeignTexts_data()
+{
+    QTest::addColumn<QString>("text");
+    QTest::addColumn<QString>("shown");
+    QTest::newRow("lines become one") << u"a\r\nb\u2028c\n"_s << u"a b c "_s;
+    QTest::newRow("control characters become blanks") << u"a\tb\x1b[1mc\x9b"_s << u"a b [1mc "_s;
+    QTest::newRow("two paragraphs stay") << u"a\n\nb\n\nc"_s << u"a\n\nb c"_s;
+    QTest::newRow("endless is cut") << QString(100'000, u'x') << QString(2000, u'x') + u'…';
+}
+
+void WindowTest::showsForeignTexts()
+{
+    QFETCH(const QString, text);
+    QTEST(ShownExplanation(text), "shown");
+}
+
+void WindowTest::breaksLongWords()
+{
+    const std::unique_ptr<QLabel> label(ZarvoLabel(QString(100, u'W'), false));
+    const int lines = label->fontMetrics().horizontalAdvance(label->text()) / 200;
+    const int line = label->fontMetrics().height();
+    QVERIFY(lines > 2 && label->heightForWidth(200) >= lines * line);
+    label->resize(200, label->heightForWidth(200));
+    label->show();
+    const auto isInked = [&] { // where the last full line is
+        const QImage picture = label->grab(QRect(0, (lines - 1) * line, 200, line)).toImage();
+        return picture != QPixmap::fromImage(picture).copy(0, 0, 1, 1).scaled(picture.size()).toImage();
+    };
+    EVENTUALLY(isInked());
+}
+
+void WindowTest::boundsAlerts()
+{
+    const QString text = u"слово "_s.repeated(2000);
+    const std::unique_ptr<QDialog> alert(MakeAlert(nullptr, u"Сообщение"_s, text, {{u"Понятно"_s, {}}}));
+    alert->show();
+    QVERIFY(alert->height() < 600);
+    const auto *scroll = alert->findChild<QScrollArea *>();
+    QVERIFY(scroll && scroll->verticalScrollBar()->maximum() > 0);
+    QCOMPARE(scroll->findChild<QLabel *>()->text(), text);
 }
 
 void WindowTest::editsWhatHasTheFocus()

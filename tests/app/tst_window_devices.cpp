@@ -1,6 +1,9 @@
 #include "app/window_fixture.h"
 
+#include <QAbstractItemView>
+#include <QApplication>
 #include <QElapsedTimer>
+#include <QWheelEvent>
 
 #include <optional>
 
@@ -34,6 +37,7 @@ private Q_SLOTS:
     void forgetsWhatWasTypedWithoutPhone();
     void letsThePhoneGo();
     void changesThePhone();
+    void choosesInTheUnfoldedListOnly();
     void dropsPollsDuringWork();
     void asksAgainWhenAppsCannotBeRead();
     void readsAppsWithoutInformation();
@@ -83,8 +87,8 @@ void WindowDevicesTest::looksAgainEverySixSeconds()
     QElapsedTimer clock;
     clock.start();
     EVENTUALLY_EQUAL(m->phonesListed().size(), 3);
-    QVERIFY2(clock.elapsed() > kSoon, "too soon");
-    EVENTUALLY_EQUAL(polls(), 3);
+    QVERIFY2(clock.elapsed() > kSoon && clock.elapsed() < 3 * kSoon,
+             qPrintable(QString::number(clock.elapsed())));
 }
 
 void WindowDevicesTest::leavesTheChosenPhoneAlone()
@@ -123,8 +127,11 @@ void WindowDevicesTest::forgetsAPhoneThatIsGone()
     QVERIFY(m->startWithApps() && m->chooseApp(u"Карты"_s));
     m->type("search", u"а"_s);
     answerDevices(devices);
-    m->press("refresh");
+    m->find("downloadButton")->setFocus();
+    m->ask("refresh");
     EVENTUALLY_EQUAL(picked(), u"Выберите iPhone"_s);
+    QCOMPARE(m->window()->focusWidget(),
+             m->find<QWidget>("phonePicker")); // not the next button, for a stray key to press
     QTEST(m->status(), "prompt");
     QCOMPARE(m->namesListed(), QStringList());
     QCOMPARE(searched() + typedID() + m->transfer(), QString());
@@ -162,7 +169,6 @@ void WindowDevicesTest::changesThePhone()
     EVENTUALLY_EQUAL(m->status(), u"Прочитано приложений: 3. Выберите приложение в таблице."_s);
     EVENTUALLY(!m->isBusy());
     QVERIFY(m->chooseApp(u"Карты"_s));
-    answerApps(uR"({"apps":[{"id":"com.example.maps"}]})");
     m->playDevice([](Scenario &tool) {
         tool.when({u"devices"}).prints(kTwoPhones);
         tool.when({u"apps", u"PHONE-2"}).prints(uR"({"apps":[{"id":"com.example.maps"}]})");
@@ -174,6 +180,39 @@ void WindowDevicesTest::changesThePhone()
     QCOMPARE(m->namesListed(), QStringList{u""_s});
     QVERIFY(typedID().isEmpty()); // the same app, but not chosen on this phone
     QCOMPARE(m->tools.calls(u"devicezarvo"_s).last().last(), u"PHONE-2"_s);
+}
+
+// The first of two phones is locked: reading its apps on the way to the second one would end in a refusal.
+void WindowDevicesTest::choosesInTheUnfoldedListOnly()
+{
+    QVERIFY(m->startWithPhone());
+    m->playDevice([](Scenario &tool) {
+        tool.when({u"devices"}).prints(kTwoPhones);
+        tool.when({u"apps", u"PHONE-2"}).prints(uR"({"error":"locked"})").exits(1);
+    });
+    auto *picker = m->find<QComboBox>("phonePicker");
+    picker->showPopup();
+    m->ask("refresh");
+    EVENTUALLY_EQUAL(m->phonesListed().size(), 3);
+    QVERIFY(!picker->view()->isVisible()); // no line moves under the pointer
+    picker->setFocus();
+    for (const int turn : {-120, 120}) {
+        QWheelEvent wheel(picker->rect().center(), picker->mapToGlobal(picker->rect().center()), {},
+                          {0, turn}, Qt::NoButton, Qt::NoModifier, Qt::NoScrollPhase, false);
+        QApplication::sendEvent(picker, &wheel);
+    }
+    for (const Qt::Key key : {Qt::Key_Down, Qt::Key_Up, Qt::Key_End, Qt::Key_T}) {
+        QTest::keyClick(picker, key);
+        QVERIFY2(picker->view()->isVisible(), qPrintable(QString::number(key)));
+        QTest::keyClick(picker->view(), Qt::Key_Escape);
+        QCOMPARE(picker->currentIndex(), 0);
+    }
+    QTest::keyClick(picker, Qt::Key_Down);
+    for (const Qt::Key key : {Qt::Key_Down, Qt::Key_Down, Qt::Key_Return})
+        QTest::keyClick(picker->view(), key);
+    EVENTUALLY_EQUAL(m->namesListed().size(), 3);
+    QCOMPARE(picked(), u"Телефон · iOS 17.4"_s);
+    QVERIFY(!m->tools.calls(u"devicezarvo"_s).contains(QStringList{u"apps"_s, u"PHONE-2"_s}));
 }
 
 void WindowDevicesTest::dropsPollsDuringWork()
@@ -193,8 +232,8 @@ void WindowDevicesTest::dropsPollsDuringWork()
     m->ask("refresh");
     m->tools.touch(u"poll"_s);
     EVENTUALLY_EQUAL(PrivateFoldersIn(m->temporary.path()).size(), 1); // the poll has ended, the read goes on
-    QTest::qWait(0);
-    QCOMPARE(m->phonesListed().size(), 2); // its answer came too late
+    QTest::qWait(0);                                                   // what it has queued arrives
+    QCOMPARE(m->phonesListed().size(), 2);                             // its answer came too late
     m->tools.touch(u"apps"_s);
     EVENTUALLY(!m->isBusy());
     QCOMPARE(polls(), before + 1);

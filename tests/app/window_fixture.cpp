@@ -2,6 +2,7 @@
 
 #include "ipa_writer.h"
 
+#include <QAbstractItemView>
 #include <QApplication>
 #include <QDir>
 #include <QFile>
@@ -171,7 +172,9 @@ void Program::choosePhone(Qt::Key key) const
 {
     auto *picker = find<QComboBox>("phonePicker");
     picker->setFocus();
-    QTest::keyClick(picker, key);
+    picker->showPopup();
+    QTest::keyClick(picker->view(), key);
+    QTest::keyClick(picker->view(), Qt::Key_Return);
 }
 
 bool Program::chooseApp(const QString &name) const

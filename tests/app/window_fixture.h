@@ -72,7 +72,8 @@ public:
     void press(const char *button) const;
     /// What a press on the button asks for, also when the button is disabled.
     void ask(const char *button) const { Q_EMIT find(button)->clicked(); }
-    /// Presses a key on the list of phones, by default the one that leads to the last phone.
+    /// Unfolds the list of phones, presses a key in it, by default the one that leads to the last phone, and
+    /// confirms.
     void choosePhone(Qt::Key key = Qt::Key_End) const;
     /// Clicks the app's row; false when there is none.
     bool chooseApp(const QString &name) const;
