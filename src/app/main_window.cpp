@@ -51,6 +51,12 @@ QLabel *named(QLabel *label, const char *name)
     return label;
 }
 
+QLabel *secondary(QLabel *label)
+{
+    MakeSecondary(label);
+    return label;
+}
+
 QLabel *makeLogo(const QString &file)
 {
     auto *logo = new QLabel;
@@ -153,10 +159,11 @@ void ZarvoApp::buildWindow()
     connect(window.get(), &MainWindow::closed, qApp, &QCoreApplication::quit);
     buildMenu(window->menuBar());
 
+    const QMargins margins(Scaled(kContentMargins.left()), Scaled(kContentMargins.top()),
+                           Scaled(kContentMargins.right()), Scaled(kContentMargins.bottom()));
     m_content = new FlippedView;
     auto *stack = new QVBoxLayout(m_content);
-    stack->setContentsMargins(Scaled(kContentMargins.left()), Scaled(kContentMargins.top()),
-                              Scaled(kContentMargins.right()), Scaled(kContentMargins.bottom()));
+    stack->setContentsMargins(margins.left(), margins.top(), margins.right(), 0);
     stack->setSpacing(Scaled(kContentSpacing));
     buildContent(stack);
     stack->addStretch(1);
@@ -166,7 +173,19 @@ void ZarvoApp::buildWindow()
     scroll->setWidgetResizable(true);
     scroll->setFocusPolicy(Qt::NoFocus);
     scroll->setWidget(m_content);
-    window->setCentralWidget(scroll);
+
+    // What the last action came to, and the way to cancel it, stay in sight where the rest has to scroll.
+    auto *central = new QWidget;
+    auto *whole = new QVBoxLayout(central);
+    whole->setContentsMargins({});
+    whole->setSpacing(0);
+    whole->addWidget(scroll, 1);
+    auto *outcome = new QVBoxLayout;
+    outcome->setContentsMargins(margins.left(), Scaled(kContentSpacing), margins.right(), margins.bottom());
+    outcome->setSpacing(Scaled(kContentSpacing));
+    buildOutcome(outcome);
+    whole->addLayout(outcome);
+    window->setCentralWidget(central);
     window->show();
     window->activateWindow();
     phonePicker->setFocus();
@@ -197,15 +216,18 @@ void ZarvoApp::buildMenu(QMenuBar *bar)
         connect(add(edit, title, key), &QAction::triggered, this, [key = key] { sendKey(key); });
 }
 
-void ZarvoApp::buildContent(QVBoxLayout *stack)
+void ZarvoApp::buildOutcome(QVBoxLayout *stack)
 {
-    const auto secondary = [](QLabel *label) {
-        MakeSecondary(label);
-        return label;
-    };
     statusLabel =
         named(ZarvoLabel(u"Подключите iPhone кабелем и выберите его в списке."_s, true), "statusLabel");
     transferLabel = named(secondary(ZarvoLabel({}, false)), "transferLabel");
+    stack->addWidget(statusLabel);
+    stack->addWidget(transferLabel);
+    stack->addWidget(makeBottomRow());
+}
+
+void ZarvoApp::buildContent(QVBoxLayout *stack)
+{
     ownerLabel = named(secondary(ZarvoLabel(u"Выберите приложение в таблице."_s, false)), "ownerLabel");
     ipaLabel = named(ZarvoLabel(u"IPA не выбран"_s, false), "ipaLabel");
     exactVersion = new QCheckBox(u"Запрашивать установленную версию по данным iPhone"_s);
@@ -231,9 +253,6 @@ void ZarvoApp::buildContent(QVBoxLayout *stack)
     stack->addWidget(ZarvoLabel(u"Установка сохранённого IPA"_s, true));
     stack->addWidget(ipaLabel);
     stack->addWidget(makeInstallRow());
-    stack->addWidget(statusLabel);
-    stack->addWidget(transferLabel);
-    stack->addWidget(makeBottomRow());
     controls.append(exactVersion);
 }
 

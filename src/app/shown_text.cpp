@@ -40,6 +40,8 @@ QString OneLine(const QString &text)
 QString ShownExplanation(const QString &text)
 {
     QString shown = text.left(kLongestShown);
+    if (shown.size() < text.size() && shown.back().isHighSurrogate())
+        shown.chop(1);
     if (shown.size() < text.size())
         shown.append(u'…');
     const qsizetype end = shown.indexOf(kParagraphBreak);

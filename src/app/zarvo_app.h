@@ -99,6 +99,7 @@ private:
     void buildWindow();
     void buildMenu(QMenuBar *bar);
     void buildContent(QVBoxLayout *stack);
+    void buildOutcome(QVBoxLayout *stack);
     QWidget *makeHeader();
     QWidget *makeDeviceRow();
     QWidget *makeAppsTable();
@@ -249,7 +250,7 @@ private:
     Spinner *spinner = nullptr;
     QList<QWidget *> controls; // disabled while a job runs
     AppsTableModel *m_tableModel = nullptr;
-    QWidget *m_content = nullptr; // all of the above, scrolling
+    QWidget *m_content = nullptr; // what scrolls
     QWidget *m_focusBeforeJob = nullptr;
 
     QTimer *deviceTimer = nullptr;

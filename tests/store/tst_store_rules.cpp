@@ -140,6 +140,12 @@ private Q_SLOTS:
         QTEST(found.id, "id");
     }
 
+    // An app that the phone gave no identifier must not be taken for a purchase without one.
+    void findsNothingForAnAppWithoutIdentifier()
+    {
+        QVERIFY(SearchPurchases(uR"({"apps":[{"id":5}]})"_s, {}, 1).verdict == Verdict::GoOn);
+    }
+
     void makesDownloadArguments()
     {
         const QString output = u"/d/x y.ipa"_s;
