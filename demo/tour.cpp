@@ -1,5 +1,5 @@
-// Plays a sign-in and a download through the real window without a display: a line and a picture for each
-// step. The tools are the demonstration's own.
+// Plays the whole program through the real window without a display: a line and a picture for each step. The
+// tools are the demonstration's own.
 #include "app/main_window.h"
 #include "app/resources.h"
 #include "app/zarvo_app.h"
@@ -47,8 +47,17 @@ public:
     QWidget *sheet() const { return QApplication::activeModalWidget(); }
     QString status() const { return view<QLabel>("statusLabel")->text(); }
 
-    /// Waits for the condition, then prints the line and saves the picture.
-    bool step(const QString &line, const std::function<bool()> &condition)
+    /// Another window of the program, while it is shown.
+    QWidget *window(const char *name) const
+    {
+        auto *found = view<QWidget>(name);
+        return found && found->isVisible() ? found : nullptr;
+    }
+    void press(const char *button) const { QTest::mouseClick(view<QPushButton>(button), Qt::LeftButton); }
+
+    /// Waits for the condition, then prints the line and saves the picture: of `shown`, else of the sheet,
+    /// else of the main window.
+    bool step(const QString &line, const std::function<bool()> &condition, const char *shown = nullptr)
     {
         if (!QTest::qWaitFor(condition, std::chrono::milliseconds(kPatience).count())) {
             std::printf("НЕ УДАЛОСЬ: %s (в строке состояния: «%s»)\n", qUtf8Printable(line),
@@ -58,7 +67,8 @@ public:
         QTest::qWait(50); // let the last change be painted
         ++m_count;
         const QString picture = u"%1/%2.png"_s.arg(m_folder).arg(m_count, 2, 10, QChar(u'0'));
-        (sheet() ? sheet() : m_window)->grab().save(picture);
+        QWidget *pictured = shown ? window(shown) : sheet();
+        (pictured ? pictured : m_window)->grab().save(picture);
         std::printf("%2d. %s\n", m_count, qUtf8Printable(line));
         std::fflush(stdout);
         return true;
@@ -97,7 +107,7 @@ void type(QLineEdit *field, const QString &text)
 // The store asks, the sheet answers.
 bool signIn(Tour &tour)
 {
-    QTest::mouseClick(tour.view<QPushButton>("login"), Qt::LeftButton);
+    tour.press("login");
     if (!tour.step(u"Открыта форма входа"_s, [&] { return tour.sheet() != nullptr; }))
         return false;
     const QPointer<QWidget> sheet = tour.sheet();
@@ -142,10 +152,54 @@ bool chooseApp(Tour &tour)
                      [&] { return tour.view<QPushButton>("downloadButton")->isEnabled(); });
 }
 
-void pressDownload(Tour &tour, const QString &downloads)
+void pressDownload(Tour &tour, const QString &downloads, const char *button = "downloadButton")
 {
     answerFolderChooser(tour, downloads);
-    QTest::mouseClick(tour.view<QPushButton>("downloadButton"), Qt::LeftButton);
+    tour.press(button);
+}
+
+bool install(Tour &tour)
+{
+    tour.press("installButton");
+    if (!tour.step(u"Перед установкой программа спрашивает"_s, [&] { return tour.sheet() != nullptr; }))
+        return false;
+    QTest::keyClick(tour.sheet(), Qt::Key_Return);
+    return tour.step(u"Установка идёт"_s, [&] { return tour.status().startsWith(u"Передача IPA"); }) &&
+           tour.step(u"Установленная версия прочитана с телефона"_s,
+                     [&] { return tour.status().startsWith(u"Установка подтверждена."); });
+}
+
+bool showPhones(Tour &tour)
+{
+    tour.press("infoButton");
+    if (!tour.step(
+            u"Сведения о телефоне"_s, [&] { return tour.window("infoWindow") != nullptr; }, "infoWindow"))
+        return false;
+    tour.window("infoWindow")->close();
+    tour.press("showHistory");
+    if (!tour.step(
+            u"История телефонов"_s, [&] { return tour.window("historyWindow") != nullptr; }, "historyWindow"))
+        return false;
+    tour.window("historyWindow")->close();
+    return true;
+}
+
+// A made-up store answers as fast as it is asked to: nobody watches all the downloads.
+bool downloadAll(Tour &tour, const QString &downloads)
+{
+    qputenv("ZARVO_DEMO_SPEED", "fast");
+    tour.view<QComboBox>("phonePicker")->setCurrentIndex(2);
+    if (!tour.step(u"Выбран другой телефон"_s,
+                   [&] { return tour.view<QPushButton>("allButton")->isEnabled(); }))
+        return false;
+    pressDownload(tour, downloads, "allButton");
+    if (!tour.step(u"Приложения загружаются одно за другим"_s,
+                   [&] { return tour.status().startsWith(u"Загрузка: "); }) ||
+        !tour.step(u"Список обработан, отчёт записан"_s,
+                   [&] { return tour.status().endsWith(u"Отчёт — report.json."); }))
+        return false;
+    std::printf("    %s\n", qUtf8Printable(tour.status()));
+    return QFileInfo::exists(tour.view<QLabel>("transferLabel")->text() + u"/report.json"_s);
 }
 
 bool play(Tour &tour, const QString &downloads)
@@ -168,7 +222,7 @@ bool play(Tour &tour, const QString &downloads)
     const QFileInfo saved(file);
     std::printf("    %s, %lld байт\n", qUtf8Printable(saved.fileName()),
                 static_cast<long long>(saved.size()));
-    return saved.size() > 0;
+    return saved.size() > 0 && install(tour) && showPhones(tour) && downloadAll(tour, downloads);
 }
 
 } // namespace
