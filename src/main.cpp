@@ -11,6 +11,7 @@
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
+#include <mutex>
 #include <string_view>
 
 using namespace std::chrono_literals;
@@ -34,14 +35,20 @@ int verify(const char *file, const char *bundleID)
     return 0;
 }
 
-// The toolkit aborts when it finds no display: the user gets a sentence, after the toolkit's own reasons.
+// What the toolkit says while it looks for a display.
+QByteArray startMessages;
+
+// The toolkit aborts when it finds no display: the user gets a sentence, and then the toolkit's own reasons.
 void explainMissingDisplay(QtMsgType type, const QMessageLogContext &context, const QString &message)
 {
-    std::fprintf(stderr, "%s\n", qFormatLogMessage(type, context, message).toUtf8().constData());
+    static std::mutex mutex; // the toolkit's own threads speak, too
+    const std::lock_guard lock(mutex);
+    startMessages += qFormatLogMessage(type, context, message).toUtf8() + '\n';
     if (type != QtFatalMsg)
         return;
-    std::fputs("Zarvo: нет доступного графического экрана. Запустите программу в графическом сеансе.\n",
-               stderr);
+    std::fprintf(stderr,
+                 "Zarvo: нет доступного графического экрана. Запустите программу в графическом сеансе.\n%s",
+                 startMessages.constData());
     std::_Exit(1);
 }
 
@@ -50,6 +57,7 @@ int runWindow(int &argc, char **argv)
     const QtMessageHandler usual = qInstallMessageHandler(explainMissingDisplay);
     QApplication application(argc, argv);
     qInstallMessageHandler(usual);
+    std::fputs(startMessages.constData(), stderr);
     QApplication::setOrganizationName(u"Zarvo"_s);
     QApplication::setApplicationName(u"Zarvo"_s);
 

@@ -185,7 +185,7 @@ void CommandLineTest::failsWithoutADisplay()
     QCOMPARE(ended.code, 1);
     QCOMPARE(ended.out, QString());
     QVERIFY2(ended.err.startsWith(u"Zarvo: ") && ended.err.contains(u"графическ"), qPrintable(ended.err));
-    QCOMPARE(ended.err.count(u'\n'), 1);
+    QVERIFY2(ended.err.contains(u"connect to display"), qPrintable(ended.err)); // the toolkit's reason
 }
 
 QTEST_GUILESS_MAIN(CommandLineTest)
