@@ -13,6 +13,7 @@
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
+#include <mutex>
 #include <thread>
 
 using namespace std::chrono_literals;
@@ -41,14 +42,20 @@ void cleanUp()
     std::_Exit(0);
 }
 
-// The toolkit aborts when it finds no display: the user gets a sentence, after the toolkit's own reasons.
+// What the toolkit says while it looks for a display.
+QByteArray startMessages;
+
+// The toolkit aborts when it finds no display: the user gets a sentence, and then the toolkit's own reasons.
 void explainMissingDisplay(QtMsgType type, const QMessageLogContext &context, const QString &message)
 {
-    std::fprintf(stderr, "%s\n", qFormatLogMessage(type, context, message).toUtf8().constData());
+    static std::mutex mutex; // the toolkit's own threads speak, too
+    const std::lock_guard lock(mutex);
+    startMessages += qFormatLogMessage(type, context, message).toUtf8() + '\n';
     if (type != QtFatalMsg)
         return;
-    std::fputs("Zarvo: нет доступного графического экрана. Запустите программу в графическом сеансе.\n",
-               stderr);
+    std::fprintf(stderr,
+                 "Zarvo: нет доступного графического экрана. Запустите программу в графическом сеансе.\n%s",
+                 startMessages.constData());
     std::_Exit(1);
 }
 
@@ -66,6 +73,7 @@ int RunWindow(int &argc, char **argv, const WindowedOptions &options)
     const QtMessageHandler usual = qInstallMessageHandler(explainMissingDisplay);
     QApplication application(argc, argv);
     qInstallMessageHandler(usual);
+    std::fputs(startMessages.constData(), stderr);
     QApplication::setOrganizationName(u"Zarvo"_s);
     QApplication::setApplicationName(u"Zarvo"_s);
     const QString resources = options.resources.isEmpty() ? ResourcePath() : options.resources;

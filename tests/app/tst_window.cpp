@@ -218,7 +218,7 @@ void WindowTest::keepsColumnsWide()
         QVERIFY(header->sectionSize(column) >= Scaled(least[column]));
     }
     header->resizeSection(0, 2000);
-    QVERIFY(header->sectionSize(2) >= Scaled(least[2]));
+    QCOMPARE(header->sectionSize(2), Scaled(least[2])); // as narrow as it may be
     header->resizeSection(0, Scaled(widths[0]));
     QCOMPARE(header->length(), table->viewport()->width()); // the last one takes what is left
 }
