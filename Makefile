@@ -10,7 +10,7 @@ LAUNCHER = -DCMAKE_CXX_COMPILER_LAUNCHER=$(shell command -v ccache)
 # ThreadSanitizer cannot lay out its memory under some kernels' address randomisation.
 FIXED_ADDRESSES = $(shell setarch -R true 2>/dev/null && echo setarch -R)
 
-SOURCES = $(shell find src demo tests bench -name '*.cpp' -o -name '*.h')
+SOURCES = $(shell find src tools demo tests bench -name '*.cpp' -o -name '*.h')
 
 configure-and-build = cmake --preset $(1) $(LAUNCHER) && cmake --build --preset $(1) --parallel $(JOBS)
 run-tests = ctest --test-dir build/$(1) --output-on-failure --no-tests=error --parallel $(JOBS)
