@@ -2,6 +2,7 @@
 
 #include "deadlines.h"
 #include "diagnostics.h"
+#include "staging_names.h"
 
 #include <unistd.h>
 
@@ -12,27 +13,10 @@ using namespace Qt::StringLiterals;
 namespace {
 
 constexpr auto kFolder = "PublicStaging";
-constexpr auto kPrefix = "zarvo-";
-constexpr auto kSuffix = ".ipa";
-constexpr qint64 kLongestUse = 3600; // s; an installation ends long before
 // Larger blocks gain nothing, and every one of them is held twice: here and, encrypted, in the library.
 constexpr qint64 kBlock = 1 << 20;
 
 } // namespace
-
-QByteArray StagingName(qint64 seconds, qint64 process)
-{
-    return kPrefix + QByteArray::number(seconds) + '-' + QByteArray::number(process) + kSuffix;
-}
-
-bool IsAbandonedUpload(const QByteArray &name, qint64 seconds)
-{
-    if (!name.startsWith(kPrefix) || !name.endsWith(kSuffix))
-        return false;
-    bool whole = false;
-    const qint64 begun = name.mid(qstrlen(kPrefix)).split('-').first().toLongLong(&whole);
-    return whole && seconds - begun > kLongestUse;
-}
 
 StagedUpload::StagedUpload(FileClient &client, Watch &watch)
     : m_client(client)
