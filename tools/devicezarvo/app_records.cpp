@@ -9,7 +9,7 @@ namespace {
 QString firstText(plist_t app, std::initializer_list<const char *> keys)
 {
     for (const char *key : keys) {
-        if (const QString text = PlistText(PlistMember(app, key)); !text.isEmpty())
+        if (QString text = PlistText(PlistMember(app, key)); !text.isEmpty())
             return text;
     }
     return {};

@@ -28,7 +28,7 @@ struct Roll
 /// Asks every phone on a thread of its own: a mute one would keep the others waiting.
 std::shared_ptr<Roll> askAll(const QStringList &ids)
 {
-    const auto roll = std::make_shared<Roll>();
+    auto roll = std::make_shared<Roll>();
     const auto count = static_cast<size_t>(ids.size());
     roll->summaries.resize(count);
     roll->waiting = count;

@@ -4,15 +4,15 @@
 
 namespace {
 
-constexpr auto kPrefix = "zarvo-";
-constexpr auto kSuffix = ".ipa";
+constexpr QByteArrayView kPrefix = "zarvo-";
+constexpr QByteArrayView kSuffix = ".ipa";
 constexpr qint64 kLongestUse = 3600; // s; an installation ends long before
 
 } // namespace
 
 QByteArray StagingName(qint64 seconds, qint64 process)
 {
-    return kPrefix + QByteArray::number(seconds) + '-' + QByteArray::number(process) + kSuffix;
+    return kPrefix.toByteArray() + QByteArray::number(seconds) + '-' + QByteArray::number(process) + kSuffix.toByteArray();
 }
 
 bool IsAbandonedUpload(const QByteArray &name, qint64 seconds)
@@ -20,6 +20,6 @@ bool IsAbandonedUpload(const QByteArray &name, qint64 seconds)
     if (!name.startsWith(kPrefix) || !name.endsWith(kSuffix))
         return false;
     bool whole = false;
-    const qint64 begun = name.mid(qstrlen(kPrefix)).split('-').first().toLongLong(&whole);
+    const qint64 begun = name.mid(kPrefix.size()).split('-').first().toLongLong(&whole);
     return whole && seconds - begun > kLongestUse;
 }
