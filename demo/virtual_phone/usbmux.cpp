@@ -9,6 +9,8 @@
 
 #include <algorithm>
 #include <array>
+#include <atomic>
+#include <vector>
 
 using namespace Qt::StringLiterals;
 
@@ -26,12 +28,31 @@ constexpr int kSpeed = 480'000'000; // bits in a second
 /// What the service answers with.
 enum Result : int { Ok = 0, BadCommand = 1, BadDevice = 2, ConnectionRefused = 3 };
 
+std::shared_ptr<Damager> muxDamager(const std::shared_ptr<Phone> &phone)
+{
+    const auto damage = phone ? phone->config()->faults.damage : std::nullopt;
+    return damage && damage->layer == Layer::Mux ? phone->damager() : nullptr;
+}
+
+/// What damages words that are about no phone in particular: each client meets another phone's damage.
+std::shared_ptr<Damager> commonDamager(const Bus &bus)
+{
+    static std::atomic<size_t> clients = 0;
+    std::vector<std::shared_ptr<Damager>> all;
+    for (const auto &[id, phone] : bus.attached()) {
+        if (const auto damager = muxDamager(phone))
+            all.push_back(damager);
+    }
+    return all.empty() ? nullptr : all[clients++ % all.size()];
+}
+
 class MuxClient
 {
 public:
     MuxClient(Bus &bus, std::shared_ptr<Channel> channel)
         : m_bus(bus)
         , m_channel(std::move(channel))
+        , m_damager(commonDamager(bus))
     {
     }
 
@@ -49,18 +70,9 @@ private:
 
     Bus &m_bus;
     const std::shared_ptr<Channel> m_channel;
+    std::shared_ptr<Damager> m_damager;
     quint32 m_tag = 0; ///< of the request that is being answered
 };
-
-std::shared_ptr<Damager> muxDamager(const Bus &bus)
-{
-    for (const auto &[id, phone] : bus.attached()) {
-        const auto &damage = phone->config()->faults.damage;
-        if (damage && damage->layer == Layer::Mux)
-            return phone->damager();
-    }
-    return nullptr;
-}
 
 bool sendMessage(Channel &channel, quint32 tag, const QVariantMap &message,
                  const std::shared_ptr<Damager> &damager)
@@ -148,7 +160,7 @@ bool MuxClient::handle(const QVariantMap &request)
 
 bool MuxClient::send(const QVariantMap &message)
 {
-    return sendMessage(*m_channel, m_tag, message, muxDamager(m_bus));
+    return sendMessage(*m_channel, m_tag, message, m_damager);
 }
 
 bool MuxClient::result(Result number)
@@ -181,6 +193,7 @@ bool MuxClient::listen()
 bool MuxClient::pairRecord(const QString &type, const QVariantMap &request)
 {
     const QString udid = request.value(u"PairRecordID"_s).toString();
+    m_damager = muxDamager(m_bus.phone(udid));
     if (type == "SavePairRecord"_L1) {
         m_bus.savePairRecord(udid, request.value(u"PairRecordData"_s).toByteArray());
         return result(Ok);
@@ -196,6 +209,7 @@ bool MuxClient::pairRecord(const QString &type, const QVariantMap &request)
 bool MuxClient::connect(const QVariantMap &request)
 {
     const auto phone = m_bus.phone(request.value(u"DeviceID"_s).toInt());
+    m_damager = muxDamager(phone);
     if (!phone)
         return result(BadDevice);
     const Connection connection{m_bus, phone, m_channel, phone->config(), phone->damager()};
