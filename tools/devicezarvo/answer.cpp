@@ -2,6 +2,7 @@
 
 #include "diagnostics.h"
 
+#include <QByteArrayView>
 #include <QJsonDocument>
 
 #include <unistd.h>
@@ -10,18 +11,51 @@
 
 using namespace Qt::StringLiterals;
 
+namespace {
+
+QByteArray lineOf(const QJsonObject &reply)
+{
+    return QJsonDocument(reply).toJson(QJsonDocument::Compact) + '\n';
+}
+
+bool writeAll(QByteArrayView rest) noexcept
+{
+    while (!rest.isEmpty()) {
+        const ssize_t written = ::write(STDOUT_FILENO, rest.data(), static_cast<size_t>(rest.size()));
+        if (written < 0 && errno == EINTR)
+            continue;
+        if (written <= 0)
+            return false;
+        rest = rest.sliced(written);
+    }
+    return true;
+}
+
+} // namespace
+
+Answer::Answer(bool installing)
+    : m_installing(installing)
+    , m_crashLine(lineFor(FailureOf(Fault::BadReply)))
+{
+}
+
 void Answer::give(const QJsonObject &reply)
 {
-    write(reply, 0);
+    write(lineOf(reply), 0);
 }
 
 void Answer::fail(const Failure &failure)
 {
     Diagnose(u"failed, code %1"_s.arg(failure.code));
-    QJsonObject reply{{"error"_L1, failure.message}};
-    if (m_installing)
-        reply["success"_L1] = false;
-    write(reply, 1);
+    write(lineFor(failure), 1);
+}
+
+int Answer::crash() noexcept
+{
+    // Not under the lock: the thread that crashed may hold it.
+    if (!m_given.exchange(true))
+        writeAll(m_crashLine);
+    return m_status;
 }
 
 int Answer::exitStatus() const
@@ -30,22 +64,20 @@ int Answer::exitStatus() const
     return m_status;
 }
 
-void Answer::write(const QJsonObject &reply, int status)
+QByteArray Answer::lineFor(const Failure &failure) const
+{
+    QJsonObject reply{{"error"_L1, failure.message}};
+    if (m_installing)
+        reply["success"_L1] = false;
+    return lineOf(reply);
+}
+
+void Answer::write(const QByteArray &line, int status)
 {
     const std::lock_guard lock(m_mutex);
-    if (m_given)
+    if (m_given.exchange(true))
         return;
-    m_given = true;
-    m_status = status;
-    QByteArray rest = QJsonDocument(reply).toJson(QJsonDocument::Compact) + '\n';
-    while (!rest.isEmpty()) {
-        const ssize_t written = ::write(STDOUT_FILENO, rest.constData(), static_cast<size_t>(rest.size()));
-        if (written < 0 && errno == EINTR)
-            continue;
-        if (written <= 0) {
-            m_status = 1; // nobody has the answer
-            return;
-        }
-        rest.remove(0, written);
-    }
+    // A status of success only once somebody has the answer.
+    if (writeAll(line))
+        m_status = status;
 }

@@ -2,6 +2,7 @@
 #include "answer.h"
 #include "command_line.h"
 #include "commands.h"
+#include "crash_guard.h"
 #include "deadlines.h"
 #include "diagnostics.h"
 #include "watch.h"
@@ -51,6 +52,7 @@ void answerRequest(const Request &request, Watch &watch, Answer &answer)
 int serve(const Request &request)
 {
     Answer answer(request.command == Command::Install);
+    const CrashGuard guard(answer);
     Watch watch(timeFor(request.command), [&answer](Fault fault) {
         answer.fail(FailureOf(fault));
         std::_Exit(answer.exitStatus()); // the other threads may be anywhere

@@ -4,6 +4,7 @@
 #include "diagnostics.h"
 #include "usbmuxd_service.h"
 
+#include <cstdlib>
 #include <utility>
 
 using namespace Qt::StringLiterals;
@@ -22,6 +23,25 @@ DeviceHandle findDevice(const QString &id, Failure *failure)
     if (code != IDEVICE_E_SUCCESS)
         Fail(failure, DeviceFailure(code));
     return DeviceHandle(device);
+}
+
+/// 0 when the phone takes part in the session. That the session began does not prove it: a phone that turns
+/// the keys of this computer down does so after that.
+int proveSession(lockdownd_client_t client)
+{
+    char *type = nullptr;
+    const int code = lockdownd_query_type(client, &type);
+    std::free(type);
+    return code;
+}
+
+/// True when the phone answers without a session.
+bool isReachable(idevice_t device)
+{
+    lockdownd_client_t raw = nullptr;
+    const int code = lockdownd_client_new(device, &raw, kClientName);
+    const LockdownClient client(raw);
+    return code == LOCKDOWN_E_SUCCESS && proveSession(raw) == LOCKDOWN_E_SUCCESS;
 }
 
 } // namespace
@@ -61,14 +81,24 @@ std::optional<PhoneSession> PhoneSession::open(const QString &id, Watch &watch, 
     if (!device)
         return std::nullopt;
     watch.step(CurrentDeadlines().step);
-    lockdownd_client_t client = nullptr;
-    const int code = lockdownd_client_new_with_handshake(device.get(), &client, kClientName);
+    lockdownd_client_t raw = nullptr;
+    int code = lockdownd_client_new_with_handshake(device.get(), &raw, kClientName);
+    LockdownClient client(raw);
     Diagnose(u"open a session: %1"_s.arg(code));
-    if (code != LOCKDOWN_E_SUCCESS) {
-        Fail(failure, LockdownFailure(code));
-        return std::nullopt;
+    if (code == LOCKDOWN_E_SUCCESS) {
+        watch.step(CurrentDeadlines().step);
+        code = proveSession(raw);
+        Diagnose(u"use the session: %1"_s.arg(code));
     }
-    return PhoneSession(std::move(device), LockdownClient(client), watch);
+    if (code == LOCKDOWN_E_SUCCESS)
+        return PhoneSession(std::move(device), std::move(client), watch);
+    watch.step(CurrentDeadlines().step);
+    Failure reason = LockdownFailure(code);
+    // Keys that are turned down look, at times, like a cable that is pulled.
+    if (reason.fault == Fault::Lost && isReachable(device.get()))
+        reason = FailureOf(Fault::Revoked, code);
+    Fail(failure, reason);
+    return std::nullopt;
 }
 
 Plist PhoneSession::value(const char *domain, const char *key, Failure *failure)

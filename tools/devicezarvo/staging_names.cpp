@@ -12,7 +12,8 @@ constexpr qint64 kLongestUse = 3600; // s; an installation ends long before
 
 QByteArray StagingName(qint64 seconds, qint64 process)
 {
-    return kPrefix.toByteArray() + QByteArray::number(seconds) + '-' + QByteArray::number(process) + kSuffix.toByteArray();
+    return kPrefix.toByteArray() + QByteArray::number(seconds) + '-' + QByteArray::number(process) +
+           kSuffix.toByteArray();
 }
 
 bool IsAbandonedUpload(const QByteArray &name, qint64 seconds)
