@@ -33,7 +33,7 @@ test: build ## build and run all tests
 # The window where there is a display to show it on, pictures of it elsewhere.
 run: build ## start Zarvo with the demonstration's phones and store
 	@if [ -n "$$DISPLAY$$WAYLAND_DISPLAY" ]; then \
-	    $(DEMO)/bin/zarvo; \
+	    $(DEMO)/bin/with-phones $(DEMO)/bin/zarvo; \
 	else \
 	    echo "No display: playing the tour offscreen instead."; \
 	    $(MAKE) --no-print-directory tour; \
@@ -45,7 +45,7 @@ demo-tour: build ## play one download offscreen: a line a step, pictures in buil
 .PHONY: tour
 tour:
 	@rm -rf $(TOUR)-state
-	@ZARVO_DEMO_STATE=$(CURDIR)/$(TOUR)-state $(DEMO)/bin/tour $(TOUR)
+	@ZARVO_DEMO_STATE=$(CURDIR)/$(TOUR)-state $(DEMO)/bin/with-phones $(DEMO)/bin/tour $(TOUR)
 	@echo "Pictures: $(TOUR)/"
 
 bench: build ## measure
@@ -67,7 +67,7 @@ lint: deps-lint build ## check format and look for faults without running
 	clang-format --dry-run -Werror $(SOURCES)
 	printf '%s\n' $(filter %.cpp,$(SOURCES)) | xargs -P $(JOBS) -n 4 clang-tidy -p $(RELEASE) --quiet
 	cppcheck --quiet --error-exitcode=1 --enable=warning,performance,portability --inline-suppr \
-	    --library=qt --std=c++20 -j $(JOBS) -I src src demo
+	    --library=qt --std=c++20 -j $(JOBS) -I src -I tools/devicezarvo src tools demo
 
 format: deps-lint ## format the sources in place
 	clang-format -i $(SOURCES)

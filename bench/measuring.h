@@ -40,6 +40,7 @@ bool allMet();
 void benchRunner(const QString &self);
 void benchIPA(const QString &zarvo, const QString &folder);
 void benchRedaction();
+void benchDevices(const QString &tool, const QString &virtualPhone, const QString &folder);
 void benchWindow(const QString &self, const QString &folder);
 
 /// Modes in which the program runs itself as a child.
