@@ -104,6 +104,7 @@ private:
     Answer fileInfo(const QByteArray &file) const;
     Answer deviceInfo() const;
     Answer open(const QString &file, quint64 mode);
+    Answer truncate(const QByteArray &file, quint64 size) const;
     Answer rename(const QByteArray &body) const;
     Answer removePath(const QByteArray &file) const;
     Answer readFile(const OpenFile &file, quint64 size) const;
@@ -194,10 +195,8 @@ Afc::Answer Afc::onPath(AfcOperation operation, const QByteArray &body)
         return fileInfo(name);
     case AfcOperation::FileOpen:
         return open(*file, afcNumberAt(body, 0));
-    case AfcOperation::Truncate: {
-        const OpenFile opened(::open(name.constData(), O_WRONLY | O_CLOEXEC));
-        return resize(opened, afcNumberAt(body, 0));
-    }
+    case AfcOperation::Truncate:
+        return truncate(name, afcNumberAt(body, 0));
     default:
         return Answer::status(AfcStatus::Success); // modification times are nobody's concern
     }
@@ -270,6 +269,12 @@ Afc::Answer Afc::open(const QString &file, quint64 mode)
     m_connection.phone->media().grew(-before);
     m_files[++m_lastHandle] = std::make_unique<OpenFile>(descriptor);
     return {AfcOperation::FileOpenResult, afcNumber(m_lastHandle), {}};
+}
+
+Afc::Answer Afc::truncate(const QByteArray &file, quint64 size) const
+{
+    const int descriptor = ::open(file.constData(), O_WRONLY | O_CLOEXEC);
+    return descriptor < 0 ? Answer::ofCall(false) : resize(OpenFile(descriptor), size);
 }
 
 Afc::Answer Afc::rename(const QByteArray &body) const

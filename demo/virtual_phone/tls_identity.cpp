@@ -10,7 +10,8 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-constexpr int kKeyBits = 1024; // nobody attacks a phone that is not there, and whoever starts one waits for its keys
+constexpr int kKeyBits =
+    1024; // nobody attacks a phone that is not there, and whoever starts one waits for its keys
 constexpr long kValidSeconds = 10L * 365 * 24 * 3600;
 constexpr int kReadBuffer = 256 * 1024; // a dozen records in one system call
 
