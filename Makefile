@@ -11,7 +11,7 @@ LAUNCHER = -DCMAKE_CXX_COMPILER_LAUNCHER=$(shell command -v ccache)
 # ThreadSanitizer cannot lay out its memory under some kernels' address randomisation.
 FIXED_ADDRESSES = $(shell setarch -R true 2>/dev/null && echo setarch -R)
 
-SOURCES = $(shell find src demo tests bench -name '*.cpp' -o -name '*.h')
+SOURCES = $(shell find src tools demo tests bench -name '*.cpp' -o -name '*.h')
 
 configure-and-build = cmake --preset $(1) $(LAUNCHER) && cmake --build --preset $(1) --parallel $(JOBS)
 run-tests = ctest --test-dir build/$(1) --output-on-failure --no-tests=error --parallel $(JOBS)
@@ -34,7 +34,7 @@ test: build ## build and run all tests
 # The window where there is a display to show it on, pictures of it elsewhere.
 run: build ## start Zarvo with the demonstration's phones and store
 	@if [ -n "$$DISPLAY$$WAYLAND_DISPLAY" ]; then \
-	    ZARVO_DEMO_STATE=$(CURDIR)/$(STATE) $(DEMO)/bin/zarvo; \
+	    ZARVO_DEMO_STATE=$(CURDIR)/$(STATE) $(DEMO)/bin/with-phones $(DEMO)/bin/zarvo; \
 	else \
 	    echo "No display: playing the tour offscreen instead."; \
 	    $(MAKE) --no-print-directory tour; \
@@ -46,7 +46,7 @@ demo-tour: build ## play a sign-in and a download offscreen: a line a step, pict
 .PHONY: tour
 tour:
 	@rm -rf $(TOUR)-state
-	@ZARVO_DEMO_STATE=$(CURDIR)/$(TOUR)-state $(DEMO)/bin/tour $(TOUR)
+	@ZARVO_DEMO_STATE=$(CURDIR)/$(TOUR)-state $(DEMO)/bin/with-phones $(DEMO)/bin/tour $(TOUR)
 	@echo "Pictures: $(TOUR)/"
 
 bench: build ## measure
@@ -68,7 +68,7 @@ lint: deps-lint build ## check format and look for faults without running
 	clang-format --dry-run -Werror $(SOURCES)
 	printf '%s\n' $(filter %.cpp,$(SOURCES)) | xargs -P $(JOBS) -n 4 clang-tidy -p $(RELEASE) --quiet
 	cppcheck --quiet --error-exitcode=1 --enable=warning,performance,portability --inline-suppr \
-	    --library=qt --std=c++20 -j $(JOBS) -I src src demo
+	    --library=qt --std=c++20 -j $(JOBS) -I src -I tools/devicezarvo src tools demo
 
 format: deps-lint ## format the sources in place
 	clang-format -i $(SOURCES)

@@ -1,5 +1,5 @@
-// Measures the figures that the program is built for and prints them as one table. Exit status 1 when one is
-// missed.
+// Measures the figures that the program is built for and prints them as one table; those of the device tool
+// alone with the word "devices". Exit status 1 when one is missed.
 #include "measuring.h"
 
 #include <QApplication>
@@ -23,14 +23,19 @@ int main(int argc, char **argv)
 
     QApplication application(argc, argv);
     const QString self = QCoreApplication::applicationFilePath();
-    const QString zarvo = QFileInfo(self).absolutePath() + u"/../bin/zarvo"_s;
+    const QString build = QFileInfo(self).absolutePath() + u"/.."_s;
+    const QString zarvo = build + u"/bin/zarvo"_s;
     const QTemporaryDir folder;
     qputenv("XDG_CONFIG_HOME", folder.path().toLocal8Bit()); // not the settings of who measures
     std::printf("| what | measured | figure | |\n|---|---|---|---|\n");
-    benchRunner(self);
-    benchIPA(zarvo, folder.path());
-    benchRedaction();
-    benchWindow(self, folder.path());
-    benchBatch(folder.path());
+    if (mode != "devices") { // which alone needs no window
+        benchRunner(self);
+        benchIPA(zarvo, folder.path());
+        benchRedaction();
+        benchWindow(self, folder.path());
+        benchBatch(folder.path());
+    }
+    benchDevices(build + u"/lib/zarvo/Tools/devicezarvo"_s, build + u"/demo/bin/virtual_phone"_s,
+                 folder.path());
     return allMet() ? 0 : 1;
 }

@@ -47,6 +47,7 @@ QWidget *mainWindow();
 void benchRunner(const QString &self);
 void benchIPA(const QString &zarvo, const QString &folder);
 void benchRedaction();
+void benchDevices(const QString &tool, const QString &virtualPhone, const QString &folder);
 void benchWindow(const QString &self, const QString &folder);
 void benchBatch(const QString &parent);
 

@@ -3,7 +3,6 @@
 #include <QFile>
 #include <QJsonArray>
 #include <QJsonDocument>
-#include <QJsonObject>
 
 #include <algorithm>
 
@@ -19,18 +18,13 @@ constexpr qint64 kFirstStoreVersionID = 870'000'000;
 constexpr qint64 kStoreIDsApart = 1'000'000;
 constexpr qint64 kVersionsOfAnApp = 100;
 
-QList<QPair<QString, QString>> lines(const QJsonValue &value)
-{
-    QList<QPair<QString, QString>> read;
-    for (const auto line : value.toArray())
-        read.append({line[0].toString(), line[1].toString()});
-    return read;
-}
-
 DemoPhone readPhone(const QJsonObject &object)
 {
-    DemoPhone phone{object["id"_L1].toString(), object["name"_L1].toString(), object["ios"_L1].toString(),
-                    lines(object["info"_L1]),   lines(object["battery"_L1]),  {}};
+    DemoPhone phone{object["id"_L1].toString(),
+                    object["name"_L1].toString(),
+                    object["ios"_L1].toString(),
+                    object["hardware"_L1].toObject(),
+                    {}};
     const QJsonObject apps = object["apps"_L1].toObject();
     for (auto app = apps.begin(); app != apps.end(); ++app)
         phone.apps.insert(app.key(), app.value().toString());

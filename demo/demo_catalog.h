@@ -1,9 +1,9 @@
 // The made-up world of the demonstration: phones, apps, and an account that bought them.
 #pragma once
 
+#include <QJsonObject>
 #include <QList>
 #include <QMap>
-#include <QPair>
 #include <QString>
 #include <QStringList>
 
@@ -35,8 +35,7 @@ struct DemoPhone
     QString id;
     QString name;
     QString ios;
-    QList<QPair<QString, QString>> info; ///< label, value
-    QList<QPair<QString, QString>> battery;
+    QJsonObject hardware;        ///< the rest, as the virtual phone's configuration has it
     QMap<QString, QString> apps; ///< bundle identifier, version
 };
 

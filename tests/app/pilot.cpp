@@ -19,6 +19,7 @@
 #include <unistd.h>
 
 #include <chrono>
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <map>
@@ -162,6 +163,19 @@ private:
     bool m_wasBusy = false;
 };
 
+// ThreadSanitizer keeps a signal back while its thread waits in code that it does not know, as the main
+// thread does in the toolkit. Then the thread that serves the signals shall get them.
+void leaveSignalsToTheirThread()
+{
+#ifdef __SANITIZE_THREAD__
+    sigset_t ends;
+    sigemptyset(&ends);
+    for (const int number : {SIGTERM, SIGINT, SIGHUP})
+        sigaddset(&ends, number);
+    pthread_sigmask(SIG_BLOCK, &ends, nullptr);
+#endif
+}
+
 } // namespace
 
 int main(int argc, char **argv)
@@ -173,6 +187,7 @@ int main(int argc, char **argv)
     const QString archive = argc > 4 ? QString::fromLocal8Bit(argv[4]) : QString();
     std::unique_ptr<Pilot> pilot;
     return RunWindow(argc, argv, {.resources = QString::fromLocal8Bit(argv[1]), .launched = [&] {
+                                      leaveSignalsToTheirThread();
                                       pilot = std::make_unique<Pilot>(destination, action, archive);
                                   }});
 }
