@@ -11,7 +11,8 @@
 
 namespace {
 
-constexpr std::chrono::seconds kForRemoval{2}; // a file system that does not answer must not keep the signal waiting
+constexpr std::chrono::seconds kForRemoval{
+    2}; // a file system that does not answer must not keep the signal waiting
 
 void leaveNothingBehind(int signal)
 {
