@@ -21,6 +21,10 @@ int main(int argc, char **argv)
     if (mode == "--publish" && argc == 4)
         return publishOnly(argv[2], argv[3]);
 
+    // Neither the display nor the message bus of who measures.
+    qputenv("QT_QPA_PLATFORM", "offscreen");
+    qputenv("DBUS_SESSION_BUS_ADDRESS", "unix:path=/nonexistent");
+    qputenv("DBUS_SYSTEM_BUS_ADDRESS", "unix:path=/nonexistent");
     QApplication application(argc, argv);
     const QString self = QCoreApplication::applicationFilePath();
     const QString build = QFileInfo(self).absolutePath() + u"/.."_s;
