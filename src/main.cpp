@@ -1,9 +1,10 @@
-#include "app/windowed_mode.h"
 #include "core/child_process.h"
 #include "core/end_signals.h"
 #include "core/private_folder.h"
 #include "core/self_test.h"
 #include "ipa/ipa_validation.h"
+
+#include <dlfcn.h>
 
 #include <chrono>
 #include <cstdio>
@@ -11,8 +12,8 @@
 
 namespace {
 
-constexpr std::chrono::seconds kForRemoval{
-    2}; // a file system that does not answer must not keep the signal waiting
+// A file system that does not answer must not keep the signal waiting.
+constexpr std::chrono::seconds kForRemoval{2};
 
 void leaveNothingBehind(int signal)
 {
@@ -35,6 +36,19 @@ int verify(const char *file, const char *bundleID)
     return 0;
 }
 
+// The window is a module: see CMakeLists.txt for the reason, and for the path on which it is looked for.
+int runWindow(int &argc, char **argv)
+{
+    using Run = int (*)(int *, char **);
+    void *module = ::dlopen("zarvo_window.so", RTLD_NOW);
+    const auto run = module ? reinterpret_cast<Run>(::dlsym(module, "zarvoRunWindow")) : nullptr;
+    if (run)
+        return run(&argc, argv);
+    std::fprintf(stderr, "Zarvo: не удалось загрузить окно программы. Установите Zarvo заново.\n%s\n",
+                 ::dlerror());
+    return 1;
+}
+
 } // namespace
 
 int main(int argc, char **argv)
@@ -44,5 +58,5 @@ int main(int argc, char **argv)
         return verify(argv[2], argv[3]);
     if (argc > 1 && mode == "--self-test")
         return ZarvoSelfTest();
-    return RunWindow(argc, argv);
+    return runWindow(argc, argv);
 }
