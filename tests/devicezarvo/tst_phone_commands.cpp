@@ -19,7 +19,7 @@ constexpr qint64 kBigPadding = 8'000'000; // bytes: several blocks of an upload
 
 QString value(const QJsonObject &reply, const QString &label)
 {
-    for (const QJsonValue &line : reply["details"_L1].toArray()) {
+    for (const auto line : reply["details"_L1].toArray()) {
         if (line["label"_L1] == label)
             return line["value"_L1].toString().replace(QChar(QChar::Nbsp), u' ');
     }
@@ -29,7 +29,7 @@ QString value(const QJsonObject &reply, const QString &label)
 /// The version of an app in an answer to `apps`; empty when it is not there.
 QString version(const QJsonObject &reply, const QString &id)
 {
-    for (const QJsonValue &app : reply["apps"_L1].toArray()) {
+    for (const auto app : reply["apps"_L1].toArray()) {
         if (app["id"_L1] == id)
             return app["version"_L1].toString();
     }
@@ -74,7 +74,7 @@ void PhoneCommandsTest::listsPhones()
     const ToolRun run = phones.run({u"devices"_s}, Limits::Short);
     QVERIFY2(run.isWellFormed(), run.output.constData());
     QMap<QString, QString> names;
-    for (const QJsonValue &device : run.reply["devices"_L1].toArray())
+    for (const auto device : run.reply["devices"_L1].toArray())
         names.insert(device["id"_L1].toString(),
                      device["name"_L1].toString() + u'/' + device["ios"_L1].toString());
     const QMap<QString, QString> expected{{FirstPhone, u"Мой \"iPhone\" 📱/17.5.1"_s},
