@@ -1,6 +1,7 @@
 // The device tool against virtual phones: through the field's library, over TLS.
 #include "devicezarvo/phone_fixture.h"
 
+#include <QDir>
 #include <QFile>
 #include <QTest>
 
@@ -172,6 +173,10 @@ void PhoneCommandsTest::installs()
     VirtualPhones phones({phone({{"tls"_L1, tls}, {"appsDirectory"_L1, u"apps"_s}})});
     QVERIFY2(phones.isReady(), phones.problem().constData());
     const QString ipa = phones.makeIPA(u"ru.primer.novoe"_s, u"3.5"_s, padding);
+    // What a run left that was killed in its middle.
+    const QDir staging(phones.filePath(u"state/%1/Media/PublicStaging"_s.arg(FirstPhone)));
+    QFile left(staging.filePath(u"zarvo-1500000000-1.ipa"_s));
+    QVERIFY(staging.mkpath(u"."_s) && left.open(QIODevice::WriteOnly));
     const ToolRun run = phones.run({u"install"_s, FirstPhone, ipa});
     QVERIFY2(run.status == 0 && run.isWellFormed(), (run.output + run.diagnostics).constData());
     QVERIFY(run.reply["success"_L1].toBool());
