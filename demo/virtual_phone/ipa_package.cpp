@@ -2,46 +2,93 @@
 
 #include "plist_codec.h"
 
+#include <QFile>
 #include <QList>
-#include <QProcess>
-#include <QProcessEnvironment>
 
+#include <fcntl.h>
+#include <spawn.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
-
-using namespace Qt::StringLiterals;
+#include <csignal>
+#include <cstring>
+#include <string>
+#include <string_view>
+#include <vector>
 
 namespace {
 
 constexpr qsizetype kMaxListing = 64 << 20;
 constexpr qsizetype kMaxEntry = 16 << 20;
-constexpr int kTimeLimit = 60'000; // ms
+constexpr qsizetype kBlock = 64 << 10;
+
+/// The environment without anybody's habits for unzip, and with UTF-8 for the names of entries.
+std::vector<char *> environmentForUnzip()
+{
+    static char locale[] = "LC_ALL=C.UTF-8";
+    std::vector<char *> kept{locale};
+    for (char **variable = environ; *variable; ++variable) {
+        const std::string_view text = *variable;
+        if (!text.starts_with("UNZIP") && !text.starts_with("ZIPINFO") && !text.starts_with("LC_ALL="))
+            kept.push_back(*variable);
+    }
+    kept.push_back(nullptr);
+    return kept;
+}
+
+/// Starts unzip with its output in `output`; 0 when it cannot be started.
+pid_t start(std::vector<std::string> arguments, int output)
+{
+    std::vector<char *> pointers;
+    for (std::string &argument : arguments)
+        pointers.push_back(argument.data());
+    pointers.push_back(nullptr);
+    posix_spawn_file_actions_t files;
+    posix_spawn_file_actions_init(&files);
+    posix_spawn_file_actions_addopen(&files, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
+    posix_spawn_file_actions_adddup2(&files, output, STDOUT_FILENO);
+    posix_spawn_file_actions_addopen(&files, STDERR_FILENO, "/dev/null", O_WRONLY, 0);
+    posix_spawnattr_t attributes;
+    posix_spawnattr_init(&attributes);
+    sigset_t broken;
+    sigemptyset(&broken);
+    sigaddset(&broken, SIGPIPE); // ignored here, but it is to end unzip when nobody reads on
+    posix_spawnattr_setsigdefault(&attributes, &broken);
+    // In a session of its own it cannot ask for passwords on a terminal.
+    posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSID | POSIX_SPAWN_SETSIGDEF);
+    pid_t child = 0;
+    if (::posix_spawnp(&child, "unzip", &files, &attributes, pointers.data(), environmentForUnzip().data()) !=
+        0)
+        child = 0;
+    posix_spawnattr_destroy(&attributes);
+    posix_spawn_file_actions_destroy(&files);
+    return child;
+}
 
 /// What unzip prints; nothing when it fails or prints more than `most` bytes.
-std::optional<QByteArray> unzip(const QStringList &arguments, qsizetype most)
+std::optional<QByteArray> unzip(const QByteArray &option, const QString &path, const QByteArray &entry,
+                                qsizetype most)
 {
-    QProcess child;
-    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-    // The names of entries are compared as UTF-8, and nobody's habits may change the command.
-    environment.insert(u"LC_ALL"_s, u"C.UTF-8"_s);
-    for (const QString &name : {u"UNZIP"_s, u"UNZIPOPT"_s, u"ZIPINFO"_s, u"ZIPINFOOPT"_s})
-        environment.remove(name);
-    child.setProcessEnvironment(environment);
-    child.setStandardInputFile(QProcess::nullDevice());
-    child.setChildProcessModifier([] { ::setsid(); }); // an encrypted entry would ask on the terminal
-    child.start(u"unzip"_s, arguments);
-    QByteArray output;
-    while (output.size() <= most && (child.bytesAvailable() > 0 || child.waitForReadyRead(kTimeLimit)))
-        output += child.read(most + 1 - output.size());
-    if (output.size() > most) {
-        child.kill();
-        child.waitForFinished();
+    int ends[2];
+    if (::pipe2(ends, O_CLOEXEC) != 0)
         return std::nullopt;
+    std::vector<std::string> arguments{"unzip", option.toStdString(), QFile::encodeName(path).toStdString()};
+    if (!entry.isEmpty())
+        arguments.push_back(entry.toStdString());
+    const pid_t child = start(arguments, ends[1]);
+    ::close(ends[1]);
+    QByteArray output;
+    QByteArray block(kBlock, Qt::Uninitialized);
+    for (ssize_t got = 1; got > 0 && output.size() <= most;) {
+        got = ::read(ends[0], block.data(), static_cast<size_t>(block.size()));
+        output.append(block.constData(), std::max<ssize_t>(got, 0));
     }
-    child.waitForFinished(kTimeLimit);
-    const bool good = child.exitStatus() == QProcess::NormalExit && child.exitCode() <= 1;
-    return good && child.error() != QProcess::FailedToStart ? std::optional(output) : std::nullopt;
+    ::close(ends[0]);
+    int status = -1;
+    const bool ended = child > 0 && ::waitpid(child, &status, 0) == child;
+    const bool good = ended && WIFEXITED(status) && WEXITSTATUS(status) <= 1; // 1: warnings
+    return good && output.size() <= most ? std::optional(output) : std::nullopt;
 }
 
 bool isAppInfo(const QByteArray &entry)
@@ -51,20 +98,20 @@ bool isAppInfo(const QByteArray &entry)
 
 std::optional<QByteArray> entryOf(const QString &path, const QByteArray &entry)
 {
-    QString pattern;
-    for (const QChar c : QString::fromUtf8(entry)) {
-        if (u"*?[]\\"_s.contains(c))
-            pattern += u'\\';
+    QByteArray pattern;
+    for (const char c : entry) {
+        if (std::strchr("*?[]\\", c))
+            pattern += '\\';
         pattern += c;
     }
-    return unzip({u"-p"_s, path, pattern}, kMaxEntry);
+    return unzip("-p", path, pattern, kMaxEntry);
 }
 
 } // namespace
 
 std::optional<IpaPackage> readIpaPackage(const QString &path)
 {
-    const auto listing = unzip({u"-Z1"_s, path}, kMaxListing);
+    const auto listing = unzip("-Z1", path, {}, kMaxListing);
     if (!listing)
         return std::nullopt;
     const QList<QByteArray> entries = listing->split('\n');

@@ -1,6 +1,7 @@
 // The device tool against virtual phones: through the field's library, over TLS.
 #include "devicezarvo/phone_fixture.h"
 
+#include <QDir>
 #include <QFile>
 #include <QTest>
 
@@ -19,7 +20,7 @@ constexpr qint64 kBigPadding = 8'000'000; // bytes: several blocks of an upload
 
 QString value(const QJsonObject &reply, const QString &label)
 {
-    for (const QJsonValue &line : reply["details"_L1].toArray()) {
+    for (const auto line : reply["details"_L1].toArray()) {
         if (line["label"_L1] == label)
             return line["value"_L1].toString().replace(QChar(QChar::Nbsp), u' ');
     }
@@ -29,7 +30,7 @@ QString value(const QJsonObject &reply, const QString &label)
 /// The version of an app in an answer to `apps`; empty when it is not there.
 QString version(const QJsonObject &reply, const QString &id)
 {
-    for (const QJsonValue &app : reply["apps"_L1].toArray()) {
+    for (const auto app : reply["apps"_L1].toArray()) {
         if (app["id"_L1] == id)
             return app["version"_L1].toString();
     }
@@ -74,7 +75,7 @@ void PhoneCommandsTest::listsPhones()
     const ToolRun run = phones.run({u"devices"_s}, Limits::Short);
     QVERIFY2(run.isWellFormed(), run.output.constData());
     QMap<QString, QString> names;
-    for (const QJsonValue &device : run.reply["devices"_L1].toArray())
+    for (const auto device : run.reply["devices"_L1].toArray())
         names.insert(device["id"_L1].toString(),
                      device["name"_L1].toString() + u'/' + device["ios"_L1].toString());
     const QMap<QString, QString> expected{{FirstPhone, u"Мой \"iPhone\" 📱/17.5.1"_s},
@@ -172,6 +173,10 @@ void PhoneCommandsTest::installs()
     VirtualPhones phones({phone({{"tls"_L1, tls}, {"appsDirectory"_L1, u"apps"_s}})});
     QVERIFY2(phones.isReady(), phones.problem().constData());
     const QString ipa = phones.makeIPA(u"ru.primer.novoe"_s, u"3.5"_s, padding);
+    // What a run left that was killed in its middle.
+    const QDir staging(phones.filePath(u"state/%1/Media/PublicStaging"_s.arg(FirstPhone)));
+    QFile left(staging.filePath(u"zarvo-1500000000-1.ipa"_s));
+    QVERIFY(staging.mkpath(u"."_s) && left.open(QIODevice::WriteOnly));
     const ToolRun run = phones.run({u"install"_s, FirstPhone, ipa});
     QVERIFY2(run.status == 0 && run.isWellFormed(), (run.output + run.diagnostics).constData());
     QVERIFY(run.reply["success"_L1].toBool());

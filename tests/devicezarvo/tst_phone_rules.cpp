@@ -59,7 +59,7 @@ QString compact(const QJsonObject &object)
 QStringList given(const QJsonArray &lines)
 {
     QStringList texts;
-    for (const QJsonValue &line : lines) {
+    for (const auto line : lines) {
         const QString value = line["value"_L1].toString();
         if (value != u"недоступно")
             texts.append(line["label"_L1].toString() + u'=' + value);

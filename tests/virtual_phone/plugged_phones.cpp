@@ -49,8 +49,9 @@ PluggedPhones::PluggedPhones(const QJsonArray &phones)
 PluggedPhones::~PluggedPhones()
 {
     m_process.terminate();
-    if (!m_process.waitForFinished(kPatience))
-        qFatal("the virtual phone does not end");
+    if (!m_process.waitForFinished(kPatience) || m_process.exitStatus() != QProcess::NormalExit ||
+        m_process.exitCode() != 0)
+        qFatal("the virtual phone does not end, or not well");
 }
 
 void PluggedPhones::restart()

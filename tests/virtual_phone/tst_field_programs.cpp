@@ -38,7 +38,7 @@ Plist lookUp(const char *app, const char *field)
 QList<ZipEntry> entriesWith(const QByteArray &infoMembers)
 {
     QList<ZipEntry> entries =
-        entriesOfIPA({.id = u"ru.primer.novoe"_s, .name = u"Новое"_s, .version = u"3.5"_s});
+        entriesOfIPA({.id = u"ru.primer.novoe"_s, .name = u"Новое [1]"_s, .version = u"3.5"_s});
     for (ZipEntry &entry : entries) {
         if (entry.name.endsWith("Info.plist"))
             entry.data.replace("<dict>", "<dict><key>CFBundleVersion</key><string>35</string>" + infoMembers);
@@ -173,7 +173,8 @@ void FieldProgramsTest::installAndRemove()
     // Names that unzip would take for patterns, and a neighbour whose name sorts before the app's own.
     const QString ipa = phones.filePath(u"новое [1]*.ipa"_s);
     QList<ZipEntry> entries = entriesWith({});
-    entries.prepend(ZipEntry{.name = "Payload/Новое.app/Watch/B.app/Info.plist", .data = "no property list"});
+    entries.prepend(
+        ZipEntry{.name = "Payload/Новое [1].app/Watch/B.app/Info.plist", .data = "no property list"});
     entries.append(ZipEntry{.name = "iTunesMetadata.plist",
                             .data = "<plist><dict><key>itemId</key><integer>7</integer></dict></plist>"});
     QVERIFY(writeZip(ipa.toStdString(), entries));

@@ -9,7 +9,8 @@
 struct Deadlines
 {
     std::chrono::milliseconds devices; ///< `devices` as a whole
-    std::chrono::milliseconds phone;   ///< one phone's part in it: the others are not kept waiting
+    std::chrono::milliseconds
+        phone; ///< the service's part in it, then the phones': none keeps the others waiting
     std::chrono::milliseconds request; ///< `apps`, `info` and `battery` as a whole
     std::chrono::milliseconds install; ///< `install` as a whole
     std::chrono::milliseconds step;    ///< one exchange with a phone

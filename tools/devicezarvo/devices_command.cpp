@@ -55,13 +55,14 @@ QJsonObject phoneRecord(const QString &id, const PhoneSummary &summary)
 
 void AnswerDevices(Watch &watch, Answer &answer)
 {
-    watch.step(CurrentDeadlines().devices, Fault::ServiceSilent);
+    watch.step(CurrentDeadlines().phone, Fault::ServiceSilent);
     Failure failure;
     const auto ids = ConnectedPhones(&failure);
     if (!ids) {
         answer.fail(failure);
         return;
     }
+    watch.step(CurrentDeadlines().devices);
     const auto roll = askAll(*ids);
     std::unique_lock lock(roll->mutex);
     const bool allAnswered =
