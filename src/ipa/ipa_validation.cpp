@@ -11,6 +11,9 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <functional>
+#include <future>
+#include <system_error>
 #include <utility>
 
 using namespace Qt::StringLiterals;
@@ -142,17 +145,41 @@ std::optional<qsizetype> entriesInTotals(const QByteArray &totals)
     return count;
 }
 
-// A full disk or a file size limit that this process was started with cuts the listing off, of which unzip
-// says nothing. Its totals are counted while it reads the archive, so they tell how many lines there must be.
-bool isComplete(const Archive &archive, const QByteArray &listing, Error *error)
+struct Count
+{
+    std::optional<qsizetype> entries;
+    std::optional<Error> notRun; // why there was no answer at all
+};
+
+Count countEntries(const Archive &archive)
 {
     RunLimits limits;
     limits.output = kMaxTotals;
-    const auto run = archive.unzip(u"-Zt"_s, {}, kListingLimit, limits, error);
+    Error error;
+    const auto run = archive.unzip(u"-Zt"_s, {}, kListingLimit, limits, &error);
     if (!run)
-        return false;
-    const auto entries = entriesInTotals(run->data);
-    return (entries && listing.endsWith('\n') && listing.count('\n') == *entries) ||
+        return {std::nullopt, error};
+    return {entriesInTotals(run->data), std::nullopt};
+}
+
+// Takes a moment of its own, so it goes on beside the test of integrity; where no thread is to be had, it
+// waits until it is asked for.
+std::future<Count> startCounting(const Archive &archive)
+{
+    try {
+        return std::async(std::launch::async, countEntries, std::cref(archive));
+    } catch (const std::system_error &) {
+        return std::async(std::launch::deferred, countEntries, std::cref(archive));
+    }
+}
+
+// A full disk or a file size limit that this process was started with cuts the listing off, of which unzip
+// says nothing. Its totals are counted while it reads the archive, so they tell how many lines there must be.
+bool isComplete(const QByteArray &listing, const Count &count, Error *error)
+{
+    if (count.notRun)
+        return Fail(error, *count.notRun);
+    return (count.entries && listing.endsWith('\n') && listing.count('\n') == *count.entries) ||
            Fail(error,
                 ZarvoError(u"Не удалось получить полный список файлов IPA. Освободите место на диске и "
                            "повторите попытку."_s));
@@ -252,10 +279,13 @@ std::optional<IPAInfo> ZarvoValidateIPA(const std::filesystem::path &file,
                                         const std::optional<QString> &expectedID, Error *error)
 {
     const auto archive = Archive::open(file, error);
-    if (!archive || !testIntegrity(*archive, error))
+    if (!archive)
+        return std::nullopt;
+    std::future<Count> count = startCounting(*archive);
+    if (!testIntegrity(*archive, error))
         return std::nullopt;
     const auto listing = listEntries(*archive, error);
-    if (!listing || !isComplete(*archive, *listing, error))
+    if (!listing || !isComplete(*listing, count.get(), error))
         return std::nullopt;
     const auto entry = singleInfo(*listing, error);
     if (!entry)
