@@ -14,7 +14,8 @@ FIXED_ADDRESSES = $(shell setarch -R true 2>/dev/null && echo setarch -R)
 SOURCES = $(shell find src tools demo tests bench -name '*.cpp' -o -name '*.h')
 
 configure-and-build = cmake --preset $(1) $(LAUNCHER) && cmake --build --preset $(1) --parallel $(JOBS)
-run-tests = ctest --test-dir build/$(1) --output-on-failure --no-tests=error --parallel $(JOBS)
+# Most tests wait for something most of the time.
+run-tests = ctest --test-dir build/$(1) --output-on-failure --no-tests=error --parallel $$(( 2 * $(JOBS) ))
 
 .DEFAULT_GOAL := help
 .PHONY: help deps deps-lint build test run demo-tour bench asan tsan lint format fuzz package clean
@@ -50,6 +51,7 @@ tour:
 	@echo "Pictures: $(TOUR)/"
 
 bench: build ## measure
+	cmake --build --preset release --target zarvo_bench --parallel $(JOBS)
 	$(RELEASE)/bench/zarvo_bench
 
 asan: deps ## build and test with AddressSanitizer and UndefinedBehaviorSanitizer
