@@ -8,6 +8,7 @@
 
 #include <chrono>
 #include <cstdio>
+#include <filesystem>
 #include <string_view>
 
 namespace {
@@ -36,11 +37,21 @@ int verify(const char *file, const char *bundleID)
     return 0;
 }
 
-// The window is a module: see CMakeLists.txt for the reason, and for the path on which it is looked for.
+// By its whole path, because a sanitizer's dlopen does not know the paths that the executable carries. Where
+// the system has no such link (macOS) those serve.
+std::filesystem::path windowModule()
+{
+    constexpr auto name = "zarvo_window.so";
+    std::error_code failure;
+    const auto executable = std::filesystem::read_symlink("/proc/self/exe", failure);
+    return failure ? std::filesystem::path(name) : executable.parent_path() / ".." / "lib" / "zarvo" / name;
+}
+
+// The window is a module: CMakeLists.txt says why.
 int runWindow(int &argc, char **argv)
 {
     using Run = int (*)(int *, char **);
-    void *module = ::dlopen("zarvo_window.so", RTLD_NOW);
+    void *module = ::dlopen(windowModule().c_str(), RTLD_NOW);
     const auto run = module ? reinterpret_cast<Run>(::dlsym(module, "zarvoRunWindow")) : nullptr;
     if (run)
         return run(&argc, argv);
