@@ -24,7 +24,7 @@ run-tests = ctest --test-dir build/$(1) --output-on-failure --no-tests=error --p
         package package-trial clean
 
 help: ## this list
-	@sed -n 's/^\([a-z -]*\):[^#]*## \(.*\)/  make \1\t\2/p' $(firstword $(MAKEFILE_LIST)) | expand -t 20
+	@sed -n 's/^\([a-z -]*\):[^#]*## \(.*\)/  make \1\t\2/p' $(firstword $(MAKEFILE_LIST)) | expand -t 24
 
 deps: ## install the Debian packages that are missing
 	@tools/install-packages
@@ -44,12 +44,17 @@ run: build ## start Zarvo with the demonstration's phones and store
 	    $(MAKE) --no-print-directory tour; \
 	fi
 
-# A tree like an installed one; what is asked of the store goes to the real one.
-run-real: build ## start Zarvo with real phones and the store tool at IPATOOL=path
-	@[ -n "$(IPATOOL)" ] || { echo "make run-real: say where the store tool is: make run-real IPATOOL=/path/to/ipatool" >&2; exit 1; }
-	@[ -f "$(IPATOOL)" ] && [ -x "$(IPATOOL)" ] || { echo "make run-real: $(IPATOOL) is no program that can be run" >&2; exit 1; }
-	cmake --install $(RELEASE) --prefix $(REAL) >/dev/null
-	ln -sf "$$(realpath "$(IPATOOL)")" $(REAL)/lib/zarvo/Tools/ipatool
+.PHONY: ipatool-given
+ipatool-given:
+	@[ -n "$(IPATOOL)" ] || { \
+	    echo "Say where the store tool is: make run-real IPATOOL=/path/to/ipatool" >&2; exit 1; }
+	@[ -f "$(IPATOOL)" ] && [ -x "$(IPATOOL)" ] || { echo "$(IPATOOL) is no program that can be run." >&2; exit 1; }
+
+# A tree like an installed one; the store tool is linked, so that it stays where its owner keeps it up to date.
+run-real: ipatool-given build ## start Zarvo with real phones and the real store: IPATOOL=path
+	@rm -rf $(REAL)
+	@cmake --install $(RELEASE) --prefix $(REAL) >/dev/null
+	@ln -s "$$(realpath "$(IPATOOL)")" $(REAL)/lib/zarvo/Tools/ipatool
 	$(REAL)/bin/zarvo
 
 demo-tour: build ## play a sign-in and a download offscreen: a line a step, pictures in build/tour
