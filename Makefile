@@ -4,6 +4,8 @@ RELEASE := build/release
 DEMO    := $(RELEASE)/demo
 TOUR    := build/tour
 STATE   := build/demo-state
+REAL    := build/real
+PICTURES := docs/screenshots
 JOBS    ?= $(shell nproc 2>/dev/null || echo 2)
 
 # Looked up when used: the compiler cache is optional and may come or go.
@@ -18,10 +20,11 @@ configure-and-build = cmake --preset $(1) $(LAUNCHER) && cmake --build --preset 
 run-tests = ctest --test-dir build/$(1) --output-on-failure --no-tests=error --parallel $$(( 2 * $(JOBS) ))
 
 .DEFAULT_GOAL := help
-.PHONY: help deps deps-lint build test run demo-tour bench asan tsan lint format fuzz package clean
+.PHONY: help deps deps-lint deps-package build test run run-real demo-tour screenshots bench asan tsan lint format fuzz \
+        package package-trial clean
 
 help: ## this list
-	@sed -n 's/^\([a-z -]*\):[^#]*## \(.*\)/  make \1\t\2/p' $(firstword $(MAKEFILE_LIST)) | expand -t 20
+	@sed -n 's/^\([a-z -]*\):[^#]*## \(.*\)/  make \1\t\2/p' $(firstword $(MAKEFILE_LIST)) | expand -t 24
 
 deps: ## install the Debian packages that are missing
 	@tools/install-packages
@@ -41,6 +44,19 @@ run: build ## start Zarvo with the demonstration's phones and store
 	    $(MAKE) --no-print-directory tour; \
 	fi
 
+.PHONY: ipatool-given
+ipatool-given:
+	@[ -n "$(IPATOOL)" ] || { \
+	    echo "Say where the store tool is: make run-real IPATOOL=/path/to/ipatool" >&2; exit 1; }
+	@[ -f "$(IPATOOL)" ] && [ -x "$(IPATOOL)" ] || { echo "$(IPATOOL) is no program that can be run." >&2; exit 1; }
+
+# A tree like an installed one; the store tool is linked, so that it stays where its owner keeps it up to date.
+run-real: ipatool-given build ## start Zarvo with real phones and the real store: IPATOOL=path
+	@rm -rf $(REAL)
+	@cmake --install $(RELEASE) --prefix $(REAL) >/dev/null
+	@ln -s "$$(realpath "$(IPATOOL)")" $(REAL)/lib/zarvo/Tools/ipatool
+	$(REAL)/bin/zarvo
+
 demo-tour: build ## play a sign-in and a download offscreen: a line a step, pictures in build/tour
 	@$(MAKE) --no-print-directory tour
 
@@ -49,6 +65,11 @@ tour:
 	@rm -rf $(TOUR)-state
 	@ZARVO_DEMO_STATE=$(CURDIR)/$(TOUR)-state $(DEMO)/bin/with-phones $(DEMO)/bin/tour $(TOUR)
 	@echo "Pictures: $(TOUR)/"
+
+screenshots: build ## take the pictures of docs/screenshots anew, from the tour
+	@$(MAKE) --no-print-directory tour
+	@mkdir -p $(PICTURES)
+	for name in window sign-in phone; do cp $(TOUR)/$$name.png $(PICTURES)/; done
 
 bench: build ## measure
 	cmake --build --preset release --target zarvo_bench --parallel $(JOBS)
@@ -75,7 +96,19 @@ lint: deps-lint build ## check format and look for faults without running
 format: deps-lint ## format the sources in place
 	clang-format -i $(SOURCES)
 
-fuzz package: ## not there yet
+deps-package: deps
+	@tools/install-packages packaging/debian-packages-package.txt
+
+package: deps-package build ## make the Debian package and check it: build/package
+	@rm -rf build/package
+	cd $(RELEASE) && cpack -B $(CURDIR)/build/package
+	@rm -rf build/package/_CPack_Packages
+	packaging/check-package build/package/*.deb
+
+package-trial: package ## as root: install the package on a bare Debian, show its window, remove it (MIRROR=address)
+	packaging/try-on-bare-system build/package/*.deb build/package/window.png $(MIRROR)
+
+fuzz: ## not there yet
 	@echo "make $@: not there yet." >&2; exit 1
 
 clean: ## remove all that was built

@@ -68,15 +68,20 @@ public:
         ++m_count;
         const QString picture = u"%1/%2.png"_s.arg(m_folder).arg(m_count, 2, 10, QChar(u'0'));
         QWidget *pictured = shown ? window(shown) : sheet();
-        (pictured ? pictured : m_window)->grab().save(picture);
+        m_last = (pictured ? pictured : m_window)->grab();
+        m_last.save(picture);
         std::printf("%2d. %s\n", m_count, qUtf8Printable(line));
         std::fflush(stdout);
         return true;
     }
 
+    /// Saves the last step's picture once more, under a name that stays when steps come and go.
+    bool keepPicture(const QString &name) const { return m_last.save(u"%1/%2.png"_s.arg(m_folder, name)); }
+
 private:
     QWidget *m_window;
     QString m_folder;
+    QPixmap m_last; ///< of the last step
     int m_count = 0;
 };
 
@@ -119,7 +124,8 @@ bool signIn(Tour &tour)
         return false;
     QTest::keyClick(sheet, Qt::Key_Return);
     auto *code = tour.view<QLineEdit>("code");
-    if (!tour.step(u"Магазин просит код"_s, [&] { return code->isVisible(); }))
+    if (!tour.step(u"Магазин просит код"_s, [&] { return code->isVisible(); }) ||
+        !tour.keepPicture(u"sign-in"_s))
         return false;
     type(code, u"123456"_s);
     QTest::keyClick(sheet, Qt::Key_Return);
@@ -141,7 +147,8 @@ bool chooseApp(Tour &tour)
         return false;
     picker->setCurrentIndex(1);
     if (!tour.step(u"Телефон выбран, список приложений прочитан"_s,
-                   [&] { return table->model()->rowCount() > 0 && table->isEnabled(); }))
+                   [&] { return table->model()->rowCount() > 0 && table->isEnabled(); }) ||
+        !tour.keepPicture(u"window"_s))
         return false;
     tour.view<QLineEdit>("search")->insert(u"заметк"_s); // QTest types Latin letters only
     if (!tour.step(u"Поиск сузил список"_s, [&] { return table->model()->rowCount() > 0; }))
@@ -173,7 +180,8 @@ bool showPhones(Tour &tour)
 {
     tour.press("infoButton");
     if (!tour.step(
-            u"Сведения о телефоне"_s, [&] { return tour.window("infoWindow") != nullptr; }, "infoWindow"))
+            u"Сведения о телефоне"_s, [&] { return tour.window("infoWindow") != nullptr; }, "infoWindow") ||
+        !tour.keepPicture(u"phone"_s))
         return false;
     tour.window("infoWindow")->close();
     tour.press("showHistory");

@@ -76,6 +76,7 @@ int RunWindow(int &argc, char **argv, const WindowedOptions &options)
     std::fputs(startMessages.constData(), stderr);
     QApplication::setOrganizationName(u"Zarvo"_s);
     QApplication::setApplicationName(u"Zarvo"_s);
+    QApplication::setDesktopFileName(u"zarvo"_s); // under Wayland the icon comes from the desktop entry
     const QString resources = options.resources.isEmpty() ? ResourcePath() : options.resources;
     QApplication::setWindowIcon(QIcon(u":/AppLogo.png"_s));
     InstallRussianTexts();
