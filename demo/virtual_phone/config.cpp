@@ -1,3 +1,4 @@
+// clang-format off
 // The configuration of the virtual phone, a JSON file:
 //
 // {
@@ -20,10 +21,11 @@
 //                                    or a text "xml:…" or "base64:…", sent as these bytes
 //     "appsDirectory": "DIR",        what is installed and removed persists there; relative to this file
 //     "capacity": 128000000000, "used": 60000000000,        bytes
-//     "paired": true,                this computer is trusted from the start; false: the first Pair makes it
-//     so "tls": true,                   sessions and services are encrypted "uploads": "keep",             or
-//     "discard": only their sizes are kept, and Install believes its options "format": "xml", or "binary": of
-//     the services' messages "uploadRate": 0,               bytes in a second; 0: as fast as it goes
+//     "paired": true,                this computer is trusted from the start; false: the first Pair makes it so
+//     "tls": true,                   sessions and services are encrypted
+//     "uploads": "keep",             or "discard": only their sizes are kept, and Install believes its options
+//     "format": "xml",               or "binary": of the services' messages
+//     "uploadRate": 0,               bytes in a second; 0: as fast as it goes
 //     "statusInterval": 0,           ms between the messages of an installation
 //     "idleLimit": 10000,            ms after which lockdown drops a silent client
 //     "installErrors": {"com.example.app": "DeviceOSVersionTooLow"},
@@ -47,6 +49,7 @@
 //     }
 //   }]
 // }
+// clang-format on
 #include "config.h"
 
 #include <QDir>

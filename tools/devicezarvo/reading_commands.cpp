@@ -17,6 +17,7 @@ constexpr auto kBatteryDomain = "com.apple.mobile.battery";
 constexpr std::initializer_list<const char *> kAppAttributes{
     "CFBundleIdentifier",         "CFBundleDisplayName", "CFBundleName",
     "CFBundleShortVersionString", "CFBundleVersion",     "iTunesMetadata"};
+constexpr qsizetype kMostApps = 20'000; // more than any phone has room for: what goes on and on is no list
 /// Where phones of different ages keep the readings of the battery: names and classes of registry entries.
 constexpr std::pair<const char *, const char *> kGauges[]{
     {"AppleSmartBattery", nullptr}, {"AppleARMPMUCharger", nullptr}, {nullptr, "IOPMPowerSource"}};
@@ -49,6 +50,10 @@ std::optional<QJsonArray> readApps(InstallationService &service, Failure *failur
             return std::nullopt;
         }
         AppendAppRecords(page.get(), apps);
+        if (apps.size() > kMostApps) {
+            Fail(failure, FailureOf(Fault::BadReply));
+            return std::nullopt;
+        }
         if (PlistText(PlistMember(page.get(), "Status")) == "Complete"_L1)
             return apps;
     }
