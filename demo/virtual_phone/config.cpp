@@ -35,9 +35,9 @@
 //       "refused": true,             the answer was no
 //       "revoked": true,             trust was given once, and taken back
 //       "wrongKeys": true,           the session starts, then the certificate of the computer is turned down
-//       "mute": "usbmuxd|lockdownd|session|afc|installation_proxy|install|diagnostics",
-//                                    takes connections there and never answers; "install": in the middle of
-//                                    one
+//       "mute": "usbmuxd|lockdownd|session|values|afc|installation_proxy|install|diagnostics",
+//                                    takes connections there and never answers; "values": when asked for all
+//                                    of them; "install": in the middle of one
 //       "dropUploadAfter": 1000000,  bytes, counted over a connection
 //       "dropInstallAt": 40,         percent
 //       "unplug": true,              what drops, drops the whole phone, until the configuration is read again
@@ -67,8 +67,8 @@ namespace {
 constexpr qint64 kDefaultCapacity = 128'000'000'000;
 constexpr qint64 kDefaultUsed = 64'000'000'000;
 constexpr qint64 kDefaultIdleLimit = 10'000; // as a phone does
-constexpr auto kMutePlaces = {"usbmuxd"_L1, "lockdownd"_L1,  "session"_L1, "afc"_L1, "installation_proxy"_L1,
-                              "install"_L1, "diagnostics"_L1};
+constexpr auto kMutePlaces = {"usbmuxd"_L1, "lockdownd"_L1,          "session"_L1, "values"_L1,
+                              "afc"_L1,     "installation_proxy"_L1, "install"_L1, "diagnostics"_L1};
 
 /// Takes the members of an object one by one, and knows which were never asked for.
 class Reader

@@ -380,6 +380,7 @@ void PhoneCommandsTest::noticesLostPhone_data()
     QTest::addColumn<QString>("place"); // where the phone falls silent, then goes
     QTest::addColumn<QByteArray>("sign");
     QTest::newRow("at the session") << u"info"_s << u"session"_s << QByteArray("look up the phone: 0");
+    QTest::newRow("at the details") << u"info"_s << u"values"_s << QByteArray("use the session: 0");
     QTest::newRow("at the list of apps")
         << u"apps"_s << u"installation_proxy"_s << QByteArray("send a command: 0");
     QTest::newRow("at the battery") << u"battery"_s << u"diagnostics"_s

@@ -12,6 +12,7 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
+constexpr auto kProbe = "DeviceName"; // every phone has one
 constexpr auto kDiskDomain = "com.apple.disk_usage";
 constexpr auto kBatteryDomain = "com.apple.mobile.battery";
 constexpr std::initializer_list<const char *> kAppAttributes{
@@ -59,6 +60,16 @@ std::optional<QJsonArray> readApps(InstallationService &service, Failure *failur
     }
 }
 
+/// The failure of a request, seen once more: the library takes an answer that a broken connection cut short
+/// for an unreadable one. Whether the phone is still there, the session tells.
+Failure toldApart(std::optional<PhoneSession> &session, const Failure &failure)
+{
+    Failure reason;
+    if (!session || failure.fault != Fault::BadReply || session->value(nullptr, kProbe, &reason))
+        return failure;
+    return reason;
+}
+
 /// A reading that a phone may decline to give: null then. False only for a failure of the conversation.
 bool readOptional(PhoneSession &session, const char *domain, Plist &values, Failure *failure)
 {
@@ -99,7 +110,7 @@ void AnswerApps(const QString &phone, Watch &watch, Answer &answer)
     if (apps)
         answer.give({{"apps"_L1, *apps}});
     else
-        answer.fail(failure);
+        answer.fail(toldApart(session, failure));
     watch.step(CurrentDeadlines().goodbye);
 }
 
@@ -112,7 +123,7 @@ void AnswerInfo(const QString &phone, Watch &watch, Answer &answer)
     if (values && readOptional(*session, kDiskDomain, disk, &failure))
         answer.give({{"details"_L1, InfoLines(values.get(), disk.get())}});
     else
-        answer.fail(failure);
+        answer.fail(toldApart(session, failure));
     watch.step(CurrentDeadlines().goodbye);
 }
 
@@ -132,6 +143,6 @@ void AnswerBattery(const QString &phone, Watch &watch, Answer &answer)
     if (well)
         answer.give({{"details"_L1, BatteryLines(state.get(), PlistMember(gauge.get(), "IORegistry"))}});
     else
-        answer.fail(failure);
+        answer.fail(toldApart(session, failure));
     watch.step(CurrentDeadlines().goodbye);
 }
