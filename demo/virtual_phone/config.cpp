@@ -1,3 +1,4 @@
+// clang-format off
 // The configuration of the virtual phone, a JSON file:
 //
 // {
@@ -20,10 +21,11 @@
 //                                    or a text "xml:…" or "base64:…", sent as these bytes
 //     "appsDirectory": "DIR",        what is installed and removed persists there; relative to this file
 //     "capacity": 128000000000, "used": 60000000000,        bytes
-//     "paired": true,                this computer is trusted from the start; false: the first Pair makes it
-//     so "tls": true,                   sessions and services are encrypted "uploads": "keep",             or
-//     "discard": only their sizes are kept, and Install believes its options "format": "xml", or "binary": of
-//     the services' messages "uploadRate": 0,               bytes in a second; 0: as fast as it goes
+//     "paired": true,                this computer is trusted from the start; false: the first Pair makes it so
+//     "tls": true,                   sessions and services are encrypted
+//     "uploads": "keep",             or "discard": only their sizes are kept, and Install believes its options
+//     "format": "xml",               or "binary": of the services' messages
+//     "uploadRate": 0,               bytes in a second; 0: as fast as it goes
 //     "statusInterval": 0,           ms between the messages of an installation
 //     "idleLimit": 10000,            ms after which lockdown drops a silent client
 //     "installErrors": {"com.example.app": "DeviceOSVersionTooLow"},
@@ -33,9 +35,9 @@
 //       "refused": true,             the answer was no
 //       "revoked": true,             trust was given once, and taken back
 //       "wrongKeys": true,           the session starts, then the certificate of the computer is turned down
-//       "mute": "usbmuxd|lockdownd|session|afc|installation_proxy|install|diagnostics",
-//                                    takes connections there and never answers; "install": in the middle of
-//                                    one
+//       "mute": "usbmuxd|lockdownd|session|values|afc|installation_proxy|install|diagnostics",
+//                                    takes connections there and never answers; "values": when asked for all
+//                                    of them; "install": in the middle of one
 //       "dropUploadAfter": 1000000,  bytes, counted over a connection
 //       "dropInstallAt": 40,         percent
 //       "unplug": true,              what drops, drops the whole phone, until the configuration is read again
@@ -47,6 +49,7 @@
 //     }
 //   }]
 // }
+// clang-format on
 #include "config.h"
 
 #include <QDir>
@@ -64,8 +67,8 @@ namespace {
 constexpr qint64 kDefaultCapacity = 128'000'000'000;
 constexpr qint64 kDefaultUsed = 64'000'000'000;
 constexpr qint64 kDefaultIdleLimit = 10'000; // as a phone does
-constexpr auto kMutePlaces = {"usbmuxd"_L1, "lockdownd"_L1,  "session"_L1, "afc"_L1, "installation_proxy"_L1,
-                              "install"_L1, "diagnostics"_L1};
+constexpr auto kMutePlaces = {"usbmuxd"_L1, "lockdownd"_L1,          "session"_L1, "values"_L1,
+                              "afc"_L1,     "installation_proxy"_L1, "install"_L1, "diagnostics"_L1};
 
 /// Takes the members of an object one by one, and knows which were never asked for.
 class Reader

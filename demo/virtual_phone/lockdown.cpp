@@ -179,6 +179,10 @@ bool Lockdown::getValue(const QVariantMap &request)
             [&](const auto &value) { return !domain.isEmpty() || !kPublicValues.contains(value.key()); });
     }
     if (key.isEmpty()) {
+        if (m_connection.mute("values")) {
+            m_connection.channel->swallow();
+            return false;
+        }
         answer.insert(u"Value"_s, values);
         return reply(u"GetValue"_s, answer);
     }

@@ -100,7 +100,13 @@ void VirtualPhones::forbid()
     m_forbidden = ::chmod(QFile::encodeName(filePath(u"socket"_s)).constData(), 0) == 0;
 }
 
-std::unique_ptr<QProcess> VirtualPhones::start(const QStringList &arguments, Limits limits)
+void VirtualPhones::vanish()
+{
+    m_process.kill();
+    m_process.waitForFinished();
+}
+
+std::unique_ptr<QProcess> VirtualPhones::prepare(const QStringList &arguments, Limits limits)
 {
     auto process = std::make_unique<QProcess>();
     process->setProcessEnvironment(environmentFor(filePath(u"socket"_s)));
@@ -109,9 +115,16 @@ std::unique_ptr<QProcess> VirtualPhones::start(const QStringList &arguments, Lim
         // Root passes every lock unless it lays this power down.
         process->setChildProcessModifier([] { ::prctl(PR_CAPBSET_DROP, CAP_DAC_OVERRIDE); });
     }
-    process->start(limits == Limits::Short ? QStringLiteral(ZARVO_DEVICE_TOOL_SHORT_LIMITS)
-                                           : QStringLiteral(ZARVO_DEVICE_TOOL),
-                   arguments);
+    process->setProgram(limits == Limits::Short ? QStringLiteral(ZARVO_DEVICE_TOOL_SHORT_LIMITS)
+                                                : QStringLiteral(ZARVO_DEVICE_TOOL));
+    process->setArguments(arguments);
+    return process;
+}
+
+std::unique_ptr<QProcess> VirtualPhones::start(const QStringList &arguments, Limits limits)
+{
+    auto process = prepare(arguments, limits);
+    process->start();
     return process;
 }
 

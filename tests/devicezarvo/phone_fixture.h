@@ -57,6 +57,10 @@ public:
     void forbid();
     /// Starts it and leaves the rest to the caller. What is read from it first are its diagnostics.
     std::unique_ptr<QProcess> start(const QStringList &arguments, Limits limits = Limits::Shipped);
+    /// The same, not started yet.
+    std::unique_ptr<QProcess> prepare(const QStringList &arguments, Limits limits = Limits::Shipped);
+    /// From one moment to the next nobody is there any more.
+    void vanish();
 
     QString filePath(const QString &name) const { return m_folder.filePath(name); }
     /// Writes an IPA of this app into the folder; its path.

@@ -5,7 +5,13 @@
 #include <QFile>
 #include <QTest>
 
-#include <csignal>
+#include <fcntl.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <cstring>
 
 using namespace std::chrono_literals;
 using namespace Qt::StringLiterals;
@@ -37,6 +43,44 @@ QString version(const QJsonObject &reply, const QString &id)
     return {};
 }
 
+/// A socket that nobody listens on, as a service leaves it that was killed.
+bool leaveSocket(const QString &path)
+{
+    const QByteArray name = QFile::encodeName(path);
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    if (name.size() >= static_cast<qsizetype>(sizeof address.sun_path))
+        return false;
+    std::memcpy(address.sun_path, name.constData(), static_cast<size_t>(name.size()));
+    const int socket = ::socket(AF_UNIX, SOCK_STREAM, 0);
+    const bool bound = ::bind(socket, reinterpret_cast<const sockaddr *>(&address), sizeof address) == 0;
+    ::close(socket);
+    return bound;
+}
+
+/// A pipe at `path` that takes no byte more until somebody reads; -1 on failure. To be closed.
+int fullPipe(const QString &path)
+{
+    const QByteArray name = QFile::encodeName(path);
+    const int end =
+        ::mkfifo(name.constData(), 0600) == 0 ? ::open(name.constData(), O_RDWR | O_NONBLOCK) : -1;
+    while (end >= 0 && ::write(end, "x", 1) == 1) {
+    }
+    return end;
+}
+
+/// True once the process, which is running, has told this on standard error.
+bool waitForWords(QProcess &process, const QByteArray &words)
+{
+    constexpr int patience = 20'000; // ms
+    QByteArray seen;
+    while (!seen.contains(words) && process.waitForReadyRead(patience))
+        seen += process.readAllStandardError();
+    if (!seen.contains(words))
+        qWarning("not seen: %s\n%s", words.constData(), seen.constData());
+    return seen.contains(words);
+}
+
 } // namespace
 
 class PhoneCommandsTest : public QObject
@@ -57,6 +101,10 @@ private Q_SLOTS:
     void tellsFaultsOfService();
     void endsWhenTold_data();
     void endsWhenTold();
+    void noticesLostPhone_data();
+    void noticesLostPhone();
+    void endsWhenNobodyReads();
+    void failsWhenAnswerIsLost();
     void answersBeforeCallersGiveUp();
 };
 
@@ -104,6 +152,7 @@ void PhoneCommandsTest::readsApps_data()
     QTest::newRow("no app") << u"xml"_s << 0;
     QTest::newRow("several pages") << u"xml"_s << 250;
     QTest::newRow("several pages, binary messages") << u"binary"_s << 250;
+    QTest::newRow("without end: not believed") << u"binary"_s << 20'001;
 }
 
 void PhoneCommandsTest::readsApps()
@@ -122,6 +171,10 @@ void PhoneCommandsTest::readsApps()
     VirtualPhones phones({phone({{"apps"_L1, apps}, {"format"_L1, format}})});
     QVERIFY2(phones.isReady(), phones.problem().constData());
     const ToolRun run = phones.run({u"apps"_s, FirstPhone});
+    if (count > 20'000) {
+        QCOMPARE(run.error(), u"Телефон прислал непонятный ответ."_s);
+        return;
+    }
     QVERIFY2(run.status == 0 && run.isWellFormed(), run.output.constData());
     QVERIFY2(run.diagnostics.isEmpty(), run.diagnostics.constData());
     const QJsonArray rows = run.reply["apps"_L1].toArray();
@@ -242,8 +295,8 @@ void PhoneCommandsTest::tellsFaults()
     QCOMPARE(run.reply.contains("success"_L1), command == "install"_L1);
     QVERIFY(!run.reply["success"_L1].toBool());
     // What can be reached is cleaned up.
-    if (command == "install"_L1 && !mute && !faults.contains("unplug"_L1) && !faults.contains("revoked"_L1) &&
-        !faults.contains("dropUploadAfter"_L1))
+    if (command == "install"_L1 && faults["mute"_L1] != "afc"_L1 && !faults.contains("unplug"_L1) &&
+        !faults.contains("revoked"_L1) && !faults.contains("dropUploadAfter"_L1))
         QCOMPARE(phones.staged(), QStringList());
 }
 
@@ -252,12 +305,13 @@ void PhoneCommandsTest::tellsFaultsOfService_data()
     QTest::addColumn<QString>("command");
     QTest::addColumn<QString>("service"); // missing, dead, forbidden, mute, another phone
     QTest::addColumn<QString>("sentence");
+    const QString absent =
+        u"Служба usbmuxd не запущена. Подключите телефон кабелем; если не поможет, установите пакет usbmuxd."_s;
     const QString silent = u"Служба usbmuxd не отвечает. Отключите и снова подключите телефон."_s;
     QTest::newRow("missing: no phones, no error") << u"devices"_s << u"missing"_s << QString();
-    QTest::newRow("missing: told to who wants a phone")
-        << u"apps"_s << u"missing"_s
-        << u"Служба usbmuxd не запущена. Подключите телефон кабелем; если не поможет, установите пакет usbmuxd."_s;
-    QTest::newRow("its socket is left over") << u"devices"_s << u"dead"_s << silent;
+    QTest::newRow("missing: told to who wants a phone") << u"apps"_s << u"missing"_s << absent;
+    QTest::newRow("its socket is left over: no phones") << u"devices"_s << u"dead"_s << QString();
+    QTest::newRow("its socket is left over: told") << u"battery"_s << u"dead"_s << absent;
     QTest::newRow("it answers nobody") << u"devices"_s << u"mute"_s << silent;
     QTest::newRow("it answers nobody about a phone") << u"info"_s << u"mute"_s << silent;
     QTest::newRow("it is closed to this user")
@@ -276,10 +330,8 @@ void PhoneCommandsTest::tellsFaultsOfService()
     const QString socket = phones.filePath(u"socket"_s);
     if (service == "missing"_L1 || service == "dead"_L1)
         QVERIFY(QFile::rename(socket, socket + u".away"_s));
-    if (service == "dead"_L1) {
-        QFile left(socket); // nobody listens on an ordinary file either
-        QVERIFY(left.open(QIODevice::WriteOnly));
-    }
+    if (service == "dead"_L1)
+        QVERIFY(leaveSocket(socket));
     if (service == "forbidden"_L1)
         phones.forbid();
     const ToolRun run =
@@ -308,10 +360,7 @@ void PhoneCommandsTest::endsWhenTold()
     const QString ipa = phones.makeIPA(u"ru.primer.novoe"_s, u"3.5"_s, kBigPadding);
     const auto process = phones.start({u"--verbose"_s, u"install"_s, FirstPhone, ipa});
     const QByteArray sign = when == "mute"_L1 ? "start com.apple.afc" : "\"stage\":\"" + when.toUtf8();
-    QByteArray seen;
-    while (!seen.contains(sign) && process->waitForReadyRead(20'000))
-        seen += process->readAllStandardError();
-    QVERIFY2(seen.contains(sign), seen.constData());
+    QVERIFY(waitForWords(*process, sign));
     if (when != "mute"_L1)
         QCOMPARE(phones.staged().size(), 1);
     const auto told = std::chrono::steady_clock::now();
@@ -323,6 +372,72 @@ void PhoneCommandsTest::endsWhenTold()
     if (when != "mute"_L1)
         QCOMPARE(phones.staged(), QStringList());
     QCOMPARE(version(phones.run({u"apps"_s, FirstPhone}).reply, u"ru.primer.novoe"_s), QString());
+}
+
+void PhoneCommandsTest::noticesLostPhone_data()
+{
+    QTest::addColumn<QString>("command");
+    QTest::addColumn<QString>("place"); // where the phone falls silent, then goes
+    QTest::addColumn<QByteArray>("sign");
+    QTest::newRow("at the session") << u"info"_s << u"session"_s << QByteArray("look up the phone: 0");
+    QTest::newRow("at the details") << u"info"_s << u"values"_s << QByteArray("use the session: 0");
+    QTest::newRow("at the list of apps")
+        << u"apps"_s << u"installation_proxy"_s << QByteArray("send a command: 0");
+    QTest::newRow("at the battery") << u"battery"_s << u"diagnostics"_s
+                                    << QByteArray("connect to com.apple.mobile.diagnostics_relay: 0");
+}
+
+void PhoneCommandsTest::noticesLostPhone()
+{
+    QFETCH(const QString, command);
+    QFETCH(const QString, place);
+    QFETCH(const QByteArray, sign);
+    VirtualPhones phones({faultyPhone({{"mute"_L1, place}})});
+    QVERIFY2(phones.isReady(), phones.problem().constData());
+    const auto process = phones.start({u"--verbose"_s, command, FirstPhone});
+    QVERIFY(waitForWords(*process, sign));
+    QTest::qWait(200); // it says so before it waits
+    phones.vanish();
+    const ToolRun run = finish(*process);
+    QVERIFY2(run.isWellFormed(), run.output.constData());
+    QCOMPARE(run.error(), kLost);
+}
+
+// Whoever started it may have stopped reading: a limit of time holds all the same.
+void PhoneCommandsTest::endsWhenNobodyReads()
+{
+    VirtualPhones phones({phone()});
+    QVERIFY2(phones.isReady(), phones.problem().constData());
+    const QString path = phones.filePath(u"pipe"_s);
+    const int pipe = fullPipe(path);
+    QVERIFY(pipe >= 0);
+    const auto answering = phones.prepare({u"devices"_s}, Limits::Short);
+    answering->setStandardOutputFile(path);
+    answering->start();
+    const auto diagnosing = phones.prepare({u"--verbose"_s, u"info"_s, FirstPhone}, Limits::Short);
+    diagnosing->setStandardErrorFile(path);
+    diagnosing->start();
+    for (QProcess *process : {answering.get(), diagnosing.get()}) {
+        constexpr int patience = 15'000; // ms
+        const bool ended = process->waitForFinished(patience);
+        process->kill();
+        QVERIFY(ended && process->exitStatus() == QProcess::NormalExit);
+        QCOMPARE(process->exitCode(), 1);
+    }
+    ::close(pipe);
+    QVERIFY(finish(*diagnosing).output.contains("error"));
+}
+
+void PhoneCommandsTest::failsWhenAnswerIsLost()
+{
+    VirtualPhones phones({phone()});
+    QVERIFY2(phones.isReady(), phones.problem().constData());
+    for (const QString &word : {u"devices"_s, u"--help"_s}) {
+        const auto process = phones.prepare({word});
+        process->setStandardOutputFile(u"/dev/full"_s);
+        process->start();
+        QCOMPARE(finish(*process).status, 1);
+    }
 }
 
 // With the limits that the users get: a list that a mute phone is on, for a caller who waits 15 s and polls

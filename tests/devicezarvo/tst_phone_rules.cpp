@@ -327,7 +327,10 @@ void PhoneRulesTest::tellsAbandonedUploads()
     QVERIFY(IsAbandonedUpload(StagingName(now - 4000, 7), now));
     QVERIFY(!IsAbandonedUpload(StagingName(now - 800, 7), now));
     QVERIFY(!IsAbandonedUpload(StagingName(now + 4000, 7), now));
-    for (const char *foreign : {"zarvo-.ipa", "zarvo-x-1.ipa", "com.example.app", "zarvo-1", "."})
+    for (const char *foreign :
+         {"zarvo-.ipa", "zarvo-x-1.ipa", "zarvo-1500000000.ipa", "zarvo-1500000000-.ipa",
+          "zarvo-1500000000-1-copy.ipa", "zarvo-1500000000-1.ipa\n", "zarvo--1500000000-1.ipa",
+          "com.example.app", "."})
         QVERIFY2(!IsAbandonedUpload(foreign, now), foreign);
 }
 

@@ -46,8 +46,9 @@ void Answer::give(const QJsonObject &reply)
 
 void Answer::fail(const Failure &failure)
 {
-    Diagnose(u"failed, code %1"_s.arg(failure.code));
+    // The answer first: whoever should read the diagnostics may have stopped.
     write(lineFor(failure), 1);
+    Diagnose(u"failed, code %1"_s.arg(failure.code));
 }
 
 int Answer::crash() noexcept

@@ -1,6 +1,7 @@
 #include "crash_guard.h"
 
 #include "answer.h"
+#include "diagnostics.h"
 
 #include <unistd.h>
 
@@ -20,7 +21,9 @@ alignas(std::max_align_t) std::array<std::byte, 1 << 16> handlerStack;
 
 void onCrash(int)
 {
-    [[maybe_unused]] const ssize_t written = ::write(STDERR_FILENO, kNotice.data(), kNotice.size());
+    if (DiagnosticsEnabled()) {
+        [[maybe_unused]] const ssize_t written = ::write(STDERR_FILENO, kNotice.data(), kNotice.size());
+    }
     ::_exit(guarded->crash());
 }
 

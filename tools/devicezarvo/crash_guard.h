@@ -4,7 +4,7 @@
 class Answer;
 
 /// While it lives, a crash ends the program with the answer that the phone sent something unintelligible, and
-/// with a line on standard error. The library believes what it reads from the service's pairing records; a
+/// with a line of diagnostics. The library believes what it reads from the service's pairing records; a
 /// damaged one makes it reach for memory that is not there. One at a time, on the main thread.
 class CrashGuard
 {

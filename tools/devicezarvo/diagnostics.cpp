@@ -18,6 +18,11 @@ void EnableDiagnostics()
     enabled = true;
 }
 
+bool DiagnosticsEnabled() noexcept
+{
+    return enabled;
+}
+
 void Diagnose(const QString &text)
 {
     if (!enabled)

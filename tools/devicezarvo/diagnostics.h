@@ -5,6 +5,8 @@
 
 /// Diagnostics are printed from now on. Off at first.
 void EnableDiagnostics();
+/// Callable from a signal handler.
+bool DiagnosticsEnabled() noexcept;
 
 /// One line with the time since the start. Texts name steps and numbers, never a phone, an app, an account or
 /// a file.

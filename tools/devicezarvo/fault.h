@@ -5,9 +5,9 @@
 #include <QString>
 
 enum class Fault {
-    ServiceMissing,   ///< usbmuxd's socket is not there
-    ServiceForbidden, ///< it is there, and closed to this user
-    ServiceSilent,    ///< it is there, and nobody answers sensibly
+    ServiceMissing,   ///< usbmuxd does not run
+    ServiceForbidden, ///< it runs, and is closed to this user
+    ServiceSilent,    ///< it runs, and does not answer sensibly
     NotTrusted,       ///< the phone does not know this computer yet
     Refused,          ///< its owner said no
     Locked,

@@ -33,8 +33,11 @@ bool InstallationService::send(const Plist &message, Failure *failure)
 
 Plist InstallationService::receive(std::chrono::milliseconds limit, Failure *failure)
 {
-    const auto pause = static_cast<unsigned int>(CurrentDeadlines().pause.count());
-    m_watch->step(limit);
+    const Deadlines &deadlines = CurrentDeadlines();
+    const auto pause = static_cast<unsigned int>(deadlines.pause.count());
+    const auto end = Watch::Clock::now() + limit;
+    // The watch ends the program on the spot; silence is noticed here first, so that an upload is taken back.
+    m_watch->step(limit + deadlines.pause + deadlines.step);
     for (;;) {
         if (const auto reason = m_watch->stopReason()) {
             Fail(failure, FailureOf(*reason));
@@ -43,7 +46,7 @@ Plist InstallationService::receive(std::chrono::milliseconds limit, Failure *fai
         plist_t raw = nullptr;
         const int code = property_list_service_receive_plist_with_timeout(m_client.get(), &raw, pause);
         Plist message(raw);
-        if (code == PROPERTY_LIST_SERVICE_E_RECEIVE_TIMEOUT)
+        if (code == PROPERTY_LIST_SERVICE_E_RECEIVE_TIMEOUT && Watch::Clock::now() < end)
             continue;
         if (code == PROPERTY_LIST_SERVICE_E_SUCCESS && message)
             return message;

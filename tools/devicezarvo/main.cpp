@@ -9,6 +9,8 @@
 
 #include <QFile>
 
+#include <unistd.h>
+
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
@@ -16,6 +18,8 @@
 using Command = Request::Command;
 
 namespace {
+
+constexpr unsigned int kLastWords = 1; // s, for the answer of a run that is out of time or told to stop
 
 std::chrono::milliseconds timeFor(Command command)
 {
@@ -49,11 +53,20 @@ void answerRequest(const Request &request, Watch &watch, Answer &answer)
     }
 }
 
+/// Ends the program in a while, whatever its threads wait for: one may be stuck in writing to somebody who
+/// has stopped reading.
+void endSoon()
+{
+    std::signal(SIGALRM, [](int) { ::_exit(1); });
+    ::alarm(kLastWords);
+}
+
 int serve(const Request &request)
 {
     Answer answer(request.command == Command::Install);
     const CrashGuard guard(answer);
     Watch watch(timeFor(request.command), [&answer](Fault fault) {
+        endSoon();
         answer.fail(FailureOf(fault));
         std::_Exit(answer.exitStatus()); // the other threads may be anywhere
     });
@@ -63,7 +76,7 @@ int serve(const Request &request)
 
 int show(const QString &text)
 {
-    return std::fputs(qUtf8Printable(text), stdout) < 0 ? 1 : 0;
+    return std::fputs(qUtf8Printable(text), stdout) >= 0 && std::fflush(stdout) == 0 ? 0 : 1;
 }
 
 } // namespace

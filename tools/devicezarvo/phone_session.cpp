@@ -35,13 +35,34 @@ int proveSession(lockdownd_client_t client)
     return code;
 }
 
-/// True when the phone answers without a session.
-bool isReachable(idevice_t device)
+/// 0 when the phone answers without a session.
+int reach(idevice_t device)
 {
     lockdownd_client_t raw = nullptr;
     const int code = lockdownd_client_new(device, &raw, kClientName);
     const LockdownClient client(raw);
-    return code == LOCKDOWN_E_SUCCESS && proveSession(raw) == LOCKDOWN_E_SUCCESS;
+    return code == LOCKDOWN_E_SUCCESS ? proveSession(raw) : code;
+}
+
+/// Why the session did not come about, the library having said `code`. A pulled cable and keys that are
+/// turned down look alike at times, and a cut answer like an unreadable one: whether the phone is still there
+/// tells.
+Failure openingFailure(idevice_t device, int code)
+{
+    Failure reason = LockdownFailure(code);
+    if (reason.fault != Fault::Lost && reason.fault != Fault::BadReply)
+        return reason;
+    const int reached = reach(device);
+    Diagnose(u"reach the phone: %1"_s.arg(reached));
+    if (reached == LOCKDOWN_E_SUCCESS)
+        return reason.fault == Fault::Lost ? FailureOf(Fault::Revoked, code) : reason;
+    return reason.fault == Fault::BadReply ? LockdownFailure(reached) : reason;
+}
+
+/// What went wrong within a session. Its keys are proven, so that encryption breaks with the connection only.
+Failure sessionFailure(int code)
+{
+    return code == LOCKDOWN_E_SSL_ERROR ? FailureOf(Fault::Lost, code) : LockdownFailure(code);
 }
 
 } // namespace
@@ -93,11 +114,7 @@ std::optional<PhoneSession> PhoneSession::open(const QString &id, Watch &watch, 
     if (code == LOCKDOWN_E_SUCCESS)
         return PhoneSession(std::move(device), std::move(client), watch);
     watch.step(CurrentDeadlines().step);
-    Failure reason = LockdownFailure(code);
-    // Keys that are turned down look, at times, like a cable that is pulled.
-    if (reason.fault == Fault::Lost && isReachable(device.get()))
-        reason = FailureOf(Fault::Revoked, code);
-    Fail(failure, reason);
+    Fail(failure, openingFailure(device.get(), code));
     return std::nullopt;
 }
 
@@ -108,7 +125,7 @@ Plist PhoneSession::value(const char *domain, const char *key, Failure *failure)
     const int code = lockdownd_get_value(m_client.get(), domain, key, &value);
     Diagnose(u"read values: %1"_s.arg(code));
     if (code != LOCKDOWN_E_SUCCESS)
-        Fail(failure, LockdownFailure(code));
+        Fail(failure, sessionFailure(code));
     return Plist(value);
 }
 
@@ -120,7 +137,7 @@ Client PhoneSession::start(const char *name, Connect connect, Failure (*judge)(i
     int code = lockdownd_start_service(m_client.get(), name, &service);
     Diagnose(u"start %1: %2"_s.arg(QLatin1StringView(name)).arg(code));
     if (code != LOCKDOWN_E_SUCCESS) {
-        Fail(failure, LockdownFailure(code));
+        Fail(failure, sessionFailure(code));
         return {};
     }
     typename Client::pointer client = nullptr;

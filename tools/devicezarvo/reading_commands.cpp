@@ -12,11 +12,13 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
+constexpr auto kProbe = "DeviceName"; // every phone has one
 constexpr auto kDiskDomain = "com.apple.disk_usage";
 constexpr auto kBatteryDomain = "com.apple.mobile.battery";
 constexpr std::initializer_list<const char *> kAppAttributes{
     "CFBundleIdentifier",         "CFBundleDisplayName", "CFBundleName",
     "CFBundleShortVersionString", "CFBundleVersion",     "iTunesMetadata"};
+constexpr qsizetype kMostApps = 20'000; // more than any phone has room for: what goes on and on is no list
 /// Where phones of different ages keep the readings of the battery: names and classes of registry entries.
 constexpr std::pair<const char *, const char *> kGauges[]{
     {"AppleSmartBattery", nullptr}, {"AppleARMPMUCharger", nullptr}, {nullptr, "IOPMPowerSource"}};
@@ -49,9 +51,23 @@ std::optional<QJsonArray> readApps(InstallationService &service, Failure *failur
             return std::nullopt;
         }
         AppendAppRecords(page.get(), apps);
+        if (apps.size() > kMostApps) {
+            Fail(failure, FailureOf(Fault::BadReply));
+            return std::nullopt;
+        }
         if (PlistText(PlistMember(page.get(), "Status")) == "Complete"_L1)
             return apps;
     }
+}
+
+/// The failure of a request, seen once more: the library takes an answer that a broken connection cut short
+/// for an unreadable one. Whether the phone is still there, the session tells.
+Failure toldApart(std::optional<PhoneSession> &session, const Failure &failure)
+{
+    Failure reason;
+    if (!session || failure.fault != Fault::BadReply || session->value(nullptr, kProbe, &reason))
+        return failure;
+    return reason;
 }
 
 /// A reading that a phone may decline to give: null then. False only for a failure of the conversation.
@@ -94,7 +110,7 @@ void AnswerApps(const QString &phone, Watch &watch, Answer &answer)
     if (apps)
         answer.give({{"apps"_L1, *apps}});
     else
-        answer.fail(failure);
+        answer.fail(toldApart(session, failure));
     watch.step(CurrentDeadlines().goodbye);
 }
 
@@ -107,7 +123,7 @@ void AnswerInfo(const QString &phone, Watch &watch, Answer &answer)
     if (values && readOptional(*session, kDiskDomain, disk, &failure))
         answer.give({{"details"_L1, InfoLines(values.get(), disk.get())}});
     else
-        answer.fail(failure);
+        answer.fail(toldApart(session, failure));
     watch.step(CurrentDeadlines().goodbye);
 }
 
@@ -127,6 +143,6 @@ void AnswerBattery(const QString &phone, Watch &watch, Answer &answer)
     if (well)
         answer.give({{"details"_L1, BatteryLines(state.get(), PlistMember(gauge.get(), "IORegistry"))}});
     else
-        answer.fail(failure);
+        answer.fail(toldApart(session, failure));
     watch.step(CurrentDeadlines().goodbye);
 }

@@ -1,26 +1,23 @@
 #include "staging_names.h"
 
-#include <QList>
+#include <QRegularExpression>
+
+using namespace Qt::StringLiterals;
 
 namespace {
 
-constexpr QByteArrayView kPrefix = "zarvo-";
-constexpr QByteArrayView kSuffix = ".ipa";
 constexpr qint64 kLongestUse = 3600; // s; an installation ends long before
 
 } // namespace
 
 QByteArray StagingName(qint64 seconds, qint64 process)
 {
-    return kPrefix.toByteArray() + QByteArray::number(seconds) + '-' + QByteArray::number(process) +
-           kSuffix.toByteArray();
+    return "zarvo-" + QByteArray::number(seconds) + '-' + QByteArray::number(process) + ".ipa";
 }
 
 bool IsAbandonedUpload(const QByteArray &name, qint64 seconds)
 {
-    if (!name.startsWith(kPrefix) || !name.endsWith(kSuffix))
-        return false;
-    bool whole = false;
-    const qint64 begun = name.mid(kPrefix.size()).split('-').first().toLongLong(&whole);
-    return whole && seconds - begun > kLongestUse;
+    static const QRegularExpression ours(u"\\Azarvo-([0-9]{1,18})-[0-9]+\\.ipa\\z"_s);
+    const auto match = ours.match(QString::fromLatin1(name));
+    return match.hasMatch() && seconds - match.captured(1).toLongLong() > kLongestUse;
 }

@@ -59,6 +59,7 @@ std::optional<Fault> ServiceFault()
         return std::nullopt;
     case ENOENT:
     case ENOTDIR:
+    case ECONNREFUSED: // it has ended and left its socket
         return Fault::ServiceMissing;
     case EACCES:
     case EPERM:
