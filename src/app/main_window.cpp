@@ -5,19 +5,24 @@
 #include "app/spinner.h"
 #include "app/view_factories.h"
 #include "app/zarvo_app.h"
+#include "device/install_to_device.h"
 
 #include <QApplication>
 #include <QCheckBox>
 #include <QCloseEvent>
 #include <QComboBox>
+#include <QDragEnterEvent>
 #include <QFileDialog>
 #include <QHeaderView>
 #include <QKeyEvent>
 #include <QLineEdit>
 #include <QMenuBar>
+#include <QMimeData>
 #include <QScreen>
 #include <QScrollArea>
+#include <QShortcut>
 #include <QTableView>
+#include <QUrl>
 #include <QVBoxLayout>
 
 #include <algorithm>
@@ -96,6 +101,23 @@ void layOutColumns(QTableView *table)
     QObject::connect(header, &QHeaderView::geometriesChanged, table, fit);
 }
 
+// The IPA that is dragged, or nothing; only ever to be read where it lies, not to be moved away.
+QString draggedIPA(const QDropEvent *event)
+{
+    constexpr Qt::DropActions kReading = Qt::CopyAction | Qt::LinkAction;
+    const QList<QUrl> urls = event->mimeData()->urls();
+    if (urls.size() != 1 || !(event->possibleActions() & kReading))
+        return {};
+    const QString file = urls.first().toLocalFile();
+    return IsIPAFile(file) ? file : QString();
+}
+
+void acceptForReading(QDropEvent *event)
+{
+    event->setDropAction(event->possibleActions() & Qt::CopyAction ? Qt::CopyAction : Qt::LinkAction);
+    event->accept();
+}
+
 // The edit commands go to whatever has the focus, as its own shortcuts would.
 void sendKey(QKeySequence::StandardKey command)
 {
@@ -126,6 +148,22 @@ void MainWindow::closeEvent(QCloseEvent *event)
     Q_EMIT closed();
 }
 
+void MainWindow::dragEnterEvent(QDragEnterEvent *event)
+{
+    if (!draggedIPA(event).isEmpty())
+        acceptForReading(event);
+}
+
+void MainWindow::dropEvent(QDropEvent *event)
+{
+    // Work may have begun, and the file may have gone, since the drag came in.
+    const QString file = acceptDrops() ? draggedIPA(event) : QString();
+    if (file.isEmpty())
+        return event->ignore();
+    acceptForReading(event);
+    Q_EMIT dropped(file);
+}
+
 template <typename Action>
 QPushButton *ZarvoApp::button(const QString &title, const char *name, Action action)
 {
@@ -140,6 +178,7 @@ QLineEdit *ZarvoApp::field(const QString &placeholder, const char *name)
     auto *made = new QLineEdit;
     made->setPlaceholderText(placeholder);
     made->setAccessibleName(placeholder);
+    made->setAcceptDrops(false); // a file dropped here would leave its address as text
     made->setObjectName(QLatin1StringView(name));
     connect(made, &QLineEdit::textChanged, this, [this, made] { controlTextDidChange(made); });
     controls.append(made);
@@ -157,6 +196,7 @@ void ZarvoApp::buildWindow()
     FollowPalette();
     window = std::make_unique<MainWindow>();
     connect(window.get(), &MainWindow::closed, qApp, &QCoreApplication::quit);
+    connect(window.get(), &MainWindow::dropped, this, &ZarvoApp::setIPA);
     buildMenu(window->menuBar());
 
     const QMargins margins(Scaled(kContentMargins.left()), Scaled(kContentMargins.top()),
@@ -186,6 +226,7 @@ void ZarvoApp::buildWindow()
     buildOutcome(outcome);
     whole->addLayout(outcome);
     window->setCentralWidget(central);
+    addShortcuts();
     window->show();
     window->activateWindow();
     phonePicker->setFocus();
@@ -214,6 +255,28 @@ void ZarvoApp::buildMenu(QMenuBar *bar)
     };
     for (const auto &[title, key] : commands)
         connect(add(edit, title, key), &QAction::triggered, this, [key = key] { sendKey(key); });
+}
+
+// The keys that everybody tries first; each does what its control does, and only while that is enabled.
+void ZarvoApp::addShortcuts()
+{
+    const std::pair<const char *, QKeySequence::StandardKey> keys[] = {
+        {"instructions", QKeySequence::HelpContents},
+        {"refresh", QKeySequence::Refresh},
+        {"chooseIPA", QKeySequence::Open},
+    };
+    for (const auto &[name, key] : keys) {
+        auto *pressed = window->findChild<QPushButton *>(QLatin1StringView(name));
+        pressed->setShortcut(key);
+        pressed->setToolTip(pressed->shortcut().toString(QKeySequence::NativeText));
+    }
+    connect(new QShortcut(QKeySequence::Find, window.get()), &QShortcut::activated, this, [this] {
+        if (!search->isEnabled())
+            return;
+        search->setFocus(Qt::ShortcutFocusReason);
+        search->selectAll();
+    });
+    search->setToolTip(QKeySequence(QKeySequence::Find).toString(QKeySequence::NativeText));
 }
 
 void ZarvoApp::buildOutcome(QVBoxLayout *stack)
@@ -267,6 +330,7 @@ QWidget *ZarvoApp::makeDeviceRow()
 {
     phonePicker = new PhonePicker;
     phonePicker->setObjectName(u"phonePicker"_s);
+    phonePicker->setAccessibleDescription(u"Выберите iPhone"_s);
     phonePicker->setMinimumWidth(Scaled(kPickerWidth));
     phonePicker->setSizeAdjustPolicy(QComboBox::AdjustToContents);
     phonePicker->addItem(u"Выберите iPhone"_s);
@@ -282,6 +346,7 @@ QWidget *ZarvoApp::makeAppsTable()
 {
     table = new QTableView;
     table->setObjectName(u"table"_s);
+    table->setAccessibleName(u"Приложения"_s);
     m_tableModel = new AppsTableModel(rows, table);
     table->setModel(m_tableModel);
     table->setFixedHeight(Scaled(kTableHeight));
