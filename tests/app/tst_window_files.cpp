@@ -56,6 +56,8 @@ Qt::DropAction WindowFilesTest::drop(const QStringList &names, const QWidget *on
     QDragEnterEvent enter(place, possible, &data, button, {});
     QCoreApplication::sendEvent(window, &enter);
     QDragMoveEvent move(place, possible, &data, button, {});
+    move.setDropAction(enter.dropAction()); // as the toolkit's own drag goes on
+    move.setAccepted(enter.isAccepted());
     QCoreApplication::sendEvent(window, &move);
     if (!move.isAccepted()) {
         QDragLeaveEvent leave;

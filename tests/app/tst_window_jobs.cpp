@@ -38,7 +38,7 @@ const Fault kFaults[] = {
     {"nested deeply", kNotConfirmed,
      [](Scenario &tool) { tool.prints(u"{\"success\":true,\"apps\":"_s + QString(kDepth, u'[')); }},
     {"half a line", kNotConfirmed, [](Scenario &tool) { tool.prints(u"{\"success\":true,\"apps\":[{\"id"); }},
-    {"another program", u"Загрузку выполнить не удалось.\n\nКод модуля: 1. Причина: unknown command",
+    {"another program", u"Загрузку выполнить не удалось.\n\nКод модуля: 1. Причина: Error: unknown command",
      [](Scenario &tool) { tool.printsError(u"Error: unknown command \"auth\"").exits(1); },
      u"Эта версия ipatool не подходит"},
     {"nothing", kNotConfirmed, [](Scenario &tool) { tool.exits(0); }},

@@ -119,7 +119,7 @@ Steps choosesPhone()
 
 Steps findsApp()
 {
-    return {key(Qt::Key_F, Qt::ControlModifier), types(u"карты"_s), to(u"table"_s), key(Qt::Key_Down),
+    return {key(Qt::Key_F, Qt::ControlModifier), types(u"карты"_s), to(u"table"_s), key(Qt::Key_Space),
             [](Program &program) { return program.text("ownerLabel").contains(u"Карты"); }};
 }
 
@@ -185,6 +185,7 @@ void WindowKeyboardTest::goOn()
         return;
     QTimer::singleShot(kLookAgain, this, &WindowKeyboardTest::goOn);
     const Step step = m_steps[m_next++];
+    if (qEnvironmentVariableIsSet("TR")) { auto*f=QApplication::focusWidget(); qWarning()<<m_next<<m->status()<<(f?f->objectName():QString())<<(QApplication::activeWindow()?QApplication::activeWindow()->windowTitle():QString());}
     if (!step(*m))
         --m_next;
 }
