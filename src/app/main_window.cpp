@@ -5,24 +5,20 @@
 #include "app/spinner.h"
 #include "app/view_factories.h"
 #include "app/zarvo_app.h"
-#include "device/install_to_device.h"
 
 #include <QApplication>
 #include <QCheckBox>
 #include <QCloseEvent>
 #include <QComboBox>
-#include <QDragEnterEvent>
 #include <QFileDialog>
 #include <QHeaderView>
 #include <QKeyEvent>
 #include <QLineEdit>
 #include <QMenuBar>
-#include <QMimeData>
 #include <QScreen>
 #include <QScrollArea>
 #include <QShortcut>
 #include <QTableView>
-#include <QUrl>
 #include <QVBoxLayout>
 
 #include <algorithm>
@@ -101,23 +97,6 @@ void layOutColumns(QTableView *table)
     QObject::connect(header, &QHeaderView::geometriesChanged, table, fit);
 }
 
-// The IPA that is dragged, or nothing; only ever to be read where it lies, not to be moved away.
-QString draggedIPA(const QDropEvent *event)
-{
-    constexpr Qt::DropActions kReading = Qt::CopyAction | Qt::LinkAction;
-    const QList<QUrl> urls = event->mimeData()->urls();
-    if (urls.size() != 1 || !(event->possibleActions() & kReading))
-        return {};
-    const QString file = urls.first().toLocalFile();
-    return IsIPAFile(file) ? file : QString();
-}
-
-void acceptForReading(QDropEvent *event)
-{
-    event->setDropAction(event->possibleActions() & Qt::CopyAction ? Qt::CopyAction : Qt::LinkAction);
-    event->accept();
-}
-
 // The edit commands go to whatever has the focus, as its own shortcuts would.
 void sendKey(QKeySequence::StandardKey command)
 {
@@ -146,22 +125,6 @@ void MainWindow::closeEvent(QCloseEvent *event)
 {
     QMainWindow::closeEvent(event);
     Q_EMIT closed();
-}
-
-void MainWindow::dragEnterEvent(QDragEnterEvent *event)
-{
-    if (!draggedIPA(event).isEmpty())
-        acceptForReading(event);
-}
-
-void MainWindow::dropEvent(QDropEvent *event)
-{
-    // Work may have begun, and the file may have gone, since the drag came in.
-    const QString file = acceptDrops() ? draggedIPA(event) : QString();
-    if (file.isEmpty())
-        return event->ignore();
-    acceptForReading(event);
-    Q_EMIT dropped(file);
 }
 
 template <typename Action>

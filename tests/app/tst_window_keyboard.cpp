@@ -138,10 +138,11 @@ class Opened : public QObject
     Q_OBJECT
 
 public:
-    QStringList names;
-
 public Q_SLOTS:
-    void open(const QUrl &url) { names << url.fileName(); }
+    void open(const QUrl &url) { paths << url.toLocalFile(); }
+
+public:
+    static inline QStringList paths;
 };
 
 class WindowKeyboardTest : public QObject
@@ -152,7 +153,13 @@ public:
     static void initMain() { Program::isolate(); }
 
 private Q_SLOTS:
-    void init() { m.emplace(); }
+    void initTestCase() { QDesktopServices::setUrlHandler(u"file"_s, &m_opened, "open"); }
+    void init()
+    {
+        m.emplace();
+        m->tools.touch(u"README.html"_s);
+        Opened::paths.clear();
+    }
     void cleanup() { m.reset(); }
 
     void reachesTheEnd_data();
@@ -164,6 +171,7 @@ private:
     void walk(const Steps &steps);
     void goOn();
 
+    Opened m_opened;
     std::optional<Program> m;
     Steps m_steps;
     qsizetype m_next = 0;
@@ -236,6 +244,13 @@ void WindowKeyboardTest::reachesTheEnd_data()
             tool.when({u"apps"}).prints(
                 uR"({"apps":[{"id":"com.example.notes","name":"заметки","version":"2.1"}]})");
         });
+    row("reads the instructions, and finds the file",
+        Steps{key(Qt::Key_F1), key(Qt::Key_O, Qt::ControlModifier)} +
+            typesFile([](Program &program) { return program.notesIPA; }) + press(u"reveal"_s) +
+            Steps{[](Program &program) {
+                return Opened::paths ==
+                       QStringList{program.tools.filePath(u"README.html"_s), program.tools.path()};
+            }});
     row("reads about the phone", press(u"infoButton"_s) + Steps{opens(u"Сведения об iPhone"_s),
                                                                 key(Qt::Key_Escape), to(u"infoButton"_s)});
     row("forgets the phone", press(u"showHistory"_s) + press(u"forgetDevice"_s) +
