@@ -69,6 +69,7 @@ void ZarvoApp::updateControls()
         control->setEnabled(enables(control));
     if (!busy)
         restoreFocus();
+    window->setAcceptDrops(IsEnabled(Control::Ordinary, state));
     spinner->setAnimating(IsEnabled(Control::Spinner, state));
 }
 

@@ -61,7 +61,7 @@ void ZarvoApp::finishJob(bool result, const Error &error, bool quiet)
         setTransfer({});
         setStatus(quiet ? PhonePrompt(phones) : error.message);
         if (!quiet)
-            showFailure(error.message);
+            showFailure(error);
     }
     // The poll of the start-up finds the first check running and is dropped: a phone that is there would stay
     // unseen until the timer's first tick.
@@ -69,12 +69,11 @@ void ZarvoApp::finishJob(bool result, const Error &error, bool quiet)
         pollDevice(false);
 }
 
-void ZarvoApp::showFailure(const QString &description)
+void ZarvoApp::showFailure(const Error &error)
 {
-    QWidget *alert = MakeAlert(window.get(), u"Операция не выполнена"_s, ShownExplanation(description),
-                               {{u"Понятно"_s, {}}, {u"Скопировать ошибку"_s, [description] {
-                                                         QGuiApplication::clipboard()->setText(description);
-                                                     }}});
+    const auto copy = [text = error.message] { QGuiApplication::clipboard()->setText(text); };
+    QWidget *alert = MakeAlert(window.get(), u"Операция не выполнена"_s, ShownExplanation(error.message),
+                               {{u"Понятно"_s, {}}, {u"Скопировать ошибку"_s, copy}}, error.advice);
     alert->show();
 }
 

@@ -17,6 +17,7 @@
 #include <QMenuBar>
 #include <QScreen>
 #include <QScrollArea>
+#include <QShortcut>
 #include <QTableView>
 #include <QVBoxLayout>
 
@@ -140,6 +141,7 @@ QLineEdit *ZarvoApp::field(const QString &placeholder, const char *name)
     auto *made = new QLineEdit;
     made->setPlaceholderText(placeholder);
     made->setAccessibleName(placeholder);
+    made->setAcceptDrops(false); // a file dropped here would leave its address as text
     made->setObjectName(QLatin1StringView(name));
     connect(made, &QLineEdit::textChanged, this, [this, made] { controlTextDidChange(made); });
     controls.append(made);
@@ -157,6 +159,7 @@ void ZarvoApp::buildWindow()
     FollowPalette();
     window = std::make_unique<MainWindow>();
     connect(window.get(), &MainWindow::closed, qApp, &QCoreApplication::quit);
+    connect(window.get(), &MainWindow::dropped, this, &ZarvoApp::setIPA);
     buildMenu(window->menuBar());
 
     const QMargins margins(Scaled(kContentMargins.left()), Scaled(kContentMargins.top()),
@@ -186,6 +189,7 @@ void ZarvoApp::buildWindow()
     buildOutcome(outcome);
     whole->addLayout(outcome);
     window->setCentralWidget(central);
+    addShortcuts();
     window->show();
     window->activateWindow();
     phonePicker->setFocus();
@@ -214,6 +218,28 @@ void ZarvoApp::buildMenu(QMenuBar *bar)
     };
     for (const auto &[title, key] : commands)
         connect(add(edit, title, key), &QAction::triggered, this, [key = key] { sendKey(key); });
+}
+
+// The keys that everybody tries first; each does what its control does, and only while that is enabled.
+void ZarvoApp::addShortcuts()
+{
+    const std::pair<const char *, QKeySequence::StandardKey> keys[] = {
+        {"instructions", QKeySequence::HelpContents},
+        {"refresh", QKeySequence::Refresh},
+        {"chooseIPA", QKeySequence::Open},
+    };
+    for (const auto &[name, key] : keys) {
+        auto *pressed = window->findChild<QPushButton *>(QLatin1StringView(name));
+        pressed->setShortcut(key);
+        pressed->setToolTip(pressed->shortcut().toString(QKeySequence::NativeText));
+    }
+    connect(new QShortcut(QKeySequence::Find, window.get()), &QShortcut::activated, this, [this] {
+        if (!search->isEnabled())
+            return;
+        search->setFocus(Qt::ShortcutFocusReason);
+        search->selectAll();
+    });
+    search->setToolTip(QKeySequence(QKeySequence::Find).toString(QKeySequence::NativeText));
 }
 
 void ZarvoApp::buildOutcome(QVBoxLayout *stack)
@@ -267,6 +293,7 @@ QWidget *ZarvoApp::makeDeviceRow()
 {
     phonePicker = new PhonePicker;
     phonePicker->setObjectName(u"phonePicker"_s);
+    phonePicker->setAccessibleDescription(u"Выберите iPhone"_s);
     phonePicker->setMinimumWidth(Scaled(kPickerWidth));
     phonePicker->setSizeAdjustPolicy(QComboBox::AdjustToContents);
     phonePicker->addItem(u"Выберите iPhone"_s);
@@ -282,6 +309,7 @@ QWidget *ZarvoApp::makeAppsTable()
 {
     table = new QTableView;
     table->setObjectName(u"table"_s);
+    table->setAccessibleName(u"Приложения"_s);
     m_tableModel = new AppsTableModel(rows, table);
     table->setModel(m_tableModel);
     table->setFixedHeight(Scaled(kTableHeight));

@@ -3,7 +3,8 @@
 
 #include <QMainWindow>
 
-/// Tells when the user has closed it. Main thread only.
+/// Tells when the user has closed it and when an IPA has been dropped on it. Takes one IPA file at a time,
+/// while acceptDrops() holds; whatever else is dragged over it is refused. Main thread only.
 class MainWindow : public QMainWindow
 {
     Q_OBJECT
@@ -13,7 +14,11 @@ public:
 
 Q_SIGNALS:
     void closed();
+    void dropped(const QString &file);
 
 protected:
     void closeEvent(QCloseEvent *event) override;
+    // Dragged files (app/dropped_files.cpp)
+    void dragEnterEvent(QDragEnterEvent *event) override;
+    void dropEvent(QDropEvent *event) override;
 };

@@ -191,7 +191,7 @@ QWidget *ZarvoRow(std::initializer_list<QWidget *> views)
 }
 
 QDialog *MakeAlert(QWidget *parent, const QString &message, const QString &informative,
-                   const QList<AlertButton> &buttons)
+                   const QList<AlertButton> &buttons, const QString &advice)
 {
     auto *alert = new QDialog(parent, Qt::Sheet);
     alert->setWindowTitle(u"Zarvo"_s);
@@ -203,6 +203,8 @@ QDialog *MakeAlert(QWidget *parent, const QString &message, const QString &infor
     layout->setSpacing(Scaled(kAlertSpacing));
     layout->addWidget(makeAlertText(message, true));
     layout->addWidget(makeAlertText(informative, false));
+    if (!advice.isEmpty())
+        layout->addWidget(makeAlertText(advice, false));
     auto *row = new QHBoxLayout;
     row->addStretch(1);
     for (const AlertButton &description : buttons) {

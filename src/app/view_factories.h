@@ -54,11 +54,11 @@ struct AlertButton
     std::function<void()> action;
 };
 
-/// An alert: a message in bold, an informative text below it, and the buttons in their order, the first one
-/// the default. Comes as a sheet of `parent`, blocks no event loop, and deletes itself when it closes. To be
-/// shown by the caller.
+/// An alert: a message in bold, an informative text below it, advice where there is any, and the buttons in
+/// their order, the first one the default. Comes as a sheet of `parent`, blocks no event loop, and deletes
+/// itself when it closes. To be shown by the caller.
 QDialog *MakeAlert(QWidget *parent, const QString &message, const QString &informative,
-                   const QList<AlertButton> &buttons);
+                   const QList<AlertButton> &buttons, const QString &advice = {});
 
 QPushButton *MakePushButton(const QString &title);
 

@@ -85,6 +85,9 @@ int RunWindow(int &argc, char **argv, const WindowedOptions &options)
     OnEndSignals(quitWhenAsked);
     ZarvoApp controller(resources);
     controller.applicationDidFinishLaunching();
+    const QStringList arguments = QApplication::arguments().mid(1); // less those that the toolkit takes
+    if (arguments.size() == 1)
+        controller.setIPA(arguments.first());
     if (options.launched)
         options.launched();
     QApplication::exec();

@@ -89,6 +89,10 @@ public:
     /// Waits until no work runs, at most `limit`; true when none does.
     bool waitForWorkers(std::chrono::milliseconds limit);
 
+    // Installing (device/install_to_device.cpp)
+    /// Chooses the file for installing; nothing when it is no existing .ipa file. Once the window stands.
+    void setIPA(const QString &file);
+
 private:
     // Life cycle
     void instructions();
@@ -100,6 +104,7 @@ private:
     void buildMenu(QMenuBar *bar);
     void buildContent(QVBoxLayout *stack);
     void buildOutcome(QVBoxLayout *stack);
+    void addShortcuts();
     QWidget *makeHeader();
     QWidget *makeDeviceRow();
     QWidget *makeAppsTable();
@@ -122,7 +127,7 @@ private:
     // Jobs (app/job_runner.cpp)
     void job(const QString &text, const JobWork &work);
     void finishJob(bool result, const Error &error, bool quiet);
-    void showFailure(const QString &description);
+    void showFailure(const Error &error);
     void cancelJob();
     void setStatus(const QString &text);   // any thread
     void setTransfer(const QString &text); // any thread
@@ -165,7 +170,6 @@ private:
 
     // Installing (device/install_to_device.cpp)
     void chooseIPA();
-    void setIPA(const QString &file);
     void install();
     void installConfirmed(const QString &file, const QString &phone);
     void showInstalled(const QString &phone, const QList<AppRow> &list);

@@ -1,6 +1,7 @@
 #include "core/child_process.h"
 
 #include "core/file_descriptor.h"
+#include "core/launch_failure.h"
 
 #include <QFile>
 
@@ -369,8 +370,7 @@ ChildProcess::ChildProcess(std::shared_ptr<State> state)
 std::shared_ptr<ChildProcess> ChildProcess::start(const Options &options, Error *error)
 {
     const auto failure = [&](int number) {
-        const QString name = options.path.section(u'/', -1);
-        Fail(error, SystemError(u"Не удалось запустить «%1»"_s.arg(name), number));
+        Fail(error, LaunchFailure(options.path, number));
         return nullptr;
     };
     auto launch = std::make_unique<Launch>();

@@ -8,6 +8,7 @@
 struct Error
 {
     QString message;
+    QString advice = {}; ///< what to do about it where the message leaves that open; shown beside it only
 };
 
 /// An error of the program itself; `message` is the whole text. Any thread.

@@ -36,6 +36,12 @@ bool IsInstalled(const QList<AppRow> &apps, const IPAInfo &info)
                        [&](const AppRow &app) { return app.id == info.id && app.version == info.version; });
 }
 
+bool IsIPAFile(const QString &path)
+{
+    const QFileInfo file(path);
+    return file.isFile() && file.suffix().compare("ipa"_L1, Qt::CaseInsensitive) == 0;
+}
+
 QString InstallQuestion(const QString &file, const QString &phoneTitle)
 {
     // Put together at once: a name that holds "%1" stays what it is.
@@ -57,9 +63,9 @@ void ZarvoApp::chooseIPA()
 
 void ZarvoApp::setIPA(const QString &file)
 {
-    if (QFileInfo(file).suffix().compare("ipa"_L1, Qt::CaseInsensitive) != 0)
-        return; // typed: the panel lists none but these
-    ipa = file;
+    if (!IsIPAFile(file))
+        return; // a name typed into the panel, or an argument
+    ipa = QFileInfo(file).absoluteFilePath();
     ipaLabel->setText(QFileInfo(file).fileName());
     updateControls();
 }

@@ -16,5 +16,8 @@ bool JudgeInstallRun(const ToolResult &result, Error *error = nullptr);
 /// True when one of the apps read from the phone is the IPA's, in exactly its version.
 bool IsInstalled(const QList<AppRow> &apps, const IPAInfo &info);
 
+/// True for an existing regular file that is called .ipa, in capitals or not; what is in it is not looked at.
+bool IsIPAFile(const QString &path);
+
 /// What the user is asked to confirm: the file's name, the phone as the list shows it, and what may happen.
 QString InstallQuestion(const QString &file, const QString &phoneTitle);

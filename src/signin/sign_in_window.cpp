@@ -44,6 +44,7 @@ Field *prepared(Field *field, const QString &placeholder, const char *name)
     field->setPlaceholderText(placeholder);
     field->setAccessibleName(placeholder);
     field->setObjectName(QLatin1StringView(name));
+    field->setAcceptDrops(false); // a file dropped here would leave its address as text
     return field;
 }
 

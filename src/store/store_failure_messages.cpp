@@ -63,6 +63,9 @@ QString adviceFor(const QString &diagnostic)
     return (advice == advices.end() ? generalAdvice : advice->text).toString();
 }
 
+// What a tool says that is not, or not yet, the one that this program is made for.
+constexpr std::array<QStringView, 3> foreignTool{u"unknown command", u"unknown flag", u"unknown shorthand"};
+
 } // namespace
 
 QString ZarvoStoreFailure(const ToolResult &result)
@@ -71,4 +74,15 @@ QString ZarvoStoreFailure(const ToolResult &result)
     const QString reason =
         diagnostic.isEmpty() ? u"Модуль не передал описание ошибки."_s : u"Причина: "_s + diagnostic;
     return adviceFor(diagnostic) + u"\n\nКод модуля: "_s + QString::number(result.code) + u". "_s + reason;
+}
+
+QString StoreToolAdvice(const ToolResult &result)
+{
+    const QString diagnostic = ZarvoSafeStoreDiagnostic(result).toLower();
+    const bool isForeign = std::any_of(foreignTool.begin(), foreignTool.end(),
+                                       [&](QStringView words) { return diagnostic.contains(words); });
+    return isForeign ? u"Эта версия ipatool не подходит: она не знает того, что ей поручено. Замените её "
+                       u"более новой, как "
+                       "описано в инструкции."_s
+                     : QString();
 }

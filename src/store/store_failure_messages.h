@@ -8,3 +8,7 @@
 /// What the user can do, an empty line, the tool's exit code and its redacted reason. The advice is chosen by
 /// the redacted reason too, so that nothing of the tool's raw output gets further. Never empty. Any thread.
 QString ZarvoStoreFailure(const ToolResult &result);
+
+/// What to do about a run that failed because the tool does not know what it was told to do: it is too old,
+/// or another program. Empty for every other failure. Any thread.
+QString StoreToolAdvice(const ToolResult &result);

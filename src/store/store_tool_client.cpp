@@ -43,6 +43,6 @@ std::optional<QString> ZarvoApp::store(const QStringList &arguments, RunTimeout 
     const QString output = CombinedOutput(*result);
     if (StoreRunSucceeded(result->code, output))
         return output;
-    Fail(error, ZarvoError(ZarvoStoreFailure(*result)));
+    Fail(error, Error{ZarvoStoreFailure(*result), StoreToolAdvice(*result)});
     return std::nullopt;
 }

@@ -1,6 +1,8 @@
 // The real windowed program with somebody at the controls: pilot RESOURCES DESTINATION ACTION [IPA]. Chooses
 // the first phone and starts the action. Says "ready" on standard output right before the action and "at
 // work" once it is under way; obeys "close" and "key" (Ctrl+Q) on standard input.
+// pilot RESOURCES DESTINATION show ARGUMENT… hands the arguments to the program, and says which IPA is
+// chosen.
 #include "app/main_window.h"
 #include "app/windowed_mode.h"
 
@@ -176,12 +178,30 @@ void leaveSignalsToTheirThread()
 #endif
 }
 
+int show(int argc, char **argv)
+{
+    constexpr int kOwn = 3;
+    const QString resources = QString::fromLocal8Bit(argv[1]);
+    argv[kOwn] = argv[0];
+    argc -= kOwn;
+    return RunWindow(argc, argv + kOwn,
+                     {.resources = resources, .launched = [] {
+                          for (const QWidget *widget : QApplication::topLevelWidgets()) {
+                              if (const auto *label = widget->findChild<QLabel *>(u"ipaLabel"_s))
+                                  say(label->text().toUtf8().constData());
+                          }
+                          QTimer::singleShot(0, qApp, &QCoreApplication::quit);
+                      }});
+}
+
 } // namespace
 
 int main(int argc, char **argv)
 {
     if (argc < 4)
         return 2;
+    if (QByteArrayView(argv[3]) == "show")
+        return show(argc, argv);
     const QString destination = QString::fromLocal8Bit(argv[2]);
     const QString action = QString::fromLocal8Bit(argv[3]);
     const QString archive = argc > 4 ? QString::fromLocal8Bit(argv[4]) : QString();

@@ -24,11 +24,12 @@ struct Fault
     const char *name;
     QStringView sentence;
     std::function<void(Scenario &)> steps; // none: there is no tool, or none that can run
+    QStringView advice = {};               // beside the sentence
 };
 
 const Fault kFaults[] = {
-    {"missing", u"Не удалось запустить «ipatool»: Нет такого файла или каталога.", {}},
-    {"not executable", u"Не удалось запустить «ipatool»: Отказано в доступе.", {}},
+    {"missing", u"Не удалось запустить «ipatool»: программы нет в папке ", {}},
+    {"not executable", u"Не удалось запустить «ipatool»: файл ", {}},
     {"killed", u"Загрузку выполнить не удалось.", [](Scenario &tool) { tool.raises(SIGKILL); }},
     {"endless output", u"Модуль вывел слишком много данных. Повторите попытку.",
      [](Scenario &tool) { tool.floods(-1); }},
@@ -37,6 +38,9 @@ const Fault kFaults[] = {
     {"nested deeply", kNotConfirmed,
      [](Scenario &tool) { tool.prints(u"{\"success\":true,\"apps\":"_s + QString(kDepth, u'[')); }},
     {"half a line", kNotConfirmed, [](Scenario &tool) { tool.prints(u"{\"success\":true,\"apps\":[{\"id"); }},
+    {"another program", u"Загрузку выполнить не удалось.\n\nКод модуля: 1. Причина: Error: unknown command",
+     [](Scenario &tool) { tool.printsError(u"Error: unknown command \"auth\"").exits(1); },
+     u"Эта версия ipatool не подходит"},
     {"nothing", kNotConfirmed, [](Scenario &tool) { tool.exits(0); }},
 };
 
@@ -231,7 +235,10 @@ void WindowJobsTest::survivesABadStoreTool()
     QVERIFY(m->download());
     EVENTUALLY(m->alert());
     QCOMPARE(m->status().left(fault->sentence.size()), fault->sentence);
-    QCOMPARE(m->alert()->findChildren<QLabel *>().value(1)->text(), m->status());
+    const auto labels = m->alert()->findChildren<QLabel *>();
+    QCOMPARE(labels.value(1)->text(), m->status());
+    QCOMPARE(labels.size(), fault->advice.isEmpty() ? 2 : 3);
+    QVERIFY(labels.last()->text().startsWith(fault->advice) || fault->advice.isEmpty());
     QVERIFY(m->answerAlert(u"Понятно"_s));
     QCOMPARE(m->saved(), QStringList());
     m->type("search", u"заметки"_s);

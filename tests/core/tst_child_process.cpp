@@ -84,15 +84,19 @@ private Q_SLOTS:
         QTest::addColumn<QStringList>("arguments");
         QTest::addColumn<QString>("reason");
 
-        const QString missing = u"Нет такого файла или каталога"_s;
-        const QString denied = u"Отказано в доступе"_s;
+        const QString missing =
+            u"программы нет в папке %1. Установите её, как описано в инструкции Zarvo, и повторите"_s;
+        const QString denied =
+            u"файл %1/odd не разрешено выполнять. Разрешите это в свойствах файла и повторите"_s;
+        const QString foreign =
+            u"файл %1/odd не подходит для этого компьютера. Замените его сборкой для этой "
+            "системы и этого процессора"_s;
         QTest::newRow("missing") << QByteArray() << 0700 << QStringList() << missing;
         QTest::newRow("not executable") << QByteArray("#!/bin/sh\n") << 0600 << QStringList() << denied;
         QTest::newRow("a folder") << QByteArray("") << 0 << QStringList() << denied;
         QTest::newRow("interpreter missing")
-            << QByteArray("#!/no/such\n") << 0700 << QStringList() << missing;
-        QTest::newRow("no program at all")
-            << QByteArray("words") << 0700 << QStringList() << u"Ошибка формата выполняемого файла"_s;
+            << QByteArray("#!/no/such\n") << 0700 << QStringList() << foreign;
+        QTest::newRow("no program at all") << QByteArray("words") << 0700 << QStringList() << foreign;
         QTest::newRow("an argument that would be cut")
             << QByteArray("#!/bin/sh\n") << 0700 << QStringList(u"a"_s + QChar::Null + u"b"_s)
             << u"Недопустимый аргумент"_s;
@@ -119,7 +123,9 @@ private Q_SLOTS:
         hooks.started = [&](const auto &) { started = true; };
         Error error;
         QVERIFY(!ZarvoCommand(program, arguments, kAmple, hooks, &error));
-        QCOMPARE(error.message, u"Не удалось запустить «odd»: %1."_s.arg(reason));
+        const QString folder = QFileInfo(program).path();
+        QCOMPARE(error.message,
+                 u"Не удалось запустить «odd»: "_s + QString(reason).replace(u"%1"_s, folder) + u'.');
         QVERIFY(!started);
         QVERIFY(!ZarvoCommand(program, arguments, kAmple)); // the reason is not asked for
     }

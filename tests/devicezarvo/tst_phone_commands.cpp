@@ -315,7 +315,8 @@ void PhoneCommandsTest::tellsFaultsOfService_data()
     QTest::newRow("it answers nobody") << u"devices"_s << u"mute"_s << silent;
     QTest::newRow("it answers nobody about a phone") << u"info"_s << u"mute"_s << silent;
     QTest::newRow("it is closed to this user")
-        << u"devices"_s << u"forbidden"_s << u"Нет прав на доступ к службе usbmuxd."_s;
+        << u"devices"_s << u"forbidden"_s
+        << u"Нет прав на доступ к службе usbmuxd. Переустановите пакет usbmuxd и перезагрузите компьютер."_s;
     QTest::newRow("the phone is gone") << u"info"_s << u"another phone"_s << kLost;
 }
 

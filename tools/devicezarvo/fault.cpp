@@ -21,7 +21,8 @@ constexpr qsizetype kLongestDescription = 500;
 constexpr std::array<std::pair<Fault, QStringView>, 15> kSentences{{
     {Fault::ServiceMissing,
      u"Служба usbmuxd не запущена. Подключите телефон кабелем; если не поможет, установите пакет usbmuxd."},
-    {Fault::ServiceForbidden, u"Нет прав на доступ к службе usbmuxd."},
+    {Fault::ServiceForbidden,
+     u"Нет прав на доступ к службе usbmuxd. Переустановите пакет usbmuxd и перезагрузите компьютер."},
     {Fault::ServiceSilent, u"Служба usbmuxd не отвечает. Отключите и снова подключите телефон."},
     {Fault::NotTrusted, u"Нажмите «Доверять» на экране телефона и введите код-пароль."},
     {Fault::Refused, u"На телефоне выбрано «Не доверять». Переподключите кабель и нажмите «Доверять»."},
