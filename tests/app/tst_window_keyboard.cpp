@@ -175,6 +175,8 @@ private:
     std::optional<Program> m;
     Steps m_steps;
     qsizetype m_next = 0;
+    bool m_isInStep = false;
+    QWidget *m_modalAtStep = nullptr;
 };
 
 void WindowKeyboardTest::walk(const Steps &steps)
@@ -194,9 +196,18 @@ void WindowKeyboardTest::goOn()
     if (m_next == m_steps.size())
         return;
     QTimer::singleShot(kLookAgain, this, &WindowKeyboardTest::goOn);
+    // A key that is played lets events through, this timer's too: the next step must not come before it has
+    // done its work, unless that was to open a chooser.
+    QWidget *modal = QApplication::activeModalWidget();
+    if (m_isInStep && (modal == m_modalAtStep || !qobject_cast<QFileDialog *>(modal)))
+        return;
+    const bool wasInStep = std::exchange(m_isInStep, true);
+    QWidget *formerModal = std::exchange(m_modalAtStep, modal);
     const Step step = m_steps[m_next++];
     if (!step(*m))
         --m_next;
+    m_isInStep = wasInStep;
+    m_modalAtStep = formerModal;
 }
 
 void WindowKeyboardTest::reachesTheEnd_data()
