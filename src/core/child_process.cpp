@@ -1,5 +1,6 @@
 #include "core/child_process.h"
 
+#include "core/child_registry.h"
 #include "core/file_descriptor.h"
 #include "core/launch_failure.h"
 
@@ -19,7 +20,6 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
-#include <condition_variable>
 #include <csignal>
 #include <initializer_list>
 #include <mutex>
@@ -32,56 +32,11 @@ using namespace Qt::StringLiterals;
 
 extern "C" char **environ; // NOLINT(readability-redundant-declaration): not declared by every libc
 
-// Shared by the handles and by the thread that started the child and waits for it.
-struct ChildProcess::State
-{
-    enum class Phase { Starting, Failed, Running, Ended };
-
-    mutable std::mutex mutex;
-    mutable std::condition_variable changed;
-    Phase phase = Phase::Starting;
-    pid_t pid = -1;
-    int launchError = 0;
-    int status = 0;
-
-    void enter(Phase next)
-    {
-        const std::lock_guard lock(mutex);
-        phase = next;
-        changed.notify_all();
-    }
-
-    // The number stays the child's own until it is reaped, and it is reaped only under this lock.
-    void signal(std::initializer_list<int> numbers) const
-    {
-        const std::lock_guard lock(mutex);
-        if (phase != Phase::Running)
-            return;
-        for (const int number : numbers)
-            ::kill(-pid, number);
-    }
-};
-
 namespace {
 
 using State = ChildProcess::State;
 
 constexpr int kUnknownStatus = 255; // never taken for success
-
-struct Registry
-{
-    std::mutex mutex;
-    std::condition_variable ended;
-    std::vector<std::shared_ptr<State>> alive;
-    bool closed = false;
-};
-
-Registry &registry()
-{
-    static auto *const shared =
-        new Registry; // outlives the watching threads, which are not waited for at exit
-    return *shared;
-}
 
 // All that the child needs between fork and exec, prepared before the fork: afterwards only async-signal-safe
 // calls are allowed, and memory must not be allocated.
@@ -274,27 +229,11 @@ int readReport(Launch &launch)
     return got == sizeof number ? number : 0;
 }
 
-void forget(const std::shared_ptr<State> &state)
-{
-    Registry &all = registry();
-    const std::lock_guard lock(all.mutex);
-    std::erase(all.alive, state);
-    if (all.alive.empty())
-        all.ended.notify_all();
-}
-
 void fail(const std::shared_ptr<State> &state, int number)
 {
     state->launchError = number;
-    forget(state);
+    ChildRegistry::forget(state);
     state->enter(State::Phase::Failed);
-}
-
-bool isClosed()
-{
-    Registry &all = registry();
-    const std::lock_guard lock(all.mutex);
-    return all.closed;
 }
 
 // Body of the thread that owns the child from fork to reaping.
@@ -322,7 +261,7 @@ void watch(const std::shared_ptr<State> &state, std::unique_ptr<Launch> launch)
     launch.reset();
     state->pid = pid;
     state->enter(State::Phase::Running);
-    if (isClosed())
+    if (ChildRegistry::isClosed())
         state->signal({SIGKILL}); // it was being started when all were ended
 
     siginfo_t info;
@@ -334,30 +273,7 @@ void watch(const std::shared_ptr<State> &state, std::unique_ptr<Launch> launch)
         state->phase = State::Phase::Ended;
         state->changed.notify_all();
     }
-    forget(state);
-}
-
-bool enroll(const std::shared_ptr<State> &state)
-{
-    Registry &all = registry();
-    const std::lock_guard lock(all.mutex);
-    if (all.closed)
-        return false;
-    all.alive.push_back(state);
-    return true;
-}
-
-void signalAll(std::initializer_list<int> numbers, bool close)
-{
-    Registry &all = registry();
-    std::vector<std::shared_ptr<State>> running;
-    {
-        const std::lock_guard lock(all.mutex);
-        all.closed |= close;
-        running = all.alive;
-    }
-    for (const auto &state : running)
-        state->signal(numbers);
+    ChildRegistry::forget(state);
 }
 
 } // namespace
@@ -378,12 +294,12 @@ std::shared_ptr<ChildProcess> ChildProcess::start(const Options &options, Error 
         return failure(errno);
     keepExitStatuses();
     auto state = std::make_shared<State>();
-    if (!enroll(state))
+    if (!ChildRegistry::enroll(state))
         return failure(ECANCELED);
     try {
         std::thread(watch, state, std::move(launch)).detach();
     } catch (const std::system_error &refused) {
-        forget(state);
+        ChildRegistry::forget(state);
         return failure(refused.code().value());
     }
     std::unique_lock lock(state->mutex);
@@ -423,17 +339,15 @@ int ChildProcess::terminationStatus() const
 
 void ChildProcess::terminateAll()
 {
-    signalAll({SIGTERM, SIGCONT}, false);
+    ChildRegistry::signalAll({SIGTERM, SIGCONT}, false);
 }
 
 void ChildProcess::killAll()
 {
-    signalAll({SIGKILL}, true);
+    ChildRegistry::signalAll({SIGKILL}, true);
 }
 
 bool ChildProcess::waitForAll(std::chrono::milliseconds limit)
 {
-    Registry &all = registry();
-    std::unique_lock lock(all.mutex);
-    return all.ended.wait_for(lock, limit, [&] { return all.alive.empty(); });
+    return ChildRegistry::waitUntilEmpty(limit);
 }
