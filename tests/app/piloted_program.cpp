@@ -19,17 +19,23 @@ constexpr auto kPatience = 30s; // for a loaded machine under a sanitizer
 constexpr auto kLongestEnd = 10s;
 constexpr auto kLook = 1ms;
 
+// The pilot ($1) with a file system of its own on its destination ($3). Anybody may have one in a user
+// namespace, unless the system forbids those; root needs none, and where / is no mount point (chroot) its
+// propagation cannot be changed.
+constexpr char kOnOwnDisk[] = R"(
+for way in "--user --map-root-user" "" "--propagation unchanged"; do
+    if unshare $way --mount true 2>/dev/null; then
+        exec unshare $way --mount sh -c 'mount -t tmpfs -o "$0" none "$3" && exec "$@"' "$0" "$@"
+    fi
+done
+echo "the system allows no file system of one's own: a full disk cannot be played" >&2
+exit 1)";
+
 std::vector<QByteArray> commandLine(const QStringList &words, const QByteArray &smallDisk)
 {
     std::vector<QByteArray> line;
     if (!smallDisk.isEmpty())
-        line = {"unshare",
-                "--user",
-                "--map-root-user",
-                "--mount",
-                "sh",
-                "-c",
-                "mount -t tmpfs -o " + smallDisk + " none \"$2\" && exec \"$0\" \"$@\""};
+        line = {"sh", "-c", kOnOwnDisk, smallDisk};
     line.push_back(ZARVO_PILOT);
     for (const QString &word : words)
         line.push_back(QFile::encodeName(word));
