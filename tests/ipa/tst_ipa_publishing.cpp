@@ -135,42 +135,34 @@ private Q_SLOTS:
 
     void toTakenNames_data()
     {
-        const Rows<FileChange, QString> row; // what is there, and the refusal
+        const Rows<QString, FileChange> row; // the refusal and what is there
         const FileChange copy = [](const fs::path &p) { writeIPA(p, {.padding = 100}); };
-        row("earlier copy: replaced", copy, {});
-        row(
-            "no archive", [](const fs::path &p) { write(p, "my notes"); }, kForeign);
-        row(
-            "empty file", [](const fs::path &p) { write(p, ""); }, kForeign);
-        row(
-            "IPA of another app", [](const fs::path &p) { writeIPA(p, {.id = u"com.example.App"_s}); },
-            kForeign);
-        row(
-            "IPA of another version", [](const fs::path &p) { writeIPA(p, {.version = u"1.0.0"_s}); },
-            kForeign);
-        row(
-            "damaged earlier copy",
-            [=](const fs::path &p) {
-                copy(p);
-                fs::resize_file(p, fs::file_size(p) - 10);
-            },
-            kForeign);
-        row(
-            "folder", [](const fs::path &p) { fs::create_directory(p); }, kForeign);
-        row(
-            "pipe", [](const fs::path &p) { ::mkfifo(p.c_str(), 0600); }, kForeign);
-        const FileChange toNowhere = [](const fs::path &p) { fs::create_symlink("nowhere", p); };
-        row("dangling link", toNowhere, kLink);
-        const FileChange toCopy = [=](const fs::path &p) {
+        row("earlier copy: replaced", {}, copy);
+        row("no archive", kForeign, [](const fs::path &p) { write(p, "my notes"); });
+        row("empty file", kForeign, [](const fs::path &p) { write(p, ""); });
+        row("another app", kForeign, [](const fs::path &p) { writeIPA(p, {.id = u"com.example.App"_s}); });
+        row("another version", kForeign, [](const fs::path &p) { writeIPA(p, {.version = u"1.0.0"_s}); });
+        row("damaged earlier copy", kForeign, [=](const fs::path &p) {
+            copy(p);
+            fs::resize_file(p, fs::file_size(p) - 10);
+        });
+        row("as large as the new one", kForeign, [this](const fs::path &p) {
+            std::string bytes = m_new;
+            bytes[bytes.size() / 2] ^= 1;
+            write(p, bytes);
+        });
+        row("folder", kForeign, [](const fs::path &p) { fs::create_directory(p); });
+        row("pipe", kForeign, [](const fs::path &p) { ::mkfifo(p.c_str(), 0600); });
+        row("dangling link", kLink, [](const fs::path &p) { fs::create_symlink("nowhere", p); });
+        row("link to an earlier copy", kLink, [=](const fs::path &p) {
             copy(p.parent_path() / "copy");
             fs::create_symlink("copy", p);
-        };
-        row("link to an earlier copy", toCopy, kLink);
+        });
     }
 
     void toTakenNames()
     {
-        const auto &[make, message] = Row<FileChange, QString>();
+        const auto &[message, make] = Row<QString, FileChange>();
         make(m_destination);
         const auto before = StateOf(m_destination);
         const size_t count = entriesIn(m_chosen);
@@ -264,6 +256,12 @@ private Q_SLOTS:
         fs::rename(m_destination, m_source); // removed meanwhile
         QCOMPARE(ReplaceFile(m_source, m_destination, *checked, way), Replacement::Done);
         QCOMPARE(contents(m_destination), m_new);
+        write(m_source, "newer"); // removed after it was looked at
+        if (way == ReplaceWay::Exchange)
+            interferences = {[](const fs::path &name) { return fs::remove(name) ? 0 : EIO; }, {}};
+        QCOMPARE(ReplaceFile(m_source, m_destination, *StateOf(m_destination), way), Replacement::Done);
+        interferences.clear();
+        QCOMPARE(contents(m_destination), std::string("newer"));
     }
 
     void foreignComesBetween_data()

@@ -317,8 +317,13 @@ private Q_SLOTS:
     void listingCutOff()
     {
         Entries entries = entriesOfIPA({});
-        for (int i = 0; i < 1'000; ++i)
-            entries.append({.name = QByteArray(100, 'x') + QByteArray::number(i)});
+        qsizetype listed = 0;
+        for (const ZipEntry &entry : entries)
+            listed += entry.name.size() + 1;
+        entries.append(
+            {.name = QByteArray(127 - listed % 64, 'x')}); // so that it is cut at the end of a line
+        for (int i = 1'000; i < 3'000; ++i)
+            entries.append({.name = QByteArray(59, 'x') + QByteArray::number(i)});
         copyTo("Payload/Second.app")(entries);
         QVERIFY(writeZip(inFolder("a.ipa"), entries));
         const Limit fileSize(RLIMIT_FSIZE, 64 << 10);
