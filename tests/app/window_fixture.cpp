@@ -260,7 +260,24 @@ QStringList Program::saved() const
     return QDir(destination.path()).entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot);
 }
 
+QStringList Program::workingFolders() const
+{
+    QStringList found = PrivateFoldersIn(destination.path(), u".zarvo-");
+    for (const QString &name : saved())
+        found += PrivateFoldersIn(destination.filePath(name), u".zarvo-");
+    return found;
+}
+
 QByteArray Program::savedBytes(const QString &name) const
 {
     return ContentOf(destination.filePath(name));
+}
+
+void ProgramTest::cleanup()
+{
+    if (m) {
+        EVENTUALLY(m->workingFolders().isEmpty());
+        EVENTUALLY_EQUAL(m->temporary.leftovers(), QStringList());
+    }
+    m.reset();
 }

@@ -17,6 +17,7 @@
 
 #include <functional>
 #include <memory>
+#include <optional>
 
 /// Long enough for a slow machine under a sanitizer; only a failing test waits for it.
 inline constexpr int kPatience = 20'000;
@@ -103,6 +104,8 @@ public:
     /// The names in the destination folder, hidden ones included.
     QStringList saved() const;
     QByteArray savedBytes(const QString &name) const;
+    /// The names of the private folders in the destination folder, and in the folders there.
+    QStringList workingFolders() const;
 
     ScriptedTools tools;
     QTemporaryDir destination; // made before, hence not among the temporary files
@@ -116,6 +119,23 @@ private:
                        const std::function<void()> &then) const;
 
     std::unique_ptr<ZarvoApp> m_app;
+};
+
+/// A test whose functions have a program each.
+class ProgramTest : public QObject
+{
+    Q_OBJECT
+
+public:
+    static void initMain() { Program::isolate(); }
+
+protected:
+    std::optional<Program> m;
+
+private Q_SLOTS:
+    void init() { m.emplace(); }
+    /// Whatever happened: no working folder stays, neither beside a file nor among the temporary ones.
+    void cleanup();
 };
 
 QByteArray ContentOf(const QString &path);

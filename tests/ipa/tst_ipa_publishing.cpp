@@ -1,17 +1,13 @@
 #include "core/private_folder.h"
 #include "ipa/file_moving.h"
+#include "ipa/ipa_fixture.h"
 #include "ipa/ipa_publishing.h"
-#include "ipa_writer.h"
+#include "support/rows.h"
 
-#include <QTemporaryDir>
-#include <QTest>
-
-#include <sys/resource.h>
-#include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
-#include <atomic>
+#include <chrono>
 #include <csignal>
 #include <fstream>
 #include <functional>
@@ -20,8 +16,6 @@
 
 using namespace Qt::StringLiterals;
 
-namespace fs = std::filesystem;
-
 namespace {
 
 const QString kLink = u"В выбранной папке уже есть ссылка с таким именем. Выберите другую папку."_s;
@@ -29,12 +23,15 @@ const QString kForeign = u"В выбранной папке уже есть др
                          "Выберите другую папку."_s;
 const QString kNotReplaced = u"Не удалось заменить ранее сохранённый IPA."_s;
 
+using FileChange = std::function<void(const fs::path &)>;
+
 const IPAInfo kInfo{u"com.example.app"_s, u"1.0"_s};
 
 // Enough for every order of the two sides' steps to come up many times.
 constexpr int kRaceRounds = 400;
 constexpr auto kRaceStep = std::chrono::nanoseconds(500);
-constexpr int kPublishingRaceRounds = 60; // each one validates an IPA
+constexpr auto kHeadStart = std::chrono::microseconds(200); // until the other thread is there
+constexpr int kPublishingRaceRounds = 60;                   // each one validates an IPA
 
 // Memory of its own: a volume that is not the one of the temporary files.
 constexpr const char *kOtherVolume = "/dev/shm";
@@ -45,15 +42,11 @@ std::string contents(const fs::path &file)
     return {std::istreambuf_iterator<char>(in), {}};
 }
 
+// A new file, also in the place of another.
 void write(const fs::path &file, const std::string &bytes)
 {
+    fs::remove(file);
     std::ofstream(file, std::ios::binary) << bytes;
-}
-
-dev_t deviceOf(const fs::path &file)
-{
-    struct stat status = {};
-    return ::stat(file.c_str(), &status) == 0 ? status.st_dev : 0;
 }
 
 size_t entriesIn(const fs::path &folder)
@@ -64,21 +57,17 @@ size_t entriesIn(const fs::path &folder)
 // Publishes while another thread acts on the same name, and returns what publishing said.
 bool race(const std::function<bool()> &publish, const std::function<void()> &act, int round)
 {
-    std::atomic<int> ready = 0;
-    const auto start = [&ready] {
-        ++ready;
-        while (ready < 2)
+    using Clock = std::chrono::steady_clock;
+    const auto waitUntil = [](Clock::time_point moment) {
+        while (Clock::now() < moment)
             std::this_thread::yield();
     };
+    const auto start = Clock::now() + kHeadStart;
     std::thread other([&] {
-        start();
-        // A little later every round: the other side's moment wanders through ours.
-        const auto moment = std::chrono::steady_clock::now() + (round % 100) * kRaceStep;
-        while (std::chrono::steady_clock::now() < moment) {
-        }
+        waitUntil(start + (round % 100) * kRaceStep); // the other side's moment wanders through ours
         act();
     });
-    start();
+    waitUntil(start);
     const bool published = publish();
     other.join();
     return published;
@@ -111,119 +100,90 @@ class TestIPAPublishing : public QObject
 private Q_SLOTS:
     void init()
     {
-        m_folder = std::make_unique<QTemporaryDir>();
-        QVERIFY(m_folder->isValid());
-        const fs::path folder(m_folder->path().toStdString());
-        fs::create_directories(folder / "private");
-        fs::create_directories(folder / "chosen");
-        m_source = folder / "private" / "new.ipa";
-        m_destination = folder / "chosen" / "Банк 1.0.ipa";
+        m_folder = std::make_unique<Folder>();
+        m_chosen = *m_folder / "chosen";
+        m_source = *m_folder / "new.ipa";
+        m_destination = m_chosen / "Банк 1.0.ipa";
+        fs::create_directories(m_chosen);
         QVERIFY(writeIPA(m_source, {.padding = 3 << 20}));
         m_new = contents(m_source);
     }
 
-    void freeName()
+    void toFreeNames_data()
     {
-        for (const std::string &name :
-             {std::string("Банк.ipa"), std::string("\xE0\xFF"), std::string(255, 'x')}) {
-            QVERIFY(writeIPA(m_source, {.padding = 5}));
-            const std::string bytes = contents(m_source);
-            const fs::path destination = m_destination.parent_path() / name;
-            Error error{u"untouched"_s};
-            QVERIFY2(ZarvoPublishIPA(m_source, destination, kInfo, &error), qPrintable(error.message));
-            QCOMPARE(contents(destination), bytes);
-            QVERIFY(!exists(m_source));
-            QCOMPARE(error.message, u"untouched"_s);
-            fs::remove(destination); // QTemporaryDir cannot name every file
-        }
+        const Rows<std::string, QString> row; // the name and why it fails, if so
+        const std::string tooLong(256, 'x');
+        row("Cyrillic", "Банк.ipa", {});
+        row("not UTF-8", "\xE0\xFF", {});
+        row("as long as can be", tooLong.substr(1), {});
+        row("too long", tooLong, u"«%1»: Слишком длинное имя файла."_s.arg(QString(256, u'x')));
+        row("no such folder", "none/a.ipa", u"«a.ipa»: Нет такого файла или каталога."_s);
+        row("below a file", "../new.ipa/b.ipa", u"«b.ipa»: Это не каталог."_s);
     }
 
-    void noSuchFolder()
+    void toFreeNames()
     {
-        const QString longName(256, u'x');
-        const std::pair<std::string, QString> cases[] = {
-            {"none/a.ipa", u"«a.ipa»: Нет такого файла или каталога."_s},
-            {"private/new.ipa/b.ipa", u"«b.ipa»: Это не каталог."_s},
-            {longName.toStdString(), u"«%1»: Слишком длинное имя файла."_s.arg(longName)},
-        };
-        for (const auto &[name, reason] : cases) {
-            const fs::path destination = fs::path(m_folder->path().toStdString()) / name;
-            Error error;
-            QVERIFY(!ZarvoPublishIPA(m_source, destination, kInfo, &error));
-            QCOMPARE(error.message, u"Не удалось сохранить "_s + reason);
-            QCOMPARE(contents(m_source), m_new);
-            QVERIFY(!ZarvoPublishIPA(m_source, destination, kInfo));
-        }
+        const auto &[name, reason] = Row<std::string, QString>();
+        const fs::path destination = m_chosen / name;
+        Error error{u"untouched"_s};
+        QCOMPARE(ZarvoPublishIPA(m_source, destination, kInfo, &error), reason.isEmpty());
+        QCOMPARE(error.message, reason.isEmpty() ? u"untouched"_s : u"Не удалось сохранить "_s + reason);
+        QCOMPARE(contents(reason.isEmpty() ? destination : m_source), m_new);
+        QCOMPARE(fs::exists(m_source), !reason.isEmpty());
+        QVERIFY(!reason.isEmpty() || !ZarvoPublishIPA(m_source, m_chosen / "another", kInfo)); // it is gone
     }
 
-    void sameBytes()
+    void toTakenNames_data()
     {
-        fs::copy_file(m_source, m_destination);
-        const auto before = StateOf(m_destination);
-        // Also when the info is not the file's: equal bytes need no other proof.
-        QVERIFY(ZarvoPublishIPA(m_source, m_destination, {u"other"_s, u"2"_s}));
-        QCOMPARE(StateOf(m_destination) == before, true);
-        QCOMPARE(contents(m_source), m_new);
-
-        fs::remove(m_destination);
-        fs::create_hard_link(m_source, m_destination);
-        QVERIFY(publish());
-        QCOMPARE(contents(m_source), m_new);
-        QCOMPARE(contents(m_destination), m_new);
-    }
-
-    void earlierCopy()
-    {
-        QVERIFY(writeIPA(m_destination, {.padding = 100}));
-        const std::ifstream reader(m_destination); // who reads the old file keeps it
-        QVERIFY(publish());
-        QCOMPARE(contents(m_destination), m_new);
-        QVERIFY(!exists(m_source));
-        QCOMPARE(entriesIn(m_destination.parent_path()), size_t{1});
-    }
-
-    void foreign_data()
-    {
-        using Make = std::function<void(const fs::path &)>;
-        QTest::addColumn<Make>("make");
-        QTest::addColumn<QString>("message");
-        const auto row = [](const char *name, const Make &make, const QString &message = kForeign) {
-            QTest::newRow(name) << make << message;
-        };
-        row("no archive", [](const fs::path &p) { write(p, "my notes"); });
-        row("empty file", [](const fs::path &p) { write(p, ""); });
-        row("IPA of another app", [](const fs::path &p) { writeIPA(p, {.id = u"com.example.App"_s}); });
-        row("IPA of another version", [](const fs::path &p) { writeIPA(p, {.version = u"1.0.0"_s}); });
-        row("damaged earlier copy", [](const fs::path &p) {
-            writeIPA(p, {});
+        const Rows<QString, FileChange> row; // the refusal and what is there
+        const FileChange copy = [](const fs::path &p) { writeIPA(p, {.padding = 100}); };
+        row("earlier copy: replaced", {}, copy);
+        row("no archive", kForeign, [](const fs::path &p) { write(p, "my notes"); });
+        row("empty file", kForeign, [](const fs::path &p) { write(p, ""); });
+        row("another app", kForeign, [](const fs::path &p) { writeIPA(p, {.id = u"com.example.App"_s}); });
+        row("another version", kForeign, [](const fs::path &p) { writeIPA(p, {.version = u"1.0.0"_s}); });
+        row("damaged earlier copy", kForeign, [=](const fs::path &p) {
+            copy(p);
             fs::resize_file(p, fs::file_size(p) - 10);
         });
-        row("folder", [](const fs::path &p) { fs::create_directory(p); });
-        row("pipe", [](const fs::path &p) { ::mkfifo(p.c_str(), 0600); });
-        row(
-            "dangling link", [](const fs::path &p) { fs::create_symlink("nowhere", p); }, kLink);
-        row(
-            "link to an earlier copy",
-            [](const fs::path &p) {
-                writeIPA(p.parent_path() / "copy", {});
-                fs::create_symlink("copy", p);
-            },
-            kLink);
-        row(
-            "link to a folder", [](const fs::path &p) { fs::create_directory_symlink("/", p); }, kLink);
+        row("as large as the new one", kForeign, [this](const fs::path &p) {
+            std::string bytes = m_new;
+            bytes[bytes.size() / 2] ^= 1;
+            write(p, bytes);
+        });
+        row("folder", kForeign, [](const fs::path &p) { fs::create_directory(p); });
+        row("pipe", kForeign, [](const fs::path &p) { ::mkfifo(p.c_str(), 0600); });
+        row("dangling link", kLink, [](const fs::path &p) { fs::create_symlink("nowhere", p); });
+        row("link to an earlier copy", kLink, [=](const fs::path &p) {
+            copy(p.parent_path() / "copy");
+            fs::create_symlink("copy", p);
+        });
     }
 
-    void foreign()
+    void toTakenNames()
     {
-        QFETCH(std::function<void(const fs::path &)>, make);
-        QFETCH(QString, message);
+        const auto &[message, make] = Row<QString, FileChange>();
         make(m_destination);
         const auto before = StateOf(m_destination);
-        QVERIFY(before);
+        const size_t count = entriesIn(m_chosen);
         Error error;
-        QVERIFY(!publish(&error));
+        QCOMPARE(publish(&error), message.isEmpty());
         QCOMPARE(error.message, message);
-        QVERIFY(!publish());
+        QCOMPARE(StateOf(m_destination) == before, !message.isEmpty());
+        QCOMPARE(contents(message.isEmpty() ? m_destination : m_source), m_new);
+        QCOMPARE(fs::exists(m_source), !message.isEmpty());
+        QCOMPARE(entriesIn(m_chosen), count);
+    }
+
+    // Also when the info is not the file's: equal bytes need no other proof.
+    void sameBytes()
+    {
+        fs::create_hard_link(m_source, m_destination);
+        QVERIFY(publish());
+        fs::remove(m_destination);
+        fs::copy_file(m_source, m_destination);
+        const auto before = StateOf(m_destination);
+        QVERIFY(ZarvoPublishIPA(m_source, m_destination, {u"other"_s, u"2"_s}));
         QVERIFY(StateOf(m_destination) == before);
         QCOMPARE(contents(m_source), m_new);
     }
@@ -243,67 +203,35 @@ private Q_SLOTS:
     void otherVolume()
     {
         QTemporaryDir other(QLatin1StringView(kOtherVolume) + u"/zarvo-test-XXXXXX"_s);
-        if (!other.isValid() || deviceOf(kOtherVolume) == deviceOf(m_source))
-            QSKIP(
-                "Not seen: moving across volumes. /dev/shm and the folder for temporary files are one volume "
-                "here.");
         const fs::path folder(other.path().toStdString());
-        // A copy that breaks off in the middle leaves nothing under any name.
-        rlimit unlimited{};
-        QCOMPARE(::getrlimit(RLIMIT_FSIZE, &unlimited), 0);
-        rlimit small = unlimited;
-        small.rlim_cur = 1'500'000;
-        const auto oldHandler = std::signal(SIGXFSZ, SIG_IGN);
-        QCOMPARE(::setrlimit(RLIMIT_FSIZE, &small), 0);
+        if (!other.isValid() || StateOf(folder)->device == StateOf(m_source)->device)
+            QSKIP("Not seen: moving across volumes. /dev/shm and the temporary files share one here.");
         Error error;
-        const bool published = ZarvoPublishIPA(m_source, folder / "a.ipa", kInfo, &error);
-        QCOMPARE(::setrlimit(RLIMIT_FSIZE, &unlimited), 0);
+        const auto publishThere = [&] { return ZarvoPublishIPA(m_source, folder / "a.ipa", kInfo, &error); };
+        // A copy that breaks off in the middle leaves nothing under any name.
+        const auto oldHandler = std::signal(SIGXFSZ, SIG_IGN);
+        {
+            const Limit fileSize(RLIMIT_FSIZE, 1'500'000);
+            QVERIFY(!publishThere());
+        }
         std::signal(SIGXFSZ, oldHandler);
-        QVERIFY(!published);
         QCOMPARE(error.message, u"Не удалось сохранить «a.ipa»: Файл слишком велик."_s);
         QCOMPARE(entriesIn(folder), size_t{0});
         QCOMPARE(contents(m_source), m_new);
+
         fs::permissions(m_source, fs::perms(0644));
         const auto before = StateOf(m_source);
-        QVERIFY2(ZarvoPublishIPA(m_source, folder / "a.ipa", kInfo, &error), qPrintable(error.message));
+        QVERIFY2(publishThere(), qPrintable(error.message));
         QCOMPARE(contents(folder / "a.ipa"), m_new);
         QVERIFY(fs::status(folder / "a.ipa").permissions() == fs::perms(0644));
         QCOMPARE(StateOf(folder / "a.ipa")->modifiedNanoseconds, before->modifiedNanoseconds);
         QVERIFY(!exists(m_source));
-        QCOMPARE(entriesIn(folder), size_t{1});
 
         QVERIFY(writeIPA(m_source, {.padding = 7}));
-        QVERIFY(!ZarvoPublishIPA(m_source, folder / "a.ipa", kInfo, &error));
+        QVERIFY(!publishThere());
         QCOMPARE(error.message, kNotReplaced);
         QCOMPARE(contents(folder / "a.ipa"), m_new);
-        QVERIFY(exists(m_source));
         QCOMPARE(entriesIn(folder), size_t{1});
-    }
-
-    void everyWayOfMoving_data()
-    {
-        QTest::addColumn<MoveWay>("way");
-        QTest::newRow("exclusive rename") << MoveWay::RenameExclusively;
-        QTest::newRow("link, then unlink") << MoveWay::LinkThenUnlink;
-        QTest::newRow("claim, then rename") << MoveWay::ClaimThenRename;
-    }
-
-    void everyWayOfMoving()
-    {
-        QFETCH(MoveWay, way);
-        write(m_destination, "foreign");
-        QVERIFY(!MoveWithoutReplacing(m_source, m_destination, nullptr, way));
-        QCOMPARE(contents(m_destination), std::string("foreign"));
-        QCOMPARE(contents(m_source), m_new);
-        fs::remove(m_destination);
-
-        QVERIFY(MoveWithoutReplacing(m_source, m_destination, nullptr, way));
-        QCOMPARE(contents(m_destination), m_new);
-        QVERIFY(!exists(m_source));
-
-        // Nothing to move: the name stays free.
-        QVERIFY(!MoveWithoutReplacing(m_source, m_destination.string() + "2", nullptr, way));
-        QCOMPARE(entriesIn(m_destination.parent_path()), size_t{1});
     }
 
     void everyWayOfReplacing_data()
@@ -315,133 +243,122 @@ private Q_SLOTS:
 
     void everyWayOfReplacing()
     {
-        QFETCH(ReplaceWay, way);
+        QFETCH(const ReplaceWay, way);
         write(m_destination, "old");
         const auto checked = StateOf(m_destination);
-        QVERIFY(checked);
-        write(m_destination, "changed since");
+        std::ofstream(m_destination) << "changed since"; // the same file
         QCOMPARE(ReplaceFile(m_source, m_destination, *checked, way), Replacement::Refused);
         QCOMPARE(contents(m_destination), std::string("changed since"));
         QCOMPARE(contents(m_source), m_new);
-
         QCOMPARE(ReplaceFile(m_source, m_destination, *StateOf(m_destination), way), Replacement::Done);
         QCOMPARE(contents(m_destination), m_new);
         QVERIFY(!exists(m_source));
-
-        fs::rename(m_destination, m_source);
-        QCOMPARE(ReplaceFile(m_source, m_destination, *checked, way), Replacement::Done); // removed meanwhile
+        fs::rename(m_destination, m_source); // removed meanwhile
+        QCOMPARE(ReplaceFile(m_source, m_destination, *checked, way), Replacement::Done);
         QCOMPARE(contents(m_destination), m_new);
-        if (way != ReplaceWay::Exchange)
-            return;
-        write(m_source, "newer");
-        interferences = {[](const fs::path &name) { return fs::remove(name) ? 0 : EIO; }, {}};
-        QCOMPARE(ReplaceFile(m_source, m_destination, *StateOf(m_destination)), Replacement::Done);
+        write(m_source, "newer"); // removed after it was looked at
+        if (way == ReplaceWay::Exchange)
+            interferences = {[](const fs::path &name) { return fs::remove(name) ? 0 : EIO; }, {}};
+        QCOMPARE(ReplaceFile(m_source, m_destination, *StateOf(m_destination), way), Replacement::Done);
         interferences.clear();
         QCOMPARE(contents(m_destination), std::string("newer"));
     }
 
     void foreignComesBetween_data()
     {
-        QTest::addColumn<QList<Interference>>("then"); // after the foreign file has come
-        QTest::addColumn<Replacement>("outcome");
-        QTest::addColumn<std::string>("there");  // under the name
-        QTest::addColumn<std::string>("beside"); // under the next one
+        // What happens after the foreign file has come; what is under the name and under the next one.
+        const Rows<QList<Interference>, Replacement, std::string, std::string> row;
         const Interference nothing = [](const fs::path &) { return 0; };
         const Interference fails = [](const fs::path &) { return EIO; };
         const Interference removed = [](const fs::path &there) { return fs::remove(there) ? 0 : EIO; };
-        const Interference replaced = [](const fs::path &there) {
-            fs::remove(there);
-            write(there, "third");
-            return 0;
-        };
-        using List = QList<Interference>;
-        QTest::newRow("put back") << List{nothing} << Replacement::Refused << std::string("foreign")
-                                  << std::string();
-        QTest::newRow("ours is removed: put back")
-            << List{removed, nothing} << Replacement::Refused << std::string("foreign") << std::string();
-        QTest::newRow("ours is replaced: kept beside the third")
-            << List{replaced, nothing} << Replacement::Failed << std::string("third")
-            << std::string("foreign");
-        QTest::newRow("cannot be put back: kept beside") << List{fails, fails, nothing} << Replacement::Failed
-                                                         << std::string("new") << std::string("foreign");
-        QTest::newRow("cannot be moved at all: its folder stays")
-            << List{fails} << Replacement::Failed << std::string("new") << std::string();
+        const Interference replaced = [](const fs::path &there) { return write(there, "third"), 0; };
+        row("put back", {nothing}, Replacement::Refused, "foreign", "");
+        row("ours is removed: put back", {removed, nothing}, Replacement::Refused, "foreign", "");
+        row("ours is replaced: kept beside the third", {replaced, nothing}, Replacement::Failed, "third",
+            "foreign");
+        row("cannot be put back: kept beside", {fails, fails, nothing}, Replacement::Failed, "new",
+            "foreign");
+        row("cannot be moved at all: its folder stays", {fails}, Replacement::Failed, "new", "");
     }
 
     // A foreign file gets the name after the old one was checked, just before the names are swapped. It is in
     // a private folder for a moment, and is gone with it unless it comes out again.
     void foreignComesBetween()
     {
-        QFETCH(QList<Interference>, then);
-        QFETCH(std::string, there);
-        QFETCH(std::string, beside);
+        const auto &[then, outcome, there, beside] =
+            Row<QList<Interference>, Replacement, std::string, std::string>();
         write(m_destination, "old");
         const auto checked = StateOf(m_destination);
-        interferences = QList<Interference>{[](const fs::path &name) {
-                            fs::remove(name);
-                            write(name, "foreign");
-                            return 0;
-                        }} +
-                        then;
+        interferences = {[](const fs::path &name) { return write(name, "foreign"), 0; }};
+        interferences += then;
         fs::path source;
         {
-            const auto folder = PrivateFolder::create(m_folder->path(), u".zarvo-"_s);
+            const auto folder =
+                PrivateFolder::create(QString::fromStdString(m_chosen.string()), u".zarvo-"_s);
             QVERIFY(folder);
             source = fs::path(folder->filePath(u"new.ipa"_s).toStdString());
             write(source, "new");
-            QTEST(ReplaceFile(source, m_destination, *checked), "outcome");
+            QCOMPARE(ReplaceFile(source, m_destination, *checked), outcome);
             interferences.clear();
         }
         QCOMPARE(contents(m_destination), there);
-        QCOMPARE(contents(m_destination.parent_path() / "Банк 1.0 (2).ipa"), beside);
+        QCOMPARE(contents(m_chosen / "Банк 1.0 (2).ipa"), beside);
         const bool isLeft = there != "foreign" && beside != "foreign";
         QCOMPARE(contents(source), std::string(isLeft ? "foreign" : ""));
         QCOMPARE(exists(source.parent_path()), isLeft);
     }
 
-    void raceWithCreation_data() { everyWayOfMoving_data(); }
+    void everyWayOfMoving_data()
+    {
+        QTest::addColumn<MoveWay>("way");
+        QTest::newRow("exclusive rename") << MoveWay::RenameExclusively;
+        QTest::newRow("link, then unlink") << MoveWay::LinkThenUnlink;
+        QTest::newRow("claim, then rename") << MoveWay::ClaimThenRename;
+    }
 
     // Whoever creates the file first has the name; the other one is told so, and nobody's bytes are lost.
-    void raceWithCreation()
+    void everyWayOfMoving()
     {
-        QFETCH(MoveWay, way);
+        QFETCH(const MoveWay, way);
+        const auto move = [&] { return MoveWithoutReplacing(m_source, m_destination, nullptr, way); };
         int ours = 0;
         for (int round = 0; round < kRaceRounds; ++round) {
             fs::remove(m_destination);
             write(m_source, "new");
             bool created = false;
-            const bool moved =
-                race([&] { return MoveWithoutReplacing(m_source, m_destination, nullptr, way); },
-                     [&] {
-                         const FileDescriptor file(
-                             ::open(m_destination.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
-                         created = file.isOpen() && ::write(file.get(), "foreign", 7) == 7;
-                     },
-                     round);
+            const bool moved = race(
+                move,
+                [&] {
+                    const FileDescriptor file(
+                        ::open(m_destination.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
+                    created = file.isOpen() && ::write(file.get(), "foreign", 7) == 7;
+                },
+                round);
             QCOMPARE(moved, !created);
             QCOMPARE(contents(m_destination), std::string(created ? "foreign" : "new"));
             QCOMPARE(exists(m_source), created);
             ours += moved ? 1 : 0;
         }
         qInfo("%d of %d names were ours", ours, kRaceRounds);
+        fs::remove(m_source);
+        fs::remove(m_destination);
+        QVERIFY(!move());
+        QCOMPARE(entriesIn(m_chosen), size_t{0}); // nothing to move: the name stays free
     }
 
     // The earlier copy is being checked while another file takes its name.
     void raceWithPublishing()
     {
-        const fs::path other = m_destination.parent_path() / "other";
+        const fs::path other = m_chosen / "other";
         for (int round = 0; round < kPublishingRaceRounds; ++round) {
-            QVERIFY(writeIPA(m_source, {.padding = 11}));
-            QVERIFY(writeIPA(m_destination, {}));
+            QVERIFY(writeIPA(m_source, {.padding = 11}) && writeIPA(m_destination, {}));
             write(other, "foreign");
             Error error;
-            const bool published =
-                race([&] { return publish(&error); },
-                     [&] {
-                         std::this_thread::sleep_for(std::chrono::microseconds(round * 500));
-                         ::rename(other.c_str(), m_destination.c_str());
-                     },
-                     round);
+            const auto takeTheName = [&] {
+                std::this_thread::sleep_for(std::chrono::microseconds(round * 500));
+                ::rename(other.c_str(), m_destination.c_str());
+            };
+            const bool published = race([&] { return publish(&error); }, takeTheName, round);
             QCOMPARE(contents(m_destination), std::string("foreign"));
             QCOMPARE(error.message, published ? QString() : kForeign);
         }
@@ -453,7 +370,8 @@ private:
         return ZarvoPublishIPA(m_source, m_destination, kInfo, error);
     }
 
-    std::unique_ptr<QTemporaryDir> m_folder;
+    std::unique_ptr<Folder> m_folder;
+    fs::path m_chosen;
     fs::path m_source;
     fs::path m_destination;
     std::string m_new; // the bytes of the source

@@ -39,6 +39,11 @@ inline Scenario &UntilCode(Scenario &scenario)
     return scenario.asks(kAccountPrompt).asks(kPasswordPrompt, Scenario::Typing::Raw).prints(u"\r\n");
 }
 
+inline Scenario &UntilCode(Scenario &&scenario)
+{
+    return UntilCode(scenario);
+}
+
 /// Layouts that exist only here.
 class PlayedKeyboard : public InputSource
 {
@@ -101,4 +106,24 @@ public:
     std::chrono::steady_clock::time_point now = std::chrono::steady_clock::now();
     PlayedKeyboard *keyboard = nullptr;
     std::unique_ptr<LegacyAuth> auth;
+};
+
+/// A test whose functions have a sign-in each, after which no child is left.
+class SignInTest : public QObject
+{
+    Q_OBJECT
+
+protected:
+    Scenario tool() const { return m->tools.add(QStringLiteral("ipatool")); }
+    void openAndStart() { QVERIFY(m->open() && m->start()); }
+
+    std::unique_ptr<SignIn> m;
+
+private Q_SLOTS:
+    void init() { m = std::make_unique<SignIn>(); }
+    void cleanup()
+    {
+        m.reset();
+        EVENTUALLY(OwnChildren().isEmpty());
+    }
 };

@@ -4,6 +4,7 @@
 #include "signin/secret_field.h"
 #include "signin/sign_in_fixture.h"
 #include "signin/sign_in_window.h"
+#include "support/rows.h"
 
 #include <QApplication>
 #include <QClipboard>
@@ -67,59 +68,46 @@ class InputSourceX11Test : public QObject
 {
     Q_OBJECT
 
+    std::unique_ptr<InputSource> m_user; // a connection of its own, as the desktop's switch has
+
 private Q_SLOTS:
-    void initTestCase();
-    void choosesEnglish_data();
-    void choosesEnglish();
+    void initTestCase()
+    {
+        QVERIFY2(setLayouts(u"us,ru"_s), "setxkbmap (package x11-xkb-utils) is needed");
+        m_user = InputSource::ofThisDesktop();
+        QCOMPARE(m_user->current(), u"us"_s);
+    }
+
+    void choosesEnglish_data()
+    {
+        const Rows<QString, QString, QString, QString> row; // layouts, variants, in use, the English one
+        row("the other one", u"us,ru"_s, {}, u"ru"_s, u"us"_s);
+        row("behind another Latin one", u"ru,de,gb"_s, {}, u"ru"_s, u"gb"_s);
+        row("preferred to another Latin one in use", u"de,us"_s, {}, u"de"_s, u"us"_s);
+        row("the variant that is in use", u"us,us,ru"_s, u"dvorak,,"_s, u"us"_s, u"us"_s);
+        row("the first variant", u"us,us,ru"_s, u"dvorak,,"_s, u"ru"_s, u"us(dvorak)"_s);
+        row("another Latin one", u"ru,fr"_s, {}, u"ru"_s, u"fr"_s);
+        row("another Latin one in use", u"ru,fr,de"_s, {}, u"de"_s, u"de"_s);
+        row("a Latin variant of a Cyrillic layout", u"ru,rs"_s, u",latin"_s, u"ru"_s, u"rs(latin)"_s);
+        row("English of Canada", u"ru,ca"_s, u",eng"_s, u"ru"_s, u"ca(eng)"_s);
+        row("none: Russian, Serbian, Greek", u"ru,rs,gr"_s, {}, u"rs"_s, {});
+    }
+
+    void choosesEnglish()
+    {
+        const auto &[layouts, variants, inUse, english] = Row<QString, QString, QString, QString>();
+        QVERIFY(setLayouts(layouts, variants));
+        m_user->select(inUse);
+        QCOMPARE(m_user->current(), inUse);
+        QCOMPARE(m_user->english(), english);
+        m_user->select(u"nonsense"_s);
+        QCOMPARE(m_user->current(), inUse);
+    }
+
     void tellsOfChanges();
     void passwordIsTypedInEnglish();
     void pastesWithoutATrace();
-
-private:
-    std::unique_ptr<InputSource> m_user; // a connection of its own, as the desktop's switch has
 };
-
-void InputSourceX11Test::initTestCase()
-{
-    QVERIFY2(setLayouts(u"us,ru"_s), "setxkbmap (package x11-xkb-utils) is needed");
-    m_user = InputSource::ofThisDesktop();
-    QCOMPARE(m_user->current(), u"us"_s);
-}
-
-void InputSourceX11Test::choosesEnglish_data()
-{
-    for (const char *column : {"layouts", "variants", "inUse", "english"})
-        QTest::addColumn<QString>(column);
-    const auto row = [](const char *name, auto... columns) {
-        (QTest::newRow(name) << ... << QString::fromLatin1(columns));
-    };
-    row("the other one", "us,ru", "", "ru", "us");
-    row("in use already", "us,ru", "", "us", "us");
-    row("behind another Latin one", "ru,de,gb", "", "ru", "gb");
-    row("preferred to another Latin one in use", "de,us", "", "de", "us");
-    row("the variant that is in use", "us,us,ru", "dvorak,,", "us", "us");
-    row("the first variant", "us,us,ru", "dvorak,,", "ru", "us(dvorak)");
-    row("another Latin one", "ru,fr", "", "ru", "fr");
-    row("another Latin one in use", "ru,fr,de", "", "de", "de");
-    row("a Latin variant of a Cyrillic layout", "ru,rs", ",latin", "ru", "rs(latin)");
-    row("English of Canada", "ru,ca", ",eng", "ru", "ca(eng)");
-    row("none: Russian", "ru", "", "ru", "");
-    row("none: Russian, Serbian, Greek", "ru,rs,gr", "", "rs", "");
-}
-
-void InputSourceX11Test::choosesEnglish()
-{
-    QFETCH(QString, layouts);
-    QFETCH(QString, variants);
-    QFETCH(QString, inUse);
-    QFETCH(QString, english);
-    QVERIFY(setLayouts(layouts, variants));
-    m_user->select(inUse);
-    QCOMPARE(m_user->current(), inUse);
-    QCOMPARE(m_user->english(), english);
-    m_user->select(u"nonsense"_s);
-    QCOMPARE(m_user->current(), inUse);
-}
 
 void InputSourceX11Test::tellsOfChanges()
 {

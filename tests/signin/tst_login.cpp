@@ -1,6 +1,5 @@
 // The sign-in as part of the program: when it opens, what rests meanwhile, and what follows it.
 #include "app/window_fixture.h"
-#include "app/zarvo_app.h"
 #include "signin/processor_time.h"
 #include "signin/sign_in_window.h"
 
@@ -13,22 +12,9 @@
 using namespace Qt::StringLiterals;
 using namespace std::chrono_literals;
 
-class LoginTest : public QObject
+class LoginTest : public ProgramTest
 {
     Q_OBJECT
-
-private Q_SLOTS:
-    void initTestCase() { Program::isolate(); }
-    void init() { m = std::make_unique<Program>(); }
-    void cleanup() { m.reset(); }
-
-    void proposesAnAccount_data();
-    void proposesAnAccount();
-    void opensOnceAndNotDuringAJob();
-    void everythingElseRests();
-    void successIsCheckedAndShown();
-    void cancelResumesThePolls();
-    void quittingEndsIt();
 
 private:
     QDialog *sheet() const
@@ -64,126 +50,109 @@ private:
                              [&](const QStringList &call) { return call.contains(word); });
     }
 
-    std::unique_ptr<Program> m;
+private Q_SLOTS:
+    // The one that bought the chosen app, or else the one confirmed last.
+    void proposesAnAccount()
+    {
+        QVERIFY(m->startWithApps());
+        for (const auto &[app, proposed] :
+             {std::pair(u""_s, u"owner@example.com"_s), std::pair(u"Карты"_s, u"first@example.com"_s),
+              std::pair(u"заметки"_s, u"owner@example.com"_s)}) {
+            QVERIFY(app.isEmpty() || m->chooseApp(app));
+            m->press("login");
+            QVERIFY(sheet());
+            QCOMPARE(sheet()->findChild<QLineEdit *>(u"account"_s)->text(), proposed);
+            QTest::keyClick(sheet(), Qt::Key_Escape);
+        }
+    }
+
+    void opensOnceAndNotDuringAJob()
+    {
+        const QString go = m->tools.filePath(u"go"_s);
+        m->playStore([&](Scenario &tool) { tool.when({u"auth", u"info"}).awaits(go); });
+        QVERIFY(m->start());
+        EVENTUALLY(m->isBusy());
+        m->ask("login");
+        QVERIFY(!sheet());
+        m->tools.touch(u"go"_s);
+        EVENTUALLY(!m->isBusy());
+        for (int times = 0; times < 2; ++times)
+            m->ask("login");
+        QCOMPARE(m->window()->findChildren<SignInWindow *>().size(), 1);
+        QVERIFY(sheet());
+    }
+
+    void everythingElseRests()
+    {
+        playLogin([](Scenario &tool) { tool.floods(10 << 20).prints(u"\nenter 2FA code: ").sleeps(60s); });
+        QVERIFY(m->startWithApps());
+        m->press("login");
+        const QList<QStringList> deviceCalls = m->tools.calls(u"devicezarvo"_s);
+        const qsizetype checks = count(u"ipatool"_s, u"info"_s);
+        signIn();
+
+        auto last = ProcessorTime();
+        std::chrono::nanoseconds longest{0};
+        QTimer turns;
+        connect(&turns, &QTimer::timeout, &turns, [&] {
+            const auto time = ProcessorTime();
+            longest = std::max(longest, time - std::exchange(last, time));
+        });
+        turns.start(1);
+        EVENTUALLY(sheet()->findChild<QLineEdit *>(u"code"_s)->isVisible());
+        QVERIFY2(longest < 50ms, qPrintable(u"%1 µs between two turns"_s.arg(longest.count() / 1000)));
+
+        for (const char *button : {"checkAccount", "refresh", "reloadApps", "login"})
+            m->ask(button);
+        auto *polls = m->app().findChild<QTimer *>({}, Qt::FindDirectChildrenOnly);
+        QVERIFY(polls && polls->interval() == 6000);
+        polls->setInterval(10);
+        QTest::qWait(300);
+        QVERIFY(!m->isBusy());
+        QCOMPARE(m->tools.calls(u"devicezarvo"_s), deviceCalls);
+        QCOMPARE(count(u"ipatool"_s, u"info"_s), checks);
+        QVERIFY(sheet());
+    }
+
+    void successIsCheckedAndShown()
+    {
+        playLogin([](Scenario &tool) { tool.prints(u"{\"email\":\"new@example.com\",\"success\":true}\n"); });
+        QVERIFY(m->startWithPhone());
+        m->press("login");
+        signIn();
+        EVENTUALLY(!sheet());
+        EVENTUALLY_EQUAL(m->status(), u"Вход подтверждён."_s);
+        QCOMPARE(m->text("accountLabel"), u"Вход выполнен: owner@example.com"_s);
+        QCOMPARE(count(u"ipatool"_s, u"info"_s), 2);
+        EVENTUALLY(m->window()->findChildren<SignInWindow *>().isEmpty());
+    }
+
+    void cancelResumesThePolls()
+    {
+        QVERIFY(m->startWithPhone());
+        m->press("login");
+        m->playDevice([](Scenario &tool) { tool.when({u"devices"}).prints(u"{\"devices\":[]}"); });
+        QTest::keyClick(sheet(), Qt::Key_Escape);
+        QVERIFY(!sheet());
+        EVENTUALLY_EQUAL(m->phonesListed().size(), 1);
+        QCOMPARE(count(u"ipatool"_s, u"info"_s), 1);
+    }
+
+    void quittingEndsIt()
+    {
+        playLogin([](Scenario &tool) { tool.sleeps(60s); });
+        QVERIFY(m->startWithPhone());
+        m->press("login");
+        signIn();
+        EVENTUALLY_EQUAL(m->tools.events(u"ipatool"_s, u"line").size(), 2);
+        QElapsedTimer time;
+        time.start();
+        const QPointer<QWidget> window = sheet();
+        m.reset();
+        QVERIFY(!window && time.elapsed() < 500);
+        EVENTUALLY(OwnChildren().isEmpty());
+    }
 };
-
-void LoginTest::proposesAnAccount_data()
-{
-    QTest::addColumn<QString>("app");
-    QTest::addColumn<QString>("proposed");
-    QTest::newRow("no app chosen: the account confirmed last") << QString() << u"owner@example.com"_s;
-    QTest::newRow("the account that bought the app") << u"Карты"_s << u"first@example.com"_s;
-    QTest::newRow("an app of unknown origin: the account confirmed last")
-        << u"заметки"_s << u"owner@example.com"_s;
-}
-
-void LoginTest::proposesAnAccount()
-{
-    QFETCH(QString, app);
-    QVERIFY(m->startWithApps());
-    if (!app.isEmpty())
-        QVERIFY(m->chooseApp(app));
-    m->press("login");
-    QVERIFY(sheet());
-    QTEST(sheet()->findChild<QLineEdit *>(u"account"_s)->text(), "proposed");
-}
-
-void LoginTest::opensOnceAndNotDuringAJob()
-{
-    m->playStore([this](Scenario &tool) {
-        tool.when({u"auth", u"info"}).awaits(m->tools.filePath(u"go"_s));
-    });
-    QVERIFY(m->start());
-    EVENTUALLY(m->isBusy());
-    m->ask("login");
-    QVERIFY(!sheet());
-    m->tools.touch(u"go"_s);
-    EVENTUALLY(!m->isBusy());
-    m->ask("login");
-    const QDialog *first = sheet();
-    QVERIFY(first);
-    m->ask("login");
-    QCOMPARE(m->window()->findChildren<SignInWindow *>().size(), 1);
-    QCOMPARE(sheet(), first);
-}
-
-void LoginTest::everythingElseRests()
-{
-    playLogin([](Scenario &tool) { tool.floods(10 << 20).prints(u"\nenter 2FA code: ").sleeps(60s); });
-    QVERIFY(m->startWithApps());
-    m->press("login");
-    const QList<QStringList> deviceCalls = m->tools.calls(u"devicezarvo"_s);
-    const qsizetype checks = count(u"ipatool"_s, u"info"_s);
-    signIn();
-
-    auto last = ProcessorTime();
-    std::chrono::nanoseconds longest{0};
-    QTimer turns;
-    connect(&turns, &QTimer::timeout, &turns, [&] {
-        const auto time = ProcessorTime();
-        longest = std::max(longest, time - std::exchange(last, time));
-    });
-    turns.start(1);
-    EVENTUALLY(sheet()->findChild<QLineEdit *>(u"code"_s)->isVisible());
-    qInfo("longest work between two turns of the window during 10 MB: %.1f ms",
-          static_cast<double>(longest.count()) / 1e6);
-    QVERIFY(longest < 50ms);
-
-    for (const char *button : {"checkAccount", "refresh", "reloadApps", "login"})
-        m->ask(button);
-    auto *polls = m->app().findChild<QTimer *>({}, Qt::FindDirectChildrenOnly);
-    QVERIFY(polls && polls->interval() == 6000);
-    polls->setInterval(10);
-    QTest::qWait(300);
-    QVERIFY(!m->isBusy());
-    QCOMPARE(m->tools.calls(u"devicezarvo"_s), deviceCalls);
-    QCOMPARE(count(u"ipatool"_s, u"info"_s), checks);
-    QVERIFY(sheet());
-}
-
-void LoginTest::successIsCheckedAndShown()
-{
-    playLogin([](Scenario &tool) { tool.prints(u"{\"email\":\"new@example.com\",\"success\":true}\n"); });
-    QVERIFY(m->startWithPhone());
-    m->press("login");
-    signIn();
-    EVENTUALLY(!sheet());
-    EVENTUALLY_EQUAL(m->status(), u"Вход подтверждён."_s);
-    QCOMPARE(m->text("accountLabel"), u"Вход выполнен: owner@example.com"_s);
-    QCOMPARE(count(u"ipatool"_s, u"info"_s), 2);
-    EVENTUALLY(m->window()->findChildren<SignInWindow *>().isEmpty());
-    m->press("login");
-    QVERIFY(sheet());
-}
-
-void LoginTest::cancelResumesThePolls()
-{
-    QVERIFY(m->startWithPhone());
-    m->press("login");
-    const qsizetype polls = count(u"devicezarvo"_s, u"devices"_s);
-    m->playDevice([](Scenario &tool) { tool.when({u"devices"}).prints(u"{\"devices\":[]}"); });
-    QTest::keyClick(sheet(), Qt::Key_Escape);
-    QVERIFY(!sheet());
-    EVENTUALLY(count(u"devicezarvo"_s, u"devices"_s) > polls);
-    EVENTUALLY_EQUAL(m->phonesListed().size(), 1);
-    QCOMPARE(count(u"ipatool"_s, u"info"_s), 1);
-}
-
-void LoginTest::quittingEndsIt()
-{
-    playLogin([](Scenario &tool) { tool.sleeps(60s); });
-    QVERIFY(m->startWithPhone());
-    m->press("login");
-    signIn();
-    EVENTUALLY_EQUAL(m->tools.events(u"ipatool"_s, u"line").size(), 2);
-    QElapsedTimer time;
-    time.start();
-    const QPointer<QWidget> window = sheet();
-    m.reset();
-    QVERIFY(time.elapsed() < 500);
-    QVERIFY(!window);
-    EVENTUALLY(OwnChildren().isEmpty());
-}
 
 QTEST_MAIN(LoginTest)
 #include "tst_login.moc"

@@ -59,13 +59,6 @@ class SignInSecretsTest : public QObject
 {
     Q_OBJECT
 
-private Q_SLOTS:
-    void initTestCase();
-    void searchFindsWhatIsThere();
-    void nothingRemains_data();
-    void nothingRemains();
-
-private:
     void type(const char *field, const Canary &canary) const
     {
         auto *line = m->find<QLineEdit>(field);
@@ -73,14 +66,30 @@ private:
         for (qsizetype i = 0; i < canary.size(); ++i)
             QTest::sendKeyEvent(QTest::Click, line, Qt::Key_unknown, QString(canary.at(i)), Qt::NoModifier);
     }
-    void play(const QString &ending);
-    qsizetype countOutside() const;
+    // In files and in the children's arguments and environments.
+    qsizetype countOutside() const
+    {
+        qsizetype found = 0;
+        for (const Canary &canary : {m_password, m_code}) {
+            found += CountBelow(canary, QDir::tempPath()) + CountBelow(canary, m_home.path());
+            for (const pid_t child : OwnChildren()) {
+                for (const char *file : {"cmdline", "environ"})
+                    found += CountInFile(canary, u"/proc/%1/%2"_s.arg(child).arg(QLatin1StringView(file)));
+            }
+        }
+        return found;
+    }
 
-    std::unique_ptr<SignIn>
-        m; // its folder, with the log of the tool, lies outside of those that are searched
+    std::unique_ptr<SignIn> m; // its folder, with the tool's log, lies outside of those that are searched
     QTemporaryDir m_home;
     Canary m_password = Canary::ofLetters(kPasswordLength);
     Canary m_code = Canary::ofDigits(kCodeLength);
+
+private Q_SLOTS:
+    void initTestCase();
+    void searchFindsWhatIsThere();
+    void nothingRemains_data();
+    void nothingRemains();
 };
 
 void SignInSecretsTest::initTestCase()
@@ -121,48 +130,28 @@ void SignInSecretsTest::nothingRemains_data()
         QTest::newRow(ending) << QString::fromLatin1(ending);
 }
 
-void SignInSecretsTest::play(const QString &ending)
-{
-    Scenario scenario = m->tools.add(u"ipatool"_s);
-    scenario.asks(kAccountPrompt)
-        .asks(kPasswordPrompt, Scenario::Typing::Raw)
-        .prints(u"\r\n")
-        .asks(kCodePrompt);
-    if (ending == "success"_L1)
-        scenario.prints(kSuccess);
-    else if (ending == "timeout"_L1)
-        scenario.sleeps(60s);
-    else
-        scenario.prints(u"{\"error\":\"fresh 2FA\",\"success\":false}\n").exits(1);
-}
-
-// In files and in the children's arguments and environments.
-qsizetype SignInSecretsTest::countOutside() const
-{
-    qsizetype found = 0;
-    for (const Canary &canary : {m_password, m_code}) {
-        found += CountBelow(canary, QDir::tempPath()) + CountBelow(canary, m_home.path());
-        for (const pid_t child : OwnChildren()) {
-            found += CountInFile(canary, u"/proc/%1/cmdline"_s.arg(child)) +
-                     CountInFile(canary, u"/proc/%1/environ"_s.arg(child));
-        }
-    }
-    return found;
-}
-
 void SignInSecretsTest::nothingRemains()
 {
-    QFETCH(QString, ending);
+    QFETCH(const QString, ending);
     m = std::make_unique<SignIn>();
     const TemporaryTmpdir temporary;
-    play(ending);
+    {
+        Scenario scenario = m->tools.add(u"ipatool"_s);
+        UntilCode(scenario).asks(kCodePrompt);
+        if (ending == "success"_L1)
+            scenario.prints(kSuccess);
+        else if (ending == "timeout"_L1)
+            scenario.sleeps(60s);
+        else
+            scenario.prints(u"{\"error\":\"fresh 2FA\",\"success\":false}\n").exits(1);
+    }
+    const QString log = m->tools.toolPath(u"ipatool"_s) + u".log"_s;
     {
         const Output output(temporary.path() + u"/output"_s);
-        QVERIFY(m->open(u"owner@example.com"_s));
+        QVERIFY(m->open(kAccount));
         type("password", m_password);
         if (ending == "refused letter"_L1)
-            QTest::sendKeyEvent(QTest::Click, m->find<QLineEdit>("password"), Qt::Key_unknown, u"п"_s,
-                                Qt::NoModifier);
+            QTest::sendKeyEvent(QTest::Click, m->find<QLineEdit>("password"), Qt::Key_unknown, u"п"_s, {});
         QCOMPARE(CountInMemory(m_password), 2); // the field's, and the last one that was accepted
         m->press("startButton");
         EVENTUALLY(m->find<QLineEdit>("code")->isVisible());
@@ -170,25 +159,19 @@ void SignInSecretsTest::nothingRemains()
         QCOMPARE(CountInMemory(m_password), 1); // kept for a new request of the code
         QCOMPARE(CountInMemory(m_code), 1);
         QCOMPARE(countOutside(), 0);
-        if (ending == "cancelled"_L1) {
-            m->press("cancelButton");
-        } else {
-            m->press("codeButton");
-        }
-        const QString log = m->tools.toolPath(u"ipatool"_s) + u".log"_s;
+        m->press(ending == "cancelled"_L1 ? "cancelButton" : "codeButton");
         if (ending == "timeout"_L1) {
             EVENTUALLY(CountInFile(m_code, log) > 0);
             m->now += 301s;
         }
         EVENTUALLY(!m->outcomes.isEmpty() || m->isEditing());
     }
-    QCOMPARE(CountInMemory(m_password), 0);
-    QCOMPARE(CountInMemory(m_code), 0);
+    QCOMPARE(CountInMemory(m_password) + CountInMemory(m_code), 0);
     QCOMPARE(countOutside(), 0);
     QVERIFY(QFileInfo::exists(temporary.path() + u"/output"_s));
     // It was these that were typed and sent: the tool has written down what it read.
-    EVENTUALLY(CountInFile(m_password, m->tools.toolPath(u"ipatool"_s) + u".log"_s) > 0);
-    QCOMPARE(CountInFile(m_code, m->tools.toolPath(u"ipatool"_s) + u".log"_s) > 0, ending != "cancelled"_L1);
+    EVENTUALLY(CountInFile(m_password, log) > 0);
+    QCOMPARE(CountInFile(m_code, log) > 0, ending != "cancelled"_L1);
     m.reset();
     QCOMPARE(CountInMemory(m_password) + CountInMemory(m_code), 0);
 }

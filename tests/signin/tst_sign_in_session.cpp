@@ -2,6 +2,7 @@
 // moves.
 #include "signin/processor_time.h"
 #include "signin/sign_in_fixture.h"
+#include "support/rows.h"
 
 #include <QDir>
 #include <QFile>
@@ -35,306 +36,251 @@ void playInShell(const SignIn &signIn, const QByteArray &commands)
 
 } // namespace
 
-class SignInSessionTest : public QObject
+class SignInSessionTest : public SignInTest
 {
     Q_OBJECT
 
 private Q_SLOTS:
-    void init() { m = std::make_unique<SignIn>(); }
-    void cleanup();
-
-    void signsIn_data();
-    void signsIn();
-    void childGetsTheTerminalAndNothingElse();
-    void answersOnlyPromptsItHasSeen();
-    void silencesATerminalThatEchoesAgain();
-    void takesTwoCodesAndRefusesOthers();
-    void requestsTheCodeAgain();
-    void cancels_data();
-    void cancels();
-    void hangUpDoesNotSpin();
-    void leavesNothingBehind();
-
-private:
-    Scenario tool() { return m->tools.add(u"ipatool"_s); }
-    void openAndStart() { QVERIFY(m->open() && m->start()); }
-
-    std::unique_ptr<SignIn> m;
-};
-
-void SignInSessionTest::cleanup()
-{
-    m.reset();
-    EVENTUALLY(OwnChildren().isEmpty());
-}
-
-void SignInSessionTest::signsIn_data()
-{
-    QTest::addColumn<Typing>("typing");
-    QTest::addColumn<bool>("withCode");
-    QTest::addColumn<QString>("log");
-    QTest::addColumn<QString>("account");
-    QTest::addColumn<QString>("password");
-    const QString log = u"{\"level\":\"info\",\"message\":\"Имя\"}\n"_s;
-    QTest::newRow("canonical line, no code, Cyrillic account")
-        << Typing::Shown << false << QString() << u"почта@пример.рф"_s << kPassword;
-    QTest::newRow("echo off, with a code") << Typing::Hidden << true << QString() << kAccount << kPassword;
-    QTest::newRow("raw with stars, log lines") << Typing::Raw << true << log << kAccount << kPassword;
-    // Longer than the kernel's line: only a terminal in raw mode carries it.
-    QTest::newRow("longest account and password")
-        << Typing::Raw << false << QString() << QString(1024, u'a') << QString(4096, u'p');
-}
-
-void SignInSessionTest::signsIn()
-{
-    QFETCH(Typing, typing);
-    QFETCH(bool, withCode);
-    QFETCH(QString, log);
-    QFETCH(QString, account);
-    QFETCH(QString, password);
+    void signsIn_data()
     {
-        Scenario scenario = tool();
-        scenario.when({u"--format", u"json", u"auth", u"login"}).prints(log).asks(kAccountPrompt);
-        scenario.prints(log).asks(kPasswordPrompt, typing).prints(u"\r\n");
-        if (withCode)
-            scenario.asks(kCodePrompt).prints(u"\r\n");
-        scenario.prints(kSuccess);
+        const Rows<Typing, bool, QString, QString, QString> row; // …, with a code, log, account, password
+        const QString log = u"{\"level\":\"info\",\"message\":\"Имя\"}\n"_s;
+        row("canonical line, no code, Cyrillic account", Typing::Shown, false, {}, u"почта@пример.рф"_s,
+            kPassword);
+        row("echo off, with a code", Typing::Hidden, true, {}, kAccount, kPassword);
+        row("raw with stars, log lines", Typing::Raw, true, log, kAccount, kPassword);
+        // Longer than the kernel's line: only a terminal in raw mode carries it.
+        row("longest input", Typing::Raw, false, {}, QString(1024, u'a'), QString(4096, u'p'));
     }
-    QVERIFY(m->open() && m->start(u"  %1 "_s.arg(account), password));
-    QCOMPARE(m->message(), kPreparing);
-    QCOMPARE(m->secret("password"), QString());
-    for (const char *control : {"account", "password", "startButton"})
-        QVERIFY2(!m->find<QWidget>(control)->isEnabled(), control);
-    if (withCode) {
-        EVENTUALLY_EQUAL(m->message(), kEnterCode);
-        QVERIFY(m->find<QLineEdit>("code")->hasFocus());
-        m->submit(u" 123456 "_s);
-        QCOMPARE(m->message(), u"Проверка кода…"_s);
-        QCOMPARE(m->secret("code"), QString());
-        QVERIFY(!m->find("codeButton")->isEnabled() && !m->find("resendButton")->isEnabled());
-    }
-    EVENTUALLY_EQUAL(m->outcomes, QList<bool>{true});
-    QCOMPARE(m->message(), u"Вход выполнен."_s);
-    QVERIFY(!m->window()->isVisible());
-    const QStringList sent{account, password};
-    QCOMPARE(m->linesRead(), withCode ? sent + QStringList{u"123456"_s} : sent);
-}
 
-void SignInSessionTest::childGetsTheTerminalAndNothingElse()
-{
-    tool().when({u"login"}).promptsOnTerminal(u"enter 2FA code: ").sleeps(60s);
-    openAndStart();
-    EVENTUALLY_EQUAL(m->message(), kEnterCode); // a prompt that goes to /dev/tty is seen, too
-    const QJsonObject call = m->tools.events(u"ipatool"_s, u"call").value(0);
-    const QJsonObject descriptors = call.value("descriptors"_L1).toObject();
-    QCOMPARE(descriptors.keys(), (QStringList{u"0"_s, u"1"_s, u"2"_s}));
-    for (const QString &number : descriptors.keys())
-        QVERIFY(descriptors.value(number).toString().startsWith(u"/dev/pts/"_s));
-    QCOMPARE(m->tools.calls(u"ipatool"_s),
-             (QList<QStringList>{{u"--format"_s, u"json"_s, u"auth"_s, u"login"_s}}));
-    QCOMPARE(call.value("session"_L1), call.value("pid"_L1));
-    QVERIFY(call.value("ignored"_L1).toArray().isEmpty() && call.value("blocked"_L1).toArray().isEmpty());
-}
-
-// The password's prompt in one read with the account's is not answered; the one that comes later, in two
-// halves, is.
-void SignInSessionTest::answersOnlyPromptsItHasSeen()
-{
-    tool()
-        .prints(u"enter password: ")
-        .sleeps(100ms)
-        .asks(QString(kAccountPrompt.toString() + u"\r\nenter password: "_s))
-        .sleeps(100ms)
-        .prints(u"\r\nenter pass")
-        .sleeps(100ms)
-        .asks(u"word: ", Typing::Raw)
-        .prints(kSuccess);
-    openAndStart();
-    EVENTUALLY_EQUAL(m->outcomes, QList<bool>{true});
-    QCOMPARE(m->linesRead(), (QStringList{kAccount, kPassword}));
-}
-
-void SignInSessionTest::silencesATerminalThatEchoesAgain()
-{
-    // The second question is put only when the echo has been switched on by way of a third program.
-    tool()
-        .asks(kAccountPrompt)
-        .touches(m->tools.filePath(u"asked"_s))
-        .awaits(m->tools.filePath(u"go"_s))
-        .asks(kPasswordPrompt)
-        .prints(kSuccess);
-    openAndStart();
-    EVENTUALLY(QFile::exists(m->tools.filePath(u"asked"_s)));
-    const QJsonObject call = m->tools.events(u"ipatool"_s, u"call").value(0);
-    const QString name = call.value("descriptors"_L1).toObject().value("0"_L1).toString();
-    const int terminal = ::open(QFile::encodeName(name).constData(), O_RDWR | O_NOCTTY | O_CLOEXEC);
-    termios attributes = {};
-    QVERIFY(terminal >= 0 && ::tcgetattr(terminal, &attributes) == 0);
-    QCOMPARE(attributes.c_lflag & (ECHO | ECHONL), 0U);
-    attributes.c_lflag |= ECHO;
-    QCOMPARE(::tcsetattr(terminal, TCSANOW, &attributes), 0);
-    m->tools.touch(u"go"_s);
-    EVENTUALLY_EQUAL(m->linesRead().size(), 2);
-    QCOMPARE(::tcgetattr(terminal, &attributes), 0);
-    QCOMPARE(attributes.c_lflag & (ECHO | ECHONL), 0U);
-    ::close(terminal);
-    EVENTUALLY_EQUAL(m->outcomes, QList<bool>{true});
-}
-
-void SignInSessionTest::takesTwoCodesAndRefusesOthers()
-{
+    void signsIn()
     {
-        Scenario scenario = tool();
-        UntilCode(scenario).asks(kCodePrompt).prints(u"\r\n").asks(kCodePrompt).prints(kSuccess);
-    }
-    openAndStart();
-    EVENTUALLY_EQUAL(m->message(), kEnterCode);
-    for (const QString &code :
-         {QString(), u"12345"_s, u"1234567"_s, u"12345a"_s, u"１２３４５６"_s, u"12 456"_s}) {
-        m->paste("code", code);
-        m->press("codeButton");
-        QCOMPARE(m->message(), u"Введите шестизначный код Apple."_s);
-        QVERIFY(m->find("codeButton")->isEnabled());
-    }
-    m->now += 299s; // the limit starts anew with each question and each answer
-    QTest::qWait(kTick);
-    m->submit(u"000000"_s);
-    EVENTUALLY_EQUAL(m->message(), kEnterCode); // the tool asks again
-    QVERIFY(m->find("codeButton")->isEnabled());
-    m->now += 299s;
-    QTest::qWait(kTick);
-    m->paste("code", u"123456\n"_s); // as it comes from another window
-    QTest::keyClick(m->find<QLineEdit>("code"), Qt::Key_Enter);
-    EVENTUALLY_EQUAL(m->outcomes, QList<bool>{true});
-    QCOMPARE(m->linesRead().mid(2), (QStringList{u"000000"_s, u"123456"_s}));
-}
-
-void SignInSessionTest::requestsTheCodeAgain()
-{
-    {
-        Scenario scenario = tool();
-        UntilCode(scenario).asks(kCodePrompt).prints(kSuccess);
-    }
-    openAndStart();
-    const QPushButton *resend = m->find("resendButton");
-    for (int launch = 1; launch <= 2; ++launch) {
-        EVENTUALLY_EQUAL(m->message(), kEnterCode);
-        m->now += 30s - 1ms;
-        QTest::qWait(kTick);
-        QVERIFY(resend->isVisible() && !resend->isEnabled());
-        m->now += 1ms;
-        EVENTUALLY(resend->isEnabled());
-        if (launch == 2)
-            break;
-        m->press("resendButton");
+        const auto &[typing, withCode, log, account, password] =
+            Row<Typing, bool, QString, QString, QString>();
+        {
+            Scenario scenario = tool();
+            scenario.when({u"--format", u"json", u"auth", u"login"}).prints(log).asks(kAccountPrompt);
+            scenario.prints(log).asks(kPasswordPrompt, typing).prints(u"\r\n");
+            if (withCode)
+                scenario.asks(kCodePrompt).prints(u"\r\n");
+            scenario.prints(kSuccess);
+        }
+        QVERIFY(m->open() && m->start(u"  %1 "_s.arg(account), password));
         QCOMPARE(m->message(), kPreparing);
-        QVERIFY(!resend->isVisible());
+        QCOMPARE(m->secret("password"), QString());
+        for (const char *control : {"account", "password", "startButton"})
+            QVERIFY2(!m->find<QWidget>(control)->isEnabled(), control);
+        QStringList sent{account, password};
+        if (withCode) {
+            EVENTUALLY_EQUAL(m->message(), kEnterCode);
+            QVERIFY(m->find<QLineEdit>("code")->hasFocus());
+            m->submit(u" 123456 "_s);
+            QCOMPARE(m->message(), u"Проверка кода…"_s);
+            QCOMPARE(m->secret("code"), QString());
+            QVERIFY(!m->find("codeButton")->isEnabled() && !m->find("resendButton")->isEnabled());
+            sent.append(u"123456"_s);
+        }
+        EVENTUALLY_EQUAL(m->outcomes, QList<bool>{true});
+        QCOMPARE(m->message(), u"Вход выполнен."_s);
+        QVERIFY(!m->window()->isVisible());
+        QCOMPARE(m->linesRead(), sent);
     }
-    QCOMPARE(m->linesRead(), (QStringList{kAccount, kPassword, kAccount, kPassword}));
-    QCOMPARE(m->tools.calls(u"ipatool"_s).size(), 2);
-    EVENTUALLY_EQUAL(m->running().size(), 1);
-    m->submit(u"123456"_s);
-    EVENTUALLY_EQUAL(m->outcomes, QList<bool>{true});
-}
 
-void SignInSessionTest::cancels_data()
-{
-    QTest::addColumn<QString>("end");
-    QTest::newRow("Escape: all processes end") << u"Escape"_s;
-    QTest::newRow("Escape, a tool that ignores every polite signal: ends all the same") << u"stubborn"_s;
-    QTest::newRow("the object goes: no word, all processes end") << u"object"_s;
-    QTest::newRow("the window goes first: no word, all processes end") << u"window"_s;
-}
-
-void SignInSessionTest::cancels()
-{
-    QFETCH(QString, end);
+    void childGetsTheTerminalAndNothingElse()
     {
-        Scenario scenario = tool();
-        scenario.when({u"login"});
-        if (end == "stubborn"_L1 || end == "window"_L1)
-            scenario.ignores(SIGHUP);
-        if (end == "stubborn"_L1)
-            scenario.ignoresTermination();
-        UntilCode(scenario).leavesGrandchild(60s).asks(kCodePrompt).sleeps(60s);
+        tool().when({u"login"}).promptsOnTerminal(u"enter 2FA code: ").sleeps(60s);
+        openAndStart();
+        EVENTUALLY_EQUAL(m->message(), kEnterCode); // a prompt that goes to /dev/tty is seen, too
+        const QJsonObject call = m->tools.events(u"ipatool"_s, u"call").value(0);
+        const QJsonObject descriptors = call.value("descriptors"_L1).toObject();
+        QCOMPARE(descriptors.keys(), (QStringList{u"0"_s, u"1"_s, u"2"_s}));
+        for (const QString &number : descriptors.keys())
+            QVERIFY(descriptors.value(number).toString().startsWith(u"/dev/pts/"_s));
+        const QStringList arguments{u"--format"_s, u"json"_s, u"auth"_s, u"login"_s};
+        QCOMPARE(m->tools.calls(u"ipatool"_s), QList<QStringList>{arguments});
+        QCOMPARE(call.value("session"_L1), call.value("pid"_L1));
+        QVERIFY(call.value("ignored"_L1).toArray().isEmpty() && call.value("blocked"_L1).toArray().isEmpty());
     }
-    openAndStart();
-    EVENTUALLY_EQUAL(m->message(), kEnterCode);
-    m->type("code", u"123"_s);
-    if (end == "object"_L1 || end == "window"_L1) {
-        if (end == "window"_L1)
+
+    // The password's prompt in one read with the account's is not answered; the one that comes later, in two
+    // halves, is.
+    void answersOnlyPromptsItHasSeen()
+    {
+        tool()
+            .prints(u"enter password: ")
+            .sleeps(100ms)
+            .asks(QString(kAccountPrompt.toString() + u"\r\nenter password: "_s))
+            .sleeps(100ms)
+            .prints(u"\r\nenter pass")
+            .sleeps(100ms)
+            .asks(u"word: ", Typing::Raw)
+            .prints(kSuccess);
+        openAndStart();
+        EVENTUALLY_EQUAL(m->outcomes, QList<bool>{true});
+        QCOMPARE(m->linesRead(), (QStringList{kAccount, kPassword}));
+    }
+
+    // The second question is put only when the echo has been switched on by way of a third program.
+    void silencesATerminalThatEchoesAgain()
+    {
+        const QString asked = m->tools.filePath(u"asked"_s);
+        const QString go = m->tools.filePath(u"go"_s);
+        tool().asks(kAccountPrompt).touches(asked).awaits(go).asks(kPasswordPrompt).prints(kSuccess);
+        openAndStart();
+        EVENTUALLY(QFile::exists(asked));
+        const QJsonObject call = m->tools.events(u"ipatool"_s, u"call").value(0);
+        const QString name = call.value("descriptors"_L1).toObject().value("0"_L1).toString();
+        const int terminal = ::open(QFile::encodeName(name).constData(), O_RDWR | O_NOCTTY | O_CLOEXEC);
+        termios attributes = {};
+        QVERIFY(terminal >= 0 && ::tcgetattr(terminal, &attributes) == 0);
+        QCOMPARE(attributes.c_lflag & (ECHO | ECHONL), 0U);
+        attributes.c_lflag |= ECHO;
+        QCOMPARE(::tcsetattr(terminal, TCSANOW, &attributes), 0);
+        m->tools.touch(u"go"_s);
+        EVENTUALLY_EQUAL(m->linesRead().size(), 2);
+        QCOMPARE(::tcgetattr(terminal, &attributes), 0);
+        QCOMPARE(attributes.c_lflag & (ECHO | ECHONL), 0U);
+        ::close(terminal);
+        EVENTUALLY_EQUAL(m->outcomes, QList<bool>{true});
+    }
+
+    void takesTwoCodesAndRefusesOthers()
+    {
+        UntilCode(tool()).asks(kCodePrompt).prints(u"\r\n").asks(kCodePrompt).prints(kSuccess);
+        openAndStart();
+        EVENTUALLY_EQUAL(m->message(), kEnterCode);
+        for (const QString &code : {QString(), u"12345"_s, u"1234567"_s, u"12345a"_s, u"１２３４５６"_s}) {
+            m->paste("code", code);
+            m->press("codeButton");
+            QCOMPARE(m->message(), u"Введите шестизначный код Apple."_s);
+            QVERIFY(m->find("codeButton")->isEnabled());
+        }
+        m->now += 299s; // the limit starts anew with each question and each answer
+        QTest::qWait(kTick);
+        m->submit(u"000000"_s);
+        EVENTUALLY_EQUAL(m->message(), kEnterCode); // the tool asks again
+        QVERIFY(m->find("codeButton")->isEnabled());
+        m->now += 299s;
+        QTest::qWait(kTick);
+        m->paste("code", u"123456\n"_s); // as it comes from another window
+        QTest::keyClick(m->find<QLineEdit>("code"), Qt::Key_Enter);
+        EVENTUALLY_EQUAL(m->outcomes, QList<bool>{true});
+        QCOMPARE(m->linesRead().mid(2), (QStringList{u"000000"_s, u"123456"_s}));
+    }
+
+    void requestsTheCodeAgain()
+    {
+        UntilCode(tool()).asks(kCodePrompt).prints(kSuccess);
+        openAndStart();
+        const QPushButton *resend = m->find("resendButton");
+        for (int launch = 1; launch <= 2; ++launch) {
+            EVENTUALLY_EQUAL(m->message(), kEnterCode);
+            m->now += 30s - 1ms;
+            QTest::qWait(kTick);
+            QVERIFY(resend->isVisible() && !resend->isEnabled());
+            m->now += 1ms;
+            EVENTUALLY(resend->isEnabled());
+            if (launch == 2)
+                break;
+            m->press("resendButton");
+            QCOMPARE(m->message(), kPreparing);
+            QVERIFY(!resend->isVisible());
+        }
+        QCOMPARE(m->linesRead(), (QStringList{kAccount, kPassword, kAccount, kPassword}));
+        QCOMPARE(m->tools.calls(u"ipatool"_s).size(), 2);
+        EVENTUALLY_EQUAL(m->running().size(), 1);
+        m->submit(u"123456"_s);
+        EVENTUALLY_EQUAL(m->outcomes, QList<bool>{true});
+    }
+
+    void cancels_data()
+    {
+        const Rows<QList<int>, QString> row; // the signals that the tool ignores, what goes
+        row("Escape: all processes end", {}, {});
+        row("Escape, a tool that ignores every polite signal: ends too", {SIGHUP, SIGTERM}, {});
+        row("the object goes: no word, all processes end", {}, u"object"_s);
+        row("the window goes first: no word, all processes end", {SIGHUP}, u"window"_s);
+    }
+
+    void cancels()
+    {
+        const auto &[ignored, gone] = Row<QList<int>, QString>();
+        {
+            Scenario scenario = tool();
+            scenario.when({u"login"});
+            for (const int signal : ignored)
+                scenario.ignores(signal);
+            UntilCode(scenario).leavesGrandchild(60s).asks(kCodePrompt).sleeps(60s);
+        }
+        openAndStart();
+        EVENTUALLY_EQUAL(m->message(), kEnterCode);
+        m->type("code", u"123"_s);
+        if (gone == "window"_L1)
             delete m->window();
-        m->auth.reset();
-        QCOMPARE(m->outcomes, QList<bool>{});
-    } else {
-        for (int times = 0; times < 2; ++times) { // the second time there is nothing to close
+        if (!gone.isEmpty())
+            m->auth.reset();
+        for (int times = 0; gone.isEmpty() && times < 2;
+             ++times) { // the second time there is nothing to close
             QTest::keyClick(m->window(), Qt::Key_Escape);
-            QCOMPARE(m->outcomes, QList<bool>{false});
             QVERIFY(!m->window()->isVisible());
             QCOMPARE(m->secret("password") + m->secret("code"), QString());
         }
-    }
-    EVENTUALLY(m->running().isEmpty());
-    for (const QJsonObject &grandchild : m->tools.events(u"ipatool"_s, u"grandchild"))
+        QCOMPARE(m->outcomes, gone.isEmpty() ? QList{false} : QList<bool>{});
+        EVENTUALLY(m->running().isEmpty());
+        const QJsonObject grandchild = m->tools.events(u"ipatool"_s, u"grandchild").value(0);
+        QVERIFY(!grandchild.isEmpty());
         EVENTUALLY(!IsProcessAlive(grandchild.value("pid"_L1).toInt()));
-}
-
-// A tool that has closed its terminal and lives on leaves one that is readable for ever.
-void SignInSessionTest::hangUpDoesNotSpin()
-{
-    playInShell(*m, "exec sleep 60 0<&- 1>&- 2>&-");
-    openAndStart();
-    QTest::qWait(200);
-    const auto before = ProcessorTime();
-    QTest::qWait(400);
-    QVERIFY2(ProcessorTime() - before < 150ms, "the window kept turning for nothing");
-    QVERIFY(!m->running().isEmpty());
-}
-
-void SignInSessionTest::leavesNothingBehind()
-{
-    constexpr int kRounds = 10;
-    constexpr std::array kAfterPassword{
-        "echo '{\"success\":true}'", "printf 'enter passphrase to unlock: '; read answer",
-        "echo '{\"success\":false}'; exit 1",
-        "printf 'enter 2FA code: '; read answer", // answered with "Отмена"
-    };
-    std::array<SignIn, 20> all; // side by side, because each waits for its watchdog
-    for (std::size_t i = 0; i < all.size(); ++i) {
-        playInShell(all[i],
-                    QByteArray("printf 'enter Apple ID (email address or phone number): '; read account\n"
-                               "printf 'enter password: '; read password\n") +
-                        kAfterPassword[i % kAfterPassword.size()]);
     }
-    qsizetype descriptors = 0;
-    qsizetype threads = 0;
-    int ended = 0;
-    for (int round = 0; round <= kRounds; ++round) {
-        for (SignIn &one : all)
-            QVERIFY(one.open() && one.start());
+
+    // A tool that has closed its terminal and lives on leaves one that is readable for ever.
+    void hangUpDoesNotSpin()
+    {
+        playInShell(*m, "exec sleep 60 0<&- 1>&- 2>&-");
+        openAndStart();
+        QTest::qWait(200);
+        const auto before = ProcessorTime();
+        QTest::qWait(400);
+        QVERIFY2(ProcessorTime() - before < 150ms, "the window kept turning for nothing");
+        QVERIFY(!m->running().isEmpty());
+    }
+
+    void leavesNothingBehind()
+    {
+        constexpr int kRounds = 10;
+        constexpr std::array kAfterPassword{
+            "echo '{\"success\":true}'", "printf 'enter passphrase to unlock: '; read answer",
+            "echo '{\"success\":false}'; exit 1",
+            "printf 'enter 2FA code: '; read answer", // answered with "Отмена"
+        };
+        std::array<SignIn, 20> all; // side by side, because each waits for its watchdog
         for (std::size_t i = 0; i < all.size(); ++i) {
-            SignIn &one = all[i];
-            EVENTUALLY(!one.outcomes.isEmpty() || one.isEditing() || one.message() == kEnterCode);
-            if (one.message() == kEnterCode)
-                one.press("cancelButton");
-            QCOMPARE(one.outcomes, i % 4 == 0 ? QList{true} : i % 4 == 3 ? QList{false} : QList<bool>{});
-            one.outcomes.clear();
-            one.auth.reset();
-            ended += round > 0 ? 1 : 0;
+            playInShell(all[i], "printf '" + kAccountPrompt.toLatin1() + "'; read account\nprintf '" +
+                                    kPasswordPrompt.toLatin1() + "'; read password\n" +
+                                    kAfterPassword[i % 4]);
         }
-        if (round > 0)
-            continue;
-        EVENTUALLY(OwnChildren().isEmpty());
-        QTest::qWait(100); // the threads that watched the children are on their way out
-        descriptors = OwnDescriptorCount();
-        threads = OwnThreadCount();
+        std::array<qsizetype, 2> first{};
+        const auto inUse = [] { return std::array{OwnDescriptorCount(), OwnThreadCount()}; };
+        for (int round = 0; round <= kRounds; ++round) {
+            for (SignIn &one : all)
+                QVERIFY(one.open() && one.start());
+            for (std::size_t i = 0; i < all.size(); ++i) {
+                SignIn &one = all[i];
+                EVENTUALLY(!one.outcomes.isEmpty() || one.isEditing() || one.message() == kEnterCode);
+                if (one.message() == kEnterCode)
+                    one.press("cancelButton");
+                QCOMPARE(one.outcomes, i % 4 == 0 ? QList{true} : i % 4 == 3 ? QList{false} : QList<bool>{});
+                one.outcomes.clear();
+                one.auth.reset();
+            }
+            EVENTUALLY(OwnChildren().isEmpty());
+            if (round == 0) {
+                QTest::qWait(100); // the threads that watched the children are on their way out
+                first = inUse();
+            }
+        }
+        EVENTUALLY(inUse() == first);
     }
-    EVENTUALLY(OwnChildren().isEmpty());
-    EVENTUALLY_EQUAL(OwnDescriptorCount(), descriptors);
-    EVENTUALLY_EQUAL(OwnThreadCount(), threads);
-    qInfo("after %d sign-ins: %lld descriptors, %lld threads", ended, static_cast<long long>(descriptors),
-          static_cast<long long>(threads));
-}
+};
 
 QTEST_MAIN(SignInSessionTest)
 #include "tst_sign_in_session.moc"
