@@ -325,6 +325,10 @@ QWidget *ZarvoApp::makeAppsTable()
     table->verticalHeader()->setSectionResizeMode(QHeaderView::Fixed);
     table->verticalHeader()->setDefaultSectionSize(Scaled(kRowHeight));
     layOutColumns(table);
+    m_phoneTrouble = named(secondary(ZarvoLabel({}, false)), "phoneTrouble");
+    m_phoneTrouble->setAlignment(Qt::AlignCenter);
+    m_phoneTrouble->hide();
+    (new QVBoxLayout(table->viewport()))->addWidget(m_phoneTrouble);
     connect(table->selectionModel(), &QItemSelectionModel::selectionChanged, this,
             &ZarvoApp::tableViewSelectionDidChange);
     return table;

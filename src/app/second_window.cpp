@@ -2,6 +2,7 @@
 
 #include "app/view_factories.h"
 
+#include <QAccessibleWidget>
 #include <QPushButton>
 #include <QScreen>
 #include <QShortcut>
@@ -10,6 +11,8 @@
 
 namespace {
 
+constexpr QLatin1StringView kSecondWindow("secondWindow");
+
 QList<QPushButton *> buttonsOf(const QWidget *window)
 {
     QList<QPushButton *> buttons = window->findChildren<QPushButton *>();
@@ -17,11 +20,21 @@ QList<QPushButton *> buttonsOf(const QWidget *window)
     return buttons;
 }
 
+// The toolkit takes a plain widget for a mere container, also where it is a window.
+QAccessibleInterface *describeAsWindow(const QString &, QObject *object)
+{
+    auto *widget = qobject_cast<QWidget *>(object);
+    const bool isPlainWindow = widget && widget->isWindow() && widget->objectName() == kSecondWindow;
+    return isPlainWindow ? new QAccessibleWidget(widget, QAccessible::Window) : nullptr;
+}
+
 } // namespace
 
 QWidget *MakeSecondWindow(QWidget *owner, const QString &title, QSize size)
 {
+    QAccessible::installFactory(describeAsWindow); // once, however often it is asked for
     auto *window = new QWidget(owner, Qt::Window);
+    window->setObjectName(kSecondWindow);
     window->setWindowTitle(title);
     const QSize wanted(Scaled(size.width()), Scaled(size.height()));
     window->resize(wanted.boundedTo(owner->screen()->availableSize()));

@@ -163,6 +163,7 @@ private:
     void refresh();
     void pollDevice(bool byUser);
     void applyDiscoveredPhones(const QList<PhoneEntry> &found);
+    void showPhoneTrouble(const QString &reason);
     void rebuildPicker();
     void showPickedPhone(const QString &id);
     void selectPhone();
@@ -243,6 +244,7 @@ private:
     QLabel *ownerLabel = nullptr;
     QLabel *statusLabel = nullptr;
     QLabel *transferLabel = nullptr;
+    QLabel *m_phoneTrouble = nullptr; // why no phone can be listed; on the empty table
     QLabel *ipaLabel = nullptr;
     QLineEdit *storeID = nullptr;
     QPushButton *downloadButton = nullptr;

@@ -5,6 +5,7 @@
 #include "device/device_tool_client.h"
 
 #include <QComboBox>
+#include <QLabel>
 #include <QLineEdit>
 
 #include <algorithm>
@@ -60,11 +61,15 @@ void ZarvoApp::pollDevice(bool)
     const bool started = m_background.run([this, path] {
         RunHooks hooks;
         hooks.cancelled = [this] { return m_terminating.load(); };
-        const auto result = ZarvoCommand(path, {u"devices"_s}, kPollTimeout, hooks);
-        onMain([this, found = DiscoveredPhones(result)] {
+        Error error;
+        const auto result = ZarvoCommand(path, {u"devices"_s}, kPollTimeout, hooks, &error);
+        const QList<PhoneEntry> found = DiscoveredPhones(result, &error);
+        onMain([this, found, trouble = error.message] {
             checkingDevice = false;
-            if (!busy && !auth)
-                applyDiscoveredPhones(found);
+            if (busy || auth)
+                return;
+            applyDiscoveredPhones(found);
+            showPhoneTrouble(trouble);
         });
     });
     if (!started)
@@ -84,6 +89,14 @@ void ZarvoApp::applyDiscoveredPhones(const QList<PhoneEntry> &found)
         clearDeviceSelection();
     updateControls();
     refreshHistory();
+}
+
+// A poll nobody asked for opens no alert; its reason stands where the apps of a phone would be.
+void ZarvoApp::showPhoneTrouble(const QString &reason)
+{
+    const QString text = ShownExplanation(reason);
+    m_phoneTrouble->setText(text);
+    m_phoneTrouble->setVisible(!text.isEmpty());
 }
 
 void ZarvoApp::rebuildPicker()

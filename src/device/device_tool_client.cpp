@@ -33,11 +33,11 @@ std::optional<DeviceReply> JudgeDeviceRun(const ToolResult &result, Error *error
     return std::nullopt;
 }
 
-QList<PhoneEntry> DiscoveredPhones(const std::optional<ToolResult> &result)
+QList<PhoneEntry> DiscoveredPhones(const std::optional<ToolResult> &result, Error *error)
 {
     if (!result)
         return {};
-    const std::optional<DeviceReply> reply = JudgeDeviceRun(*result);
+    const std::optional<DeviceReply> reply = JudgeDeviceRun(*result, error);
     return reply ? reply->devices : QList<PhoneEntry>();
 }
 

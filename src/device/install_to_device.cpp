@@ -1,6 +1,7 @@
 #include "device/install_to_device.h"
 
 #include "app/main_window.h"
+#include "app/shown_text.h"
 #include "app/view_factories.h"
 #include "app/zarvo_app.h"
 #include "device/device_tool_client.h"
@@ -46,7 +47,7 @@ QString InstallQuestion(const QString &file, const QString &phoneTitle)
 {
     // Put together at once: a name that holds "%1" stays what it is.
     return u"%1\n%2\nУстановка может заменить существующую версию. iOS проверит подпись и лицензию."_s.arg(
-        QFileInfo(file).fileName(), phoneTitle);
+        OneLine(QFileInfo(file).fileName()), phoneTitle);
 }
 
 void ZarvoApp::chooseIPA()
@@ -66,7 +67,7 @@ void ZarvoApp::setIPA(const QString &file)
     if (!IsIPAFile(file))
         return; // a name typed into the panel, or an argument
     ipa = QFileInfo(file).absoluteFilePath();
-    ipaLabel->setText(QFileInfo(file).fileName());
+    ipaLabel->setText(OneLine(QFileInfo(file).fileName()));
     updateControls();
 }
 

@@ -112,18 +112,21 @@ void WindowDevicesTest::forgetsAPhoneThatIsGone_data()
 {
     QTest::addColumn<QString>("devices");
     QTest::addColumn<QString>("prompt");
+    QTest::addColumn<QString>("trouble");
     const QString connect = u"Подключите iPhone кабелем и выберите его в списке."_s;
-    QTest::newRow("none is left") << uR"({"devices":[]})"_s << connect;
-    QTest::newRow("the answer has no list") << u"{}"_s << connect;
+    QTest::newRow("none is left") << uR"({"devices":[]})"_s << connect << QString();
+    QTest::newRow("the answer has no list") << u"{}"_s << connect << QString();
     QTest::newRow("the answer tells of a failure")
-        << uR"({"devices":[{"id":"PHONE-1"}],"error":"x"})"_s << connect;
+        << uR"({"devices":[{"id":"PHONE-1"}],"error":"Служба молчит."})"_s << connect << u"Служба молчит."_s;
     QTest::newRow("another one is there")
-        << uR"({"devices":[{"id":"PHONE-2"}]})"_s << u"iPhone найден. Выберите устройство в списке выше."_s;
+        << uR"({"devices":[{"id":"PHONE-2"}]})"_s << u"iPhone найден. Выберите устройство в списке выше."_s
+        << QString();
 }
 
 void WindowDevicesTest::forgetsAPhoneThatIsGone()
 {
     QFETCH(const QString, devices);
+    QFETCH(const QString, trouble);
     QVERIFY(m->startWithApps() && m->chooseApp(u"Карты"_s));
     m->type("search", u"а"_s);
     answerDevices(devices);
@@ -133,6 +136,8 @@ void WindowDevicesTest::forgetsAPhoneThatIsGone()
     QCOMPARE(m->window()->focusWidget(),
              m->find<QWidget>("phonePicker")); // not the next button, for a stray key to press
     QTEST(m->status(), "prompt");
+    EVENTUALLY_EQUAL(m->find<QLabel>("phoneTrouble")->isVisible(), !trouble.isEmpty());
+    QTEST(m->text("phoneTrouble"), "trouble");
     QCOMPARE(m->namesListed(), QStringList());
     QCOMPARE(searched() + typedID() + m->transfer(), QString());
     QCOMPARE(m->text("ownerLabel"), u"Выберите приложение в таблице."_s);

@@ -315,6 +315,8 @@ void WindowKeyboardTest::namesWhatTakesTheFocus()
     walk(steps);
     QList<QAccessibleInterface *> open{QAccessible::queryAccessibleInterface(QApplication::activeWindow())};
     QCOMPARE(open.first()->text(QAccessible::Name), title);
+    const QAccessible::Role role = open.first()->role();
+    QVERIFY(role == QAccessible::Window || role == QAccessible::Dialog);
     int stops = 0;
     while (!open.isEmpty()) {
         QAccessibleInterface *at = open.takeLast();

@@ -1,6 +1,7 @@
 #include "usbmuxd_service.h"
 
 #include "diagnostics.h"
+#include "usb_bus.h"
 
 #include <QByteArray>
 
@@ -27,6 +28,12 @@ QByteArray socketPath()
         return kDefaultSocket;
     const QByteArray local("UNIX:");
     return address.startsWith(local) ? address.mid(local.size()) : QByteArray();
+}
+
+/// A phone on this computer's bus; of the one whose service is asked instead, nothing is known.
+bool isPhoneHere()
+{
+    return qEnvironmentVariableIsEmpty(kAddressVariable) && IsPhoneOnBus(u"/sys/bus/usb/devices"_s);
 }
 
 /// 0, or the errno value of connecting.
@@ -72,7 +79,7 @@ std::optional<Fault> ServiceFault()
 std::optional<QStringList> ConnectedPhones(Failure *failure)
 {
     const auto fault = ServiceFault();
-    if (fault == Fault::ServiceMissing)
+    if (fault == Fault::ServiceMissing && !isPhoneHere())
         return QStringList();
     if (fault) {
         Fail(failure, FailureOf(*fault));

@@ -11,6 +11,6 @@
 /// to be elsewhere than on a socket of this system. Any thread.
 std::optional<Fault> ServiceFault();
 
-/// The identifiers of the connected phones, each once. None, and no failure, when the service is not there:
-/// it runs only while a phone is connected. Blocks; any thread.
+/// The identifiers of the connected phones, each once. None, and no failure, when the service is not there
+/// and no phone is plugged in: it runs only while one is. Blocks; any thread.
 std::optional<QStringList> ConnectedPhones(Failure *failure = nullptr);
