@@ -101,6 +101,33 @@ void Program::playStore(const Rules &first)
     scenario.when({u"download"}).copies(notesIPA).prints(u"{\"success\":true}");
 }
 
+void Program::deviceSays(const Words &words, QStringView text, int code)
+{
+    playDevice([&](Scenario &tool) { tool.when(words).prints(text).exits(code); });
+}
+
+void Program::storeSays(const Words &words, QStringView text, int code)
+{
+    playStore([&](Scenario &tool) { tool.when(words).prints(text).exits(code); });
+}
+
+void Program::deviceSaysLater(const Words &words, QStringView text)
+{
+    playDevice([&](Scenario &tool) { tool.when(words).awaits(tools.filePath(u"go"_s)).prints(text); });
+}
+
+void Program::storeSaysLater(const Words &words, QStringView text)
+{
+    playStore([&](Scenario &tool) { tool.when(words).awaits(tools.filePath(u"go"_s)).prints(text); });
+}
+
+QList<QStringList> Program::deviceCalls() const
+{
+    QList<QStringList> calls = tools.calls(u"devicezarvo"_s);
+    calls.removeAll(QStringList{u"devices"_s});
+    return calls;
+}
+
 // What a desktop does when the window comes and when a dialog of it goes.
 bool Program::activate() const
 {
@@ -199,8 +226,7 @@ void Program::type(const char *field, const QString &text) const
         QTest::sendKeyEvent(QTest::Click, line, Qt::Key_unknown, QString(letter), Qt::NoModifier);
 }
 
-bool Program::answerChooser(const char *button, const std::function<void(QFileDialog &)> &inspect,
-                            const std::function<void()> &then) const
+bool Program::download(const Inspection &inspect, const std::function<void()> &then, const char *button) const
 {
     bool answered = false;
     QTimer answering;
@@ -245,6 +271,15 @@ QDialog *Program::alert() const
             return dialog;
     }
     return nullptr;
+}
+
+QStringList Program::alertTexts() const
+{
+    QStringList texts;
+    const auto labels = alert() ? alert()->findChildren<QLabel *>() : QList<QLabel *>();
+    for (const QLabel *label : labels)
+        texts << label->text();
+    return texts;
 }
 
 bool Program::answerAlert(const QString &title) const

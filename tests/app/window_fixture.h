@@ -7,6 +7,7 @@
 
 #include <QAbstractButton>
 #include <QComboBox>
+#include <QDesktopServices>
 #include <QDialog>
 #include <QFileDialog>
 #include <QLabel>
@@ -14,6 +15,7 @@
 #include <QTableView>
 #include <QTemporaryDir>
 #include <QTest>
+#include <QUrl>
 
 #include <functional>
 #include <memory>
@@ -46,6 +48,17 @@ public:
 
     void playDevice(const Rules &first = {});
     void playStore(const Rules &first = {});
+    /// The tool answers so to the calls with these words, and as usual to the others.
+    using Words = std::initializer_list<QStringView>;
+    void deviceSays(const Words &words, QStringView text, int code = 0);
+    void storeSays(const Words &words, QStringView text, int code = 0);
+    /// The same, but not before go().
+    void deviceSaysLater(const Words &words, QStringView text);
+    void storeSaysLater(const Words &words, QStringView text);
+    void go() const { tools.touch(QStringLiteral("go")); }
+    /// The arguments of the calls so far; those of the device tool without the polls.
+    QList<QStringList> storeCalls() const { return tools.calls(QStringLiteral("ipatool")); }
+    QList<QStringList> deviceCalls() const;
 
     /// Starts the program; true when its window is the active one.
     bool start();
@@ -83,21 +96,19 @@ public:
     /// Presses the download button, or the one for all apps, and answers the folder chooser: sees `inspect`
     /// done, types the destination, confirms, and sees `then` done before the program goes on. False when no
     /// chooser came.
-    bool download(const std::function<void(QFileDialog &)> &inspect = {},
-                  const std::function<void()> &then = {}) const
+    using Inspection = std::function<void(QFileDialog &)>;
+    bool download(const Inspection &inspect = {}, const std::function<void()> &then = {},
+                  const char *button = "downloadButton") const;
+    bool downloadAll(const Inspection &inspect = {}, const std::function<void()> &then = {}) const
     {
-        return answerChooser("downloadButton", inspect, then);
-    }
-    bool downloadAll(const std::function<void(QFileDialog &)> &inspect = {},
-                     const std::function<void()> &then = {}) const
-    {
-        return answerChooser("allButton", inspect, then);
+        return download(inspect, then, "allButton");
     }
     /// Chooses the file for installing, by its name typed into the panel.
     bool chooseIPA(const QString &file) const;
 
     /// The alert on the window; null when there is none.
     QDialog *alert() const;
+    QStringList alertTexts() const;
     /// Presses the button of the alert that reads so.
     bool answerAlert(const QString &title) const;
 
@@ -115,10 +126,22 @@ public:
 
 private:
     bool activate() const;
-    bool answerChooser(const char *button, const std::function<void(QFileDialog &)> &inspect,
-                       const std::function<void()> &then) const;
 
     std::unique_ptr<ZarvoApp> m_app;
+};
+
+/// What the program has opened in place of the desktop, for as long as the object lives.
+class OpenedFiles : public QObject
+{
+    Q_OBJECT
+
+public:
+    OpenedFiles() { QDesktopServices::setUrlHandler(QStringLiteral("file"), this, "open"); }
+    ~OpenedFiles() override { QDesktopServices::unsetUrlHandler(QStringLiteral("file")); }
+    QStringList paths;
+
+public Q_SLOTS:
+    void open(const QUrl &url) { paths << url.toLocalFile(); }
 };
 
 /// A test whose functions have a program each.

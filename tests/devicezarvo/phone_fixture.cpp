@@ -2,66 +2,53 @@
 
 #include "ipa_writer.h"
 
-#include <QElapsedTimer>
 #include <QFile>
 #include <QJsonDocument>
 
-#include <libimobiledevice/afc.h>
 #include <linux/capability.h>
 #include <sys/prctl.h>
 #include <sys/stat.h>
 #include <usbmuxd.h>
 
+#include <csignal>
 #include <cstdlib>
 
-using namespace std::chrono_literals;
 using namespace Qt::StringLiterals;
 
 namespace {
 
-constexpr auto kStart = 20s;
-constexpr auto kPatience = 60s; // beyond every limit of the tool that a test runs into
+constexpr int kPatience = 60'000; // ms; beyond every limit of the tool that a test runs into
 
-QProcessEnvironment environmentFor(const QString &socket)
+// A misspelt text must not make a test pass for nothing.
+QJsonObject object(const QByteArray &members)
 {
-    auto environment = QProcessEnvironment::systemEnvironment();
-    environment.insert(u"USBMUXD_SOCKET_ADDRESS"_s, u"UNIX:"_s + socket);
-    return environment;
+    const QJsonDocument document = QJsonDocument::fromJson('{' + members + '}');
+    if (!document.isObject())
+        qFatal("no JSON: %s", members.constData());
+    return document.object();
 }
 
 } // namespace
 
-QJsonObject phone(const QJsonObject &changes, const QString &id)
+QJsonObject phone(const QByteArray &changes, const QString &id)
 {
-    QJsonObject description{
-        {"udid"_L1, id},
-        {"name"_L1, u"iPhone Марии"_s},
-        {"productType"_L1, u"iPhone14,5"_s},
-        {"productVersion"_L1, u"17.5.1"_s},
-        {"buildVersion"_L1, u"21F90"_s},
-        {"serial"_L1, u"DEMO0000001A"_s},
-        {"apps"_L1, QJsonArray{QJsonObject{{"CFBundleIdentifier"_L1, u"ru.primer.kot"_s},
-                                           {"CFBundleDisplayName"_L1, u"Шашки Кота"_s},
-                                           {"CFBundleShortVersionString"_L1, u"7.1"_s},
-                                           {"ApplicationType"_L1, u"User"_s},
-                                           {"iTunesMetadata"_L1, QJsonObject{{"itemId"_L1, 1700000116}}}},
-                               QJsonObject{{"CFBundleIdentifier"_L1, u"com.apple.camera"_s},
-                                           {"ApplicationType"_L1, u"System"_s}}}},
-        {"battery"_L1, QJsonObject{{"CurrentCapacity"_L1, 82},
-                                   {"IsCharging"_L1, true},
-                                   {"CycleCount"_L1, 312},
-                                   {"DesignCapacity"_L1, 3227},
-                                   {"NominalChargeCapacity"_L1, 2937},
-                                   {"Temperature"_L1, 2910}}},
-    };
-    for (auto member = changes.begin(); member != changes.end(); ++member)
+    QJsonObject description = object(R"("name": "iPhone Марии", "productType": "iPhone14,5",
+"productVersion": "17.5.1", "buildVersion": "21F90", "serial": "DEMO0000001A",
+"apps": [{"CFBundleIdentifier": "ru.primer.kot", "CFBundleDisplayName": "Шашки Кота", "CFBundleVersion": "71",
+          "CFBundleShortVersionString": "7.1", "ApplicationType": "User", "iTunesMetadata": {"itemId": 1700000116}},
+         {"CFBundleIdentifier": "com.apple.camera", "ApplicationType": "System"}],
+"battery": {"CurrentCapacity": 82, "IsCharging": true, "CycleCount": 312, "DesignCapacity": 3227,
+            "NominalChargeCapacity": 2937, "Temperature": 2910})");
+    description["udid"_L1] = id;
+    const QJsonObject changed = object(changes);
+    for (auto member = changed.begin(); member != changed.end(); ++member)
         description[member.key()] = member.value();
     return description;
 }
 
-QJsonObject faultyPhone(const QJsonObject &faults)
+QJsonObject faultyPhone(const QByteArray &faults, const QString &id)
 {
-    return phone({{"faults"_L1, faults}});
+    return phone("\"faults\": {" + faults + '}', id);
 }
 
 bool ToolRun::isWellFormed() const
@@ -71,33 +58,56 @@ bool ToolRun::isWellFormed() const
 }
 
 VirtualPhones::VirtualPhones(const QJsonArray &phones, bool mute)
+    : m_mute(mute)
 {
-    QFile file(filePath(u"config.json"_s));
-    if (!file.open(QIODevice::WriteOnly))
-        return;
-    file.write(QJsonDocument(QJsonObject{{"mute"_L1, mute}, {"phones"_L1, phones}}).toJson());
-    file.close();
-    const QString socket = filePath(u"socket"_s);
-    m_process.start(
-        QStringLiteral(ZARVO_VIRTUAL_PHONE),
-        {u"--socket"_s, socket, u"--config"_s, file.fileName(), u"--state"_s, filePath(u"state"_s)});
-    // For the library within this process.
-    qputenv("USBMUXD_SOCKET_ADDRESS", QFile::encodeName(u"UNIX:"_s + socket));
-    while (!m_ready && m_process.waitForReadyRead(std::chrono::milliseconds(kStart).count()))
-        m_ready = m_process.readAllStandardOutput().contains("ready");
+    std::signal(SIGPIPE, SIG_IGN); // the library writes to connections that a phone has dropped
+    qputenv("USBMUXD_SOCKET_ADDRESS", "UNIX:" + QFile::encodeName(filePath(u"socket"_s)));
+    m_process.setProcessChannelMode(QProcess::ForwardedErrorChannel);
+    write(phones);
+    restart();
 }
 
 VirtualPhones::~VirtualPhones()
 {
+    const bool hasVanished = m_process.state() == QProcess::NotRunning;
     m_process.terminate();
-    if (!m_process.waitForFinished(5000))
-        m_process.kill();
-    m_process.waitForFinished();
+    if (!hasVanished && (!m_process.waitForFinished(kPatience) ||
+                         m_process.exitStatus() != QProcess::NormalExit || m_process.exitCode() != 0))
+        qFatal("the virtual phone does not end, or not well");
 }
 
-void VirtualPhones::forbid()
+void VirtualPhones::write(const QJsonArray &phones) const
 {
-    m_forbidden = ::chmod(QFile::encodeName(filePath(u"socket"_s)).constData(), 0) == 0;
+    QFile file(filePath(u"config.json"_s));
+    if (!file.open(QIODevice::WriteOnly) ||
+        file.write(QJsonDocument(QJsonObject{{"mute"_L1, m_mute}, {"phones"_L1, phones}}).toJson()) < 0)
+        qFatal("cannot write the configuration");
+}
+
+QByteArray VirtualPhones::line()
+{
+    QByteArray said;
+    while (!said.contains('\n') && m_process.waitForReadyRead(kPatience))
+        said += m_process.readAllStandardOutput();
+    return said.trimmed();
+}
+
+QByteArray VirtualPhones::change(const QJsonArray &phones)
+{
+    write(phones);
+    ::kill(static_cast<pid_t>(m_process.processId()), SIGHUP);
+    return line();
+}
+
+void VirtualPhones::restart()
+{
+    m_process.terminate();
+    m_process.waitForFinished(kPatience);
+    m_process.start(QStringLiteral(ZARVO_VIRTUAL_PHONE),
+                    {u"--socket"_s, filePath(u"socket"_s), u"--config"_s, filePath(u"config.json"_s),
+                     u"--state"_s, filePath(u"state"_s)});
+    if (line() != "ready")
+        qFatal("the virtual phone does not start");
 }
 
 void VirtualPhones::vanish()
@@ -106,10 +116,14 @@ void VirtualPhones::vanish()
     m_process.waitForFinished();
 }
 
-std::unique_ptr<QProcess> VirtualPhones::prepare(const QStringList &arguments, Limits limits)
+void VirtualPhones::forbid()
+{
+    m_forbidden = ::chmod(QFile::encodeName(filePath(u"socket"_s)).constData(), 0) == 0;
+}
+
+std::unique_ptr<QProcess> VirtualPhones::prepare(const QStringList &arguments, Limits limits) const
 {
     auto process = std::make_unique<QProcess>();
-    process->setProcessEnvironment(environmentFor(filePath(u"socket"_s)));
     process->setReadChannel(QProcess::StandardError);
     if (m_forbidden) {
         // Root passes every lock unless it lays this power down.
@@ -121,29 +135,33 @@ std::unique_ptr<QProcess> VirtualPhones::prepare(const QStringList &arguments, L
     return process;
 }
 
-std::unique_ptr<QProcess> VirtualPhones::start(const QStringList &arguments, Limits limits)
+std::unique_ptr<QProcess> VirtualPhones::start(const QStringList &arguments, Limits limits) const
 {
     auto process = prepare(arguments, limits);
     process->start();
     return process;
 }
 
-ToolRun VirtualPhones::run(const QStringList &arguments, Limits limits)
+ToolRun VirtualPhones::run(const QStringList &arguments, Limits limits) const
 {
-    QElapsedTimer timer;
-    timer.start();
-    const auto process = start(arguments, limits);
-    ToolRun run = finish(*process);
-    run.time = std::chrono::milliseconds(timer.elapsed());
-    return run;
+    return finish(*start(arguments, limits));
 }
 
-QString VirtualPhones::makeIPA(const QString &id, const QString &version, qint64 padding)
+QByteArray VirtualPhones::print(const QString &program, const QStringList &arguments) const
+{
+    QProcess process;
+    process.setProcessChannelMode(QProcess::MergedChannels);
+    process.start(program, QStringList{u"-u"_s, FirstPhone} + arguments);
+    const ToolRun run = finish(process);
+    return run.status < 0 ? "failed: " + process.errorString().toUtf8() : run.output;
+}
+
+QString VirtualPhones::makeIPA(const QString &id, const QString &version, qint64 padding) const
 {
     QString path = filePath(id + u".ipa"_s);
-    return writeIPA(QFile::encodeName(path).toStdString(), {.id = id, .version = version, .padding = padding})
-               ? path
-               : QString();
+    if (!writeIPA(path.toStdString(), {.id = id, .version = version, .padding = padding}))
+        qFatal("cannot write an IPA");
+    return path;
 }
 
 bool VirtualPhones::isPaired() const
@@ -157,28 +175,17 @@ bool VirtualPhones::isPaired() const
 
 QStringList VirtualPhones::staged() const
 {
-    idevice_t device = nullptr;
-    afc_client_t client = nullptr;
-    char **names = nullptr;
+    const Device device = openDevice();
     QStringList staged;
-    if (idevice_new(&device, FirstPhone.toUtf8().constData()) == IDEVICE_E_SUCCESS &&
-        afc_client_start_service(device, &client, "test") == AFC_E_SUCCESS &&
-        afc_read_directory(client, "PublicStaging", &names) == AFC_E_SUCCESS) {
-        for (char **name = names; *name; ++name)
-            staged.append(QString::fromUtf8(*name));
-    }
-    afc_dictionary_free(names);
-    afc_client_free(client);
-    idevice_free(device);
-    staged.removeAll(u"."_s);
-    staged.removeAll(u".."_s);
+    for (const QByteArray &name : directory(openAfc(device), "PublicStaging"))
+        staged.append(QString::fromUtf8(name));
     return staged;
 }
 
 ToolRun finish(QProcess &process)
 {
     ToolRun run;
-    if (process.waitForFinished(std::chrono::milliseconds(kPatience).count())) {
+    if (process.waitForFinished(kPatience)) {
         run.status = process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1;
     } else {
         process.kill();
@@ -188,4 +195,32 @@ ToolRun finish(QProcess &process)
     run.diagnostics = process.readAllStandardError();
     run.reply = QJsonDocument::fromJson(run.output).object();
     return run;
+}
+
+Device openDevice()
+{
+    idevice_t device = nullptr;
+    idevice_new(&device, FirstPhone.toLatin1().constData());
+    return Device(device);
+}
+
+Afc openAfc(const Device &device)
+{
+    afc_client_t client = nullptr;
+    if (device)
+        afc_client_start_service(device.get(), &client, "test");
+    return Afc(client);
+}
+
+QList<QByteArray> directory(const Afc &afc, const char *path)
+{
+    char **names = nullptr;
+    QList<QByteArray> list;
+    if (afc && afc_read_directory(afc.get(), path, &names) == AFC_E_SUCCESS) {
+        for (char **name = names; *name; ++name)
+            list.append(*name);
+    }
+    afc_dictionary_free(names);
+    list.removeIf([](const QByteArray &name) { return name == "." || name == ".."; });
+    return list;
 }

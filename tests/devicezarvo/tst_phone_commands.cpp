@@ -1,9 +1,10 @@
 // The device tool against virtual phones: through the field's library, over TLS.
 #include "devicezarvo/phone_fixture.h"
+#include "support/rows.h"
 
 #include <QDir>
+#include <QElapsedTimer>
 #include <QFile>
-#include <QTest>
 
 #include <fcntl.h>
 #include <sys/socket.h>
@@ -13,7 +14,6 @@
 
 #include <cstring>
 
-using namespace std::chrono_literals;
 using namespace Qt::StringLiterals;
 
 namespace {
@@ -21,7 +21,9 @@ namespace {
 const QString kLost = u"Связь с телефоном прервалась. Проверьте кабель и повторите."_s;
 const QString kNotDone = u"Установка не завершена. "_s;
 const QString kSilent = u"Телефон не отвечает. Разблокируйте его или переподключите кабель."_s;
-const QString kFull = u"На телефоне не хватает места."_s;
+constexpr const char *kPlayedApp = R"(, {"CFBundleIdentifier": "app.%1", "CFBundleShortVersionString": "%1",)"
+                                   R"("ApplicationType": "User", "iTunesMetadata": {"itemId": 1700000000}})";
+const QString kApp = u"ru.primer.novoe"_s;
 constexpr qint64 kBigPadding = 8'000'000; // bytes: several blocks of an upload
 
 QString value(const QJsonObject &reply, const QString &label)
@@ -88,371 +90,285 @@ class PhoneCommandsTest : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    void listsPhones();
-    void asksForTrustOnlyWhenToldTo();
-    void readsApps_data();
-    void readsApps();
-    void readsDetails();
-    void installs_data();
-    void installs();
-    void tellsFaults_data();
-    void tellsFaults();
-    void tellsFaultsOfService_data();
-    void tellsFaultsOfService();
-    void endsWhenTold_data();
-    void endsWhenTold();
-    void noticesLostPhone_data();
-    void noticesLostPhone();
-    void endsWhenNobodyReads();
-    void failsWhenAnswerIsLost();
-    void answersBeforeCallersGiveUp();
+    // With the limits that the users get: a list that a mute phone is on, for a caller who polls every 6 s.
+    void listsPhones()
+    {
+        const QString untrusted = u"00008DE0-000000000000003C"_s;
+        const QString mute = u"00008DE0-000000000000004D"_s;
+        const VirtualPhones phones(
+            {phone("\"name\": \"Мой \\\"iPhone\\\" 📱\""), faultyPhone(R"("locked": true)", SecondPhone),
+             faultyPhone(R"("untrusted": true)", untrusted), faultyPhone(R"("mute": "lockdownd")", mute)});
+        QElapsedTimer timer;
+        timer.start();
+        const ToolRun run = phones.run({u"devices"_s});
+        QCOMPARE_LT(timer.elapsed(), 6000);
+        QVERIFY2(run.isWellFormed(), run.output.constData());
+        QMap<QString, QString> names;
+        for (const auto device : run.reply["devices"_L1].toArray())
+            names.insert(device["id"_L1].toString(),
+                         device["name"_L1].toString() + device["ios"_L1].toString());
+        const QString sound = u"iPhone Марии17.5.1"_s;
+        QCOMPARE(names, (QMap<QString, QString>{{FirstPhone, u"Мой \"iPhone\" 📱17.5.1"_s},
+                                                {SecondPhone, sound},
+                                                {untrusted, sound},
+                                                {mute, u"iPhone"_s}}));
+    }
+
+    // Polling every few seconds must never raise the question of trust on the phone; a person's own request
+    // does.
+    void asksForTrustOnlyWhenToldTo()
+    {
+        const VirtualPhones phones({phone(R"("paired": false)")});
+        QCOMPARE(phones.run({u"devices"_s}).reply["devices"_L1].toArray().size(), 1);
+        QVERIFY(!phones.isPaired());
+        QCOMPARE(phones.run({u"apps"_s, FirstPhone}).status, 0);
+        QVERIFY(phones.isPaired());
+    }
+
+    void readsApps_data()
+    {
+        const Rows<QByteArray, int> row; // the messages' format, how many apps
+        row("no app", "xml", 0);
+        row("several pages", "xml", 250);
+        row("several pages, binary messages", "binary", 250);
+        row("without end: not believed", "binary", 20'001);
+    }
+
+    void readsApps()
+    {
+        const auto &[format, count] = Row<QByteArray, int>();
+        QByteArray apps = R"({"CFBundleIdentifier": "com.apple.x", "ApplicationType": "System"})";
+        for (int i = 0; i < count; ++i)
+            apps += QByteArray(kPlayedApp).replace("%1", QByteArray::number(i));
+        const VirtualPhones phones({phone("\"apps\": [" + apps + "], \"format\": \"" + format + '"')});
+        const ToolRun run = phones.run({u"apps"_s, FirstPhone});
+        if (count > 20'000) {
+            QCOMPARE(run.error(), u"Телефон прислал непонятный ответ."_s);
+            return;
+        }
+        QVERIFY2(run.status == 0 && run.isWellFormed(), run.output.constData());
+        QVERIFY2(run.diagnostics.isEmpty(), run.diagnostics.constData());
+        const QJsonArray rows = run.reply["apps"_L1].toArray();
+        QCOMPARE(rows.size(), count);
+        for (int i = 0; i < count; ++i)
+            QCOMPARE(version(run.reply, u"app.%1"_s.arg(i)), QString::number(i));
+        QCOMPARE(rows.first()["storeID"_L1].toString(), count > 0 ? u"1700000000"_s : QString());
+    }
+
+    void readsDetails()
+    {
+        const VirtualPhones phones(
+            {phone(R"("capacity": 128e9, "used": 8e9)"), phone(R"("battery": {})", SecondPhone)});
+        const ToolRun info = phones.run({u"info"_s, FirstPhone});
+        QVERIFY2(info.status == 0 && info.isWellFormed(), info.output.constData());
+        QCOMPARE(value(info.reply, u"Имя"_s), u"iPhone Марии"_s);
+        QCOMPARE(value(info.reply, u"Модель"_s), u"iPhone 13 (iPhone14,5)"_s);
+        QCOMPARE(value(info.reply, u"UDID"_s), FirstPhone);
+        QCOMPARE(value(info.reply, u"Память, всего"_s), u"128,0 ГБ"_s);
+        const ToolRun battery = phones.run({u"--verbose"_s, u"battery"_s, FirstPhone});
+        QVERIFY2(battery.status == 0 && battery.isWellFormed(), battery.output.constData());
+        QCOMPARE(value(battery.reply, u"Заряд"_s), u"82 %"_s);
+        QCOMPARE(value(battery.reply, u"Температура"_s), u"29,1 °C"_s);
+        QVERIFY(!battery.diagnostics.isEmpty());
+        for (const char *personal : {"00008DE0", "Марии", "DEMO0000001A"})
+            QVERIFY2(!battery.diagnostics.contains(personal), battery.diagnostics.constData());
+        const ToolRun without = phones.run({u"battery"_s, SecondPhone});
+        QCOMPARE(without.status, 0);
+        QCOMPARE(value(without.reply, u"Циклы перезарядки"_s), u"недоступно"_s);
+    }
+
+    void installs_data()
+    {
+        const Rows<QByteArray, qint64> row; // the phone, bytes of noise in the file
+        row("a small app", R"("tls": true)", 0);
+        row("several blocks, the last one odd", R"("tls": true)", kBigPadding + 7);
+        row("without encryption", R"("tls": false)", kBigPadding);
+    }
+
+    void installs()
+    {
+        const auto &[changes, padding] = Row<QByteArray, qint64>();
+        const VirtualPhones phones({phone(changes + R"(, "appsDirectory": "apps")")});
+        // What a run left that was killed in its middle.
+        const QDir staging(phones.filePath(u"state/%1/Media/PublicStaging"_s.arg(FirstPhone)));
+        QFile left(staging.filePath(u"zarvo-1500000000-1.ipa"_s));
+        QVERIFY(staging.mkpath(u"."_s) && left.open(QIODevice::WriteOnly));
+        const ToolRun run = phones.run({u"install"_s, FirstPhone, phones.makeIPA(kApp, u"3.5"_s, padding)});
+        QVERIFY2(run.status == 0 && run.isWellFormed(), (run.output + run.diagnostics).constData());
+        QVERIFY(run.reply["success"_L1].toBool());
+        QVERIFY(run.diagnostics.contains("{\"percent\":100,\"stage\":\"upload\"}\n"));
+        QVERIFY(run.diagnostics.contains("\"stage\":\"install\"}"));
+        QCOMPARE(version(phones.run({u"apps"_s, FirstPhone}).reply, kApp), u"3.5"_s);
+        QCOMPARE(phones.staged(), QStringList());
+    }
+
+    void tellsFaults_data()
+    {
+        const Rows<QString, QByteArray, QString> row; // command, fault, sentence
+        const QString revoked =
+            u"Телефон больше не доверяет этому компьютеру. Переподключите кабель и подтвердите доверие."_s;
+        row("locked", u"apps"_s, R"("locked": true)",
+            u"Телефон заблокирован. Разблокируйте его и повторите."_s);
+        row("not trusted yet", u"apps"_s, R"("untrusted": true)",
+            u"Нажмите «Доверять» на экране телефона и введите код-пароль."_s);
+        row("trust refused", u"info"_s, R"("refused": true)",
+            u"На телефоне выбрано «Не доверять». Переподключите кабель и нажмите «Доверять»."_s);
+        row("trust revoked", u"install"_s, R"("revoked": true)", revoked);
+        row("the computer's keys are wrong", u"info"_s, R"("wrongKeys": true)", revoked);
+        row("lost in the upload", u"install"_s, R"("dropUploadAfter": 3000000)", kNotDone + kLost);
+        row("unplugged in the upload", u"install"_s, R"("dropUploadAfter": 3000000, "unplug": true)",
+            kNotDone + kLost);
+        row("lost in the installation", u"install"_s, R"("dropInstallAt": 40)", kNotDone + kLost);
+        row("full", u"install"_s, R"("full": true)", u"На телефоне не хватает места."_s);
+        row("signature refused", u"install"_s,
+            R"("installError": "ApplicationVerificationFailed", "installErrorDetail": "0xe8008015")",
+            u"Нет подходящего профиля: это сборка для разработчиков, не предназначенная для этого телефона."_s);
+        row("system too old", u"install"_s, R"("installError": "DeviceOSVersionTooLow")",
+            u"Нужна более новая версия iOS."_s);
+        row("mute at the first word", u"apps"_s, R"("mute": "lockdownd")", kSilent);
+        row("mute at the session", u"info"_s, R"("mute": "session")", kSilent);
+        row("mute at the list of apps", u"apps"_s, R"("mute": "installation_proxy")", kSilent);
+        row("mute at the battery", u"battery"_s, R"("mute": "diagnostics")", kSilent);
+        row("mute at the upload", u"install"_s, R"("mute": "afc")", kSilent);
+        row("mute in the middle of the installation", u"install"_s, R"("mute": "install")", kSilent);
+    }
+
+    void tellsFaults()
+    {
+        const auto &[command, fault, sentence] = Row<QString, QByteArray, QString>();
+        const VirtualPhones phones({faultyPhone(fault)});
+        const bool installs = command == "install"_L1;
+        QStringList arguments{command, FirstPhone};
+        if (installs)
+            arguments.append(phones.makeIPA(kApp, u"3.5"_s, kBigPadding));
+        // The shipped limits wait half a minute for a mute phone.
+        const ToolRun run = phones.run(arguments, sentence == kSilent ? Limits::Short : Limits::Shipped);
+        QVERIFY2(run.status == 1 && run.isWellFormed(), run.output.constData());
+        QCOMPARE(run.error(), sentence);
+        QCOMPARE(run.reply.contains("success"_L1), installs);
+        QVERIFY(!run.reply["success"_L1].toBool());
+        const bool isOutOfReach =
+            fault.contains("afc") || fault.contains("revoked") || fault.contains("dropUpload");
+        QVERIFY(!installs || isOutOfReach || phones.staged().isEmpty()); // what can be reached is cleaned up
+    }
+
+    void tellsFaultsOfService_data()
+    {
+        const Rows<QString, QString, QString> row; // command, service, sentence
+        const QString absent =
+            u"Служба usbmuxd не запущена. Подключите телефон кабелем; если не поможет, установите пакет usbmuxd."_s;
+        const QString silent = u"Служба usbmuxd не отвечает. Отключите и снова подключите телефон."_s;
+        row("missing: no phones, no error", u"devices"_s, u"missing"_s, {});
+        row("missing: told to who wants a phone", u"apps"_s, u"missing"_s, absent);
+        row("its socket is left over: no phones", u"devices"_s, u"dead"_s, {});
+        row("its socket is left over: told", u"battery"_s, u"dead"_s, absent);
+        row("it answers nobody", u"devices"_s, u"mute"_s, silent);
+        row("it answers nobody about a phone", u"info"_s, u"mute"_s, silent);
+        row("it is closed to this user", u"devices"_s, u"forbidden"_s,
+            u"Нет прав на доступ к службе usbmuxd. Переустановите пакет usbmuxd и перезагрузите компьютер."_s);
+        row("the phone is gone", u"info"_s, u"another phone"_s, kLost);
+    }
+
+    void tellsFaultsOfService()
+    {
+        const auto &[command, service, sentence] = Row<QString, QString, QString>();
+        VirtualPhones phones({phone()}, service == "mute"_L1);
+        const QString socket = phones.filePath(u"socket"_s);
+        if (service == "missing"_L1 || service == "dead"_L1)
+            QVERIFY(QFile::rename(socket, socket + u".away"_s));
+        if (service == "dead"_L1)
+            QVERIFY(leaveSocket(socket));
+        if (service == "forbidden"_L1)
+            phones.forbid();
+        QStringList arguments{command};
+        if (command != "devices"_L1)
+            arguments.append(service == "another phone"_L1 ? SecondPhone : FirstPhone);
+        const ToolRun run = phones.run(arguments, Limits::Short);
+        QVERIFY2(run.isWellFormed(), run.output.constData());
+        QCOMPARE(run.error(), sentence);
+        QCOMPARE(run.reply.contains("devices"_L1), sentence.isEmpty());
+    }
+
+    void endsWhenTold_data()
+    {
+        const Rows<QByteArray, QByteArray> row; // the phone, the tool's word before it is told
+        row("during the upload: taken back", R"("uploadRate": 2000000)", R"("stage":"upload")");
+        row("during the installation: taken back", R"("statusInterval": 2000)", R"("stage":"install")");
+        row("while the phone is mute", R"("faults": {"mute": "afc"})", "start com.apple.afc");
+    }
+
+    void endsWhenTold()
+    {
+        const auto &[changes, sign] = Row<QByteArray, QByteArray>();
+        const VirtualPhones phones({phone(changes)});
+        const qsizetype staged = changes.contains("mute") ? 0 : 1;
+        const QString ipa = phones.makeIPA(kApp, u"3.5"_s, kBigPadding);
+        const auto process = phones.start({u"--verbose"_s, u"install"_s, FirstPhone, ipa});
+        QVERIFY(waitForWords(*process, sign));
+        QVERIFY(staged == 0 || phones.staged().size() == staged);
+        QElapsedTimer timer;
+        timer.start();
+        process->terminate();
+        const ToolRun run = finish(*process);
+        QCOMPARE_LT(timer.elapsed(), 2000);
+        QVERIFY2(run.isWellFormed(), run.output.constData());
+        QCOMPARE(run.error(), u"Операция отменена."_s);
+        QVERIFY(staged == 0 || phones.staged().isEmpty());
+        QCOMPARE(version(phones.run({u"apps"_s, FirstPhone}).reply, kApp), QString());
+    }
+
+    void noticesLostPhone_data()
+    {
+        const Rows<QString, QByteArray, QByteArray> row; // command, where it is mute, the tool's word before
+        row("at the session", u"info"_s, "session", "look up the phone: 0");
+        row("at the details", u"info"_s, "values", "use the session: 0");
+        row("at the list of apps", u"apps"_s, "installation_proxy", "send a command: 0");
+        row("at the battery", u"battery"_s, "diagnostics",
+            "connect to com.apple.mobile.diagnostics_relay: 0");
+    }
+
+    void noticesLostPhone()
+    {
+        const auto &[command, place, sign] = Row<QString, QByteArray, QByteArray>();
+        VirtualPhones phones({faultyPhone("\"mute\": \"" + place + '"')});
+        const auto process = phones.start({u"--verbose"_s, command, FirstPhone});
+        QVERIFY(waitForWords(*process, sign));
+        QTest::qWait(200); // it says so before it waits
+        phones.vanish();
+        const ToolRun run = finish(*process);
+        QVERIFY2(run.isWellFormed(), run.output.constData());
+        QCOMPARE(run.error(), kLost);
+    }
+
+    // Whoever started it may have stopped reading: a limit of time holds all the same.
+    void endsWhenNobodyReads()
+    {
+        const VirtualPhones phones;
+        const QString path = phones.filePath(u"pipe"_s);
+        const int pipe = fullPipe(path);
+        QVERIFY(pipe >= 0);
+        const auto answering = phones.prepare({u"devices"_s}, Limits::Short);
+        answering->setStandardOutputFile(path);
+        const auto diagnosing = phones.prepare({u"--verbose"_s, u"info"_s, FirstPhone}, Limits::Short);
+        diagnosing->setStandardErrorFile(path);
+        for (QProcess *process : {answering.get(), diagnosing.get()}) {
+            process->start();
+            constexpr int patience = 15'000; // ms
+            const bool ended = process->waitForFinished(patience);
+            process->kill();
+            QVERIFY(ended && process->exitStatus() == QProcess::NormalExit);
+            QCOMPARE(process->exitCode(), 1);
+        }
+        ::close(pipe);
+        QVERIFY(finish(*diagnosing).output.contains("error"));
+        for (const QString &word : {u"devices"_s, u"--help"_s}) { // an answer that is lost is none
+            const auto process = phones.prepare({word});
+            process->setStandardOutputFile(u"/dev/full"_s);
+            process->start();
+            QCOMPARE(finish(*process).status, 1);
+        }
+    }
 };
-
-void PhoneCommandsTest::listsPhones()
-{
-    QJsonArray config;
-    const auto add = [&config](const QString &id, const QString &name, const QJsonObject &faults) {
-        config.append(phone({{"name"_L1, name}, {"faults"_L1, faults}}, id));
-    };
-    add(FirstPhone, u"Мой \"iPhone\" 📱"_s, {});
-    add(SecondPhone, u"Locked"_s, {{"locked"_L1, true}});
-    add(u"00008DE0-000000000000003C"_s, u"Untrusted"_s, {{"untrusted"_L1, true}});
-    add(u"00008DE0-000000000000004D"_s, u"Mute"_s, {{"mute"_L1, u"lockdownd"_s}});
-    VirtualPhones phones(config);
-    QVERIFY2(phones.isReady(), phones.problem().constData());
-    const ToolRun run = phones.run({u"devices"_s}, Limits::Short);
-    QVERIFY2(run.isWellFormed(), run.output.constData());
-    QMap<QString, QString> names;
-    for (const auto device : run.reply["devices"_L1].toArray())
-        names.insert(device["id"_L1].toString(),
-                     device["name"_L1].toString() + u'/' + device["ios"_L1].toString());
-    const QMap<QString, QString> expected{{FirstPhone, u"Мой \"iPhone\" 📱/17.5.1"_s},
-                                          {SecondPhone, u"Locked/17.5.1"_s},
-                                          {u"00008DE0-000000000000003C"_s, u"Untrusted/17.5.1"_s},
-                                          {u"00008DE0-000000000000004D"_s, u"iPhone/"_s}};
-    QCOMPARE(names, expected);
-}
-
-// Polling every few seconds must never raise the question of trust on the phone; a person's own request does.
-void PhoneCommandsTest::asksForTrustOnlyWhenToldTo()
-{
-    VirtualPhones phones({phone({{"paired"_L1, false}})});
-    QVERIFY2(phones.isReady(), phones.problem().constData());
-    QCOMPARE(phones.run({u"devices"_s}).reply["devices"_L1].toArray().size(), 1);
-    QVERIFY(!phones.isPaired());
-    const ToolRun run = phones.run({u"apps"_s, FirstPhone});
-    QVERIFY2(run.status == 0, run.output.constData());
-    QVERIFY(phones.isPaired());
-}
-
-void PhoneCommandsTest::readsApps_data()
-{
-    QTest::addColumn<QString>("format");
-    QTest::addColumn<int>("count");
-    QTest::newRow("no app") << u"xml"_s << 0;
-    QTest::newRow("several pages") << u"xml"_s << 250;
-    QTest::newRow("several pages, binary messages") << u"binary"_s << 250;
-    QTest::newRow("without end: not believed") << u"binary"_s << 20'001;
-}
-
-void PhoneCommandsTest::readsApps()
-{
-    QFETCH(const QString, format);
-    QFETCH(const int, count);
-    QJsonArray apps{
-        QJsonObject{{"CFBundleIdentifier"_L1, u"com.apple.x"_s}, {"ApplicationType"_L1, u"System"_s}}};
-    for (int i = 0; i < count; ++i) {
-        const QString id = u"ru.primer.app%1"_s.arg(i);
-        apps.append(QJsonObject{{"CFBundleIdentifier"_L1, id},
-                                {"CFBundleShortVersionString"_L1, QString::number(i)},
-                                {"ApplicationType"_L1, u"User"_s},
-                                {"iTunesMetadata"_L1, QJsonObject{{"itemId"_L1, 1700000000 + i}}}});
-    }
-    VirtualPhones phones({phone({{"apps"_L1, apps}, {"format"_L1, format}})});
-    QVERIFY2(phones.isReady(), phones.problem().constData());
-    const ToolRun run = phones.run({u"apps"_s, FirstPhone});
-    if (count > 20'000) {
-        QCOMPARE(run.error(), u"Телефон прислал непонятный ответ."_s);
-        return;
-    }
-    QVERIFY2(run.status == 0 && run.isWellFormed(), run.output.constData());
-    QVERIFY2(run.diagnostics.isEmpty(), run.diagnostics.constData());
-    const QJsonArray rows = run.reply["apps"_L1].toArray();
-    QCOMPARE(rows.size(), count);
-    for (int i = 0; i < count; ++i)
-        QCOMPARE(version(run.reply, u"ru.primer.app%1"_s.arg(i)), QString::number(i));
-    if (count > 0)
-        QVERIFY(rows.first()["storeID"_L1].toString().startsWith(u"17000"));
-}
-
-void PhoneCommandsTest::readsDetails()
-{
-    VirtualPhones phones({phone({{"capacity"_L1, 128e9}, {"used"_L1, 8e9}}),
-                          phone({{"battery"_L1, QJsonObject()}}, SecondPhone)});
-    QVERIFY2(phones.isReady(), phones.problem().constData());
-    const ToolRun info = phones.run({u"info"_s, FirstPhone});
-    QVERIFY2(info.status == 0 && info.isWellFormed(), info.output.constData());
-    QCOMPARE(value(info.reply, u"Имя"_s), u"iPhone Марии"_s);
-    QCOMPARE(value(info.reply, u"Модель"_s), u"iPhone 13 (iPhone14,5)"_s);
-    QCOMPARE(value(info.reply, u"UDID"_s), FirstPhone);
-    QCOMPARE(value(info.reply, u"Память, всего"_s), u"128,0 ГБ"_s);
-    const ToolRun battery = phones.run({u"--verbose"_s, u"battery"_s, FirstPhone});
-    QVERIFY2(battery.status == 0 && battery.isWellFormed(), battery.output.constData());
-    QCOMPARE(value(battery.reply, u"Заряд"_s), u"82 %"_s);
-    QCOMPARE(value(battery.reply, u"Зарядка"_s), u"заряжается"_s);
-    QCOMPARE(value(battery.reply, u"Циклы перезарядки"_s), u"312"_s);
-    QCOMPARE(value(battery.reply, u"Температура"_s), u"29,1 °C"_s);
-    QVERIFY(!battery.diagnostics.isEmpty());
-    for (const char *personal : {"00008DE0", "Марии", "DEMO0000001A"})
-        QVERIFY2(!battery.diagnostics.contains(personal), battery.diagnostics.constData());
-    const ToolRun without = phones.run({u"battery"_s, SecondPhone});
-    QVERIFY2(without.status == 0, without.output.constData());
-    QCOMPARE(value(without.reply, u"Циклы перезарядки"_s), u"недоступно"_s);
-}
-
-void PhoneCommandsTest::installs_data()
-{
-    QTest::addColumn<bool>("tls");
-    QTest::addColumn<qint64>("padding");
-    QTest::newRow("a small app") << true << qint64{0};
-    QTest::newRow("several blocks, the last one odd") << true << qint64{kBigPadding + 7};
-    QTest::newRow("without encryption") << false << qint64{kBigPadding};
-}
-
-void PhoneCommandsTest::installs()
-{
-    QFETCH(const bool, tls);
-    QFETCH(const qint64, padding);
-    VirtualPhones phones({phone({{"tls"_L1, tls}, {"appsDirectory"_L1, u"apps"_s}})});
-    QVERIFY2(phones.isReady(), phones.problem().constData());
-    const QString ipa = phones.makeIPA(u"ru.primer.novoe"_s, u"3.5"_s, padding);
-    // What a run left that was killed in its middle.
-    const QDir staging(phones.filePath(u"state/%1/Media/PublicStaging"_s.arg(FirstPhone)));
-    QFile left(staging.filePath(u"zarvo-1500000000-1.ipa"_s));
-    QVERIFY(staging.mkpath(u"."_s) && left.open(QIODevice::WriteOnly));
-    const ToolRun run = phones.run({u"install"_s, FirstPhone, ipa});
-    QVERIFY2(run.status == 0 && run.isWellFormed(), (run.output + run.diagnostics).constData());
-    QVERIFY(run.reply["success"_L1].toBool());
-    QVERIFY(run.diagnostics.contains("{\"percent\":100,\"stage\":\"upload\"}\n"));
-    QVERIFY(run.diagnostics.contains("\"stage\":\"install\"}"));
-    QCOMPARE(version(phones.run({u"apps"_s, FirstPhone}).reply, u"ru.primer.novoe"_s), u"3.5"_s);
-    QCOMPARE(phones.staged(), QStringList());
-}
-
-void PhoneCommandsTest::tellsFaults_data()
-{
-    QTest::addColumn<QString>("command");
-    QTest::addColumn<QJsonObject>("faults");
-    QTest::addColumn<QString>("sentence");
-    const auto row = [](const char *name, const QString &command, const QJsonObject &faults,
-                        const QString &sentence) { QTest::newRow(name) << command << faults << sentence; };
-    const auto mute = [](const QString &place) { return QJsonObject{{"mute"_L1, place}}; };
-    const auto refuse = [](const QString &error, const QString &detail = u"0"_s) {
-        return QJsonObject{{"installError"_L1, error}, {"installErrorDetail"_L1, detail}};
-    };
-    const QString revoked =
-        u"Телефон больше не доверяет этому компьютеру. Переподключите кабель и подтвердите доверие."_s;
-
-    row("locked", u"apps"_s, {{"locked"_L1, true}},
-        u"Телефон заблокирован. Разблокируйте его и повторите."_s);
-    row("not trusted yet", u"apps"_s, {{"untrusted"_L1, true}},
-        u"Нажмите «Доверять» на экране телефона и введите код-пароль."_s);
-    row("trust refused", u"info"_s, {{"refused"_L1, true}},
-        u"На телефоне выбрано «Не доверять». Переподключите кабель и нажмите «Доверять»."_s);
-    row("trust revoked", u"install"_s, {{"revoked"_L1, true}}, revoked);
-    row("the computer's keys are wrong", u"info"_s, {{"wrongKeys"_L1, true}}, revoked);
-    row("lost during the upload", u"install"_s, {{"dropUploadAfter"_L1, 3'000'000}}, kNotDone + kLost);
-    row("unplugged during the upload", u"install"_s, {{"dropUploadAfter"_L1, 3'000'000}, {"unplug"_L1, true}},
-        kNotDone + kLost);
-    row("lost during the installation", u"install"_s, {{"dropInstallAt"_L1, 40}}, kNotDone + kLost);
-    row("full", u"install"_s, {{"full"_L1, true}}, kFull);
-    row("signature refused", u"install"_s, refuse(u"ApplicationVerificationFailed"_s, u"0xe8008015"_s),
-        u"Нет подходящего профиля: это сборка для разработчиков, не предназначенная для этого телефона."_s);
-    row("system too old", u"install"_s, refuse(u"DeviceOSVersionTooLow"_s),
-        u"Нужна более новая версия iOS."_s);
-    row("mute at the first word", u"apps"_s, mute(u"lockdownd"_s), kSilent);
-    row("mute at the session", u"info"_s, mute(u"session"_s), kSilent);
-    row("mute at the list of apps", u"apps"_s, mute(u"installation_proxy"_s), kSilent);
-    row("mute at the battery", u"battery"_s, mute(u"diagnostics"_s), kSilent);
-    row("mute at the upload", u"install"_s, mute(u"afc"_s), kSilent);
-    row("mute in the middle of the installation", u"install"_s, mute(u"install"_s), kSilent);
-}
-
-void PhoneCommandsTest::tellsFaults()
-{
-    QFETCH(const QString, command);
-    QFETCH(const QJsonObject, faults);
-    VirtualPhones phones({faultyPhone(faults)});
-    QVERIFY2(phones.isReady(), phones.problem().constData());
-    QStringList arguments{command, FirstPhone};
-    if (command == "install"_L1)
-        arguments.append(phones.makeIPA(u"ru.primer.novoe"_s, u"3.5"_s, kBigPadding));
-    // The shipped limits wait half a minute for a mute phone.
-    const bool mute = faults.contains("mute"_L1);
-    const ToolRun run = phones.run(arguments, mute ? Limits::Short : Limits::Shipped);
-    QVERIFY2(run.status == 1 && run.isWellFormed(), run.output.constData());
-    QTEST(run.error(), "sentence");
-    QCOMPARE(run.reply.contains("success"_L1), command == "install"_L1);
-    QVERIFY(!run.reply["success"_L1].toBool());
-    // What can be reached is cleaned up.
-    if (command == "install"_L1 && faults["mute"_L1] != "afc"_L1 && !faults.contains("unplug"_L1) &&
-        !faults.contains("revoked"_L1) && !faults.contains("dropUploadAfter"_L1))
-        QCOMPARE(phones.staged(), QStringList());
-}
-
-void PhoneCommandsTest::tellsFaultsOfService_data()
-{
-    QTest::addColumn<QString>("command");
-    QTest::addColumn<QString>("service"); // missing, dead, forbidden, mute, another phone
-    QTest::addColumn<QString>("sentence");
-    const QString absent =
-        u"Служба usbmuxd не запущена. Подключите телефон кабелем; если не поможет, установите пакет usbmuxd."_s;
-    const QString silent = u"Служба usbmuxd не отвечает. Отключите и снова подключите телефон."_s;
-    QTest::newRow("missing: no phones, no error") << u"devices"_s << u"missing"_s << QString();
-    QTest::newRow("missing: told to who wants a phone") << u"apps"_s << u"missing"_s << absent;
-    QTest::newRow("its socket is left over: no phones") << u"devices"_s << u"dead"_s << QString();
-    QTest::newRow("its socket is left over: told") << u"battery"_s << u"dead"_s << absent;
-    QTest::newRow("it answers nobody") << u"devices"_s << u"mute"_s << silent;
-    QTest::newRow("it answers nobody about a phone") << u"info"_s << u"mute"_s << silent;
-    QTest::newRow("it is closed to this user")
-        << u"devices"_s << u"forbidden"_s
-        << u"Нет прав на доступ к службе usbmuxd. Переустановите пакет usbmuxd и перезагрузите компьютер."_s;
-    QTest::newRow("the phone is gone") << u"info"_s << u"another phone"_s << kLost;
-}
-
-void PhoneCommandsTest::tellsFaultsOfService()
-{
-    QFETCH(const QString, command);
-    QFETCH(const QString, service);
-    QFETCH(const QString, sentence);
-    const QString id = service == "another phone"_L1 ? SecondPhone : FirstPhone;
-    VirtualPhones phones({phone()}, service == "mute"_L1);
-    QVERIFY2(phones.isReady(), phones.problem().constData());
-    const QString socket = phones.filePath(u"socket"_s);
-    if (service == "missing"_L1 || service == "dead"_L1)
-        QVERIFY(QFile::rename(socket, socket + u".away"_s));
-    if (service == "dead"_L1)
-        QVERIFY(leaveSocket(socket));
-    if (service == "forbidden"_L1)
-        phones.forbid();
-    const ToolRun run =
-        phones.run(command == "devices"_L1 ? QStringList{command} : QStringList{command, id}, Limits::Short);
-    QVERIFY2(run.isWellFormed(), run.output.constData());
-    QCOMPARE(run.error(), sentence);
-    QCOMPARE(run.reply.contains("devices"_L1), sentence.isEmpty());
-}
-
-void PhoneCommandsTest::endsWhenTold_data()
-{
-    QTest::addColumn<QString>("when");
-    QTest::newRow("during the upload: taken back") << u"upload"_s;
-    QTest::newRow("during the installation: taken back") << u"install"_s;
-    QTest::newRow("while the phone is mute") << u"mute"_s;
-}
-
-void PhoneCommandsTest::endsWhenTold()
-{
-    QFETCH(const QString, when);
-    QJsonObject config{{"uploadRate"_L1, when == "upload"_L1 ? 2'000'000 : 0}, {"statusInterval"_L1, 2'000}};
-    if (when == "mute"_L1)
-        config["faults"_L1] = QJsonObject{{"mute"_L1, u"afc"_s}};
-    VirtualPhones phones({phone(config)});
-    QVERIFY2(phones.isReady(), phones.problem().constData());
-    const QString ipa = phones.makeIPA(u"ru.primer.novoe"_s, u"3.5"_s, kBigPadding);
-    const auto process = phones.start({u"--verbose"_s, u"install"_s, FirstPhone, ipa});
-    const QByteArray sign = when == "mute"_L1 ? "start com.apple.afc" : "\"stage\":\"" + when.toUtf8();
-    QVERIFY(waitForWords(*process, sign));
-    if (when != "mute"_L1)
-        QCOMPARE(phones.staged().size(), 1);
-    const auto told = std::chrono::steady_clock::now();
-    process->terminate();
-    const ToolRun run = finish(*process);
-    QVERIFY(std::chrono::steady_clock::now() - told < 2s);
-    QVERIFY2(run.isWellFormed(), run.output.constData());
-    QCOMPARE(run.error(), u"Операция отменена."_s);
-    if (when != "mute"_L1)
-        QCOMPARE(phones.staged(), QStringList());
-    QCOMPARE(version(phones.run({u"apps"_s, FirstPhone}).reply, u"ru.primer.novoe"_s), QString());
-}
-
-void PhoneCommandsTest::noticesLostPhone_data()
-{
-    QTest::addColumn<QString>("command");
-    QTest::addColumn<QString>("place"); // where the phone falls silent, then goes
-    QTest::addColumn<QByteArray>("sign");
-    QTest::newRow("at the session") << u"info"_s << u"session"_s << QByteArray("look up the phone: 0");
-    QTest::newRow("at the details") << u"info"_s << u"values"_s << QByteArray("use the session: 0");
-    QTest::newRow("at the list of apps")
-        << u"apps"_s << u"installation_proxy"_s << QByteArray("send a command: 0");
-    QTest::newRow("at the battery") << u"battery"_s << u"diagnostics"_s
-                                    << QByteArray("connect to com.apple.mobile.diagnostics_relay: 0");
-}
-
-void PhoneCommandsTest::noticesLostPhone()
-{
-    QFETCH(const QString, command);
-    QFETCH(const QString, place);
-    QFETCH(const QByteArray, sign);
-    VirtualPhones phones({faultyPhone({{"mute"_L1, place}})});
-    QVERIFY2(phones.isReady(), phones.problem().constData());
-    const auto process = phones.start({u"--verbose"_s, command, FirstPhone});
-    QVERIFY(waitForWords(*process, sign));
-    QTest::qWait(200); // it says so before it waits
-    phones.vanish();
-    const ToolRun run = finish(*process);
-    QVERIFY2(run.isWellFormed(), run.output.constData());
-    QCOMPARE(run.error(), kLost);
-}
-
-// Whoever started it may have stopped reading: a limit of time holds all the same.
-void PhoneCommandsTest::endsWhenNobodyReads()
-{
-    VirtualPhones phones({phone()});
-    QVERIFY2(phones.isReady(), phones.problem().constData());
-    const QString path = phones.filePath(u"pipe"_s);
-    const int pipe = fullPipe(path);
-    QVERIFY(pipe >= 0);
-    const auto answering = phones.prepare({u"devices"_s}, Limits::Short);
-    answering->setStandardOutputFile(path);
-    answering->start();
-    const auto diagnosing = phones.prepare({u"--verbose"_s, u"info"_s, FirstPhone}, Limits::Short);
-    diagnosing->setStandardErrorFile(path);
-    diagnosing->start();
-    for (QProcess *process : {answering.get(), diagnosing.get()}) {
-        constexpr int patience = 15'000; // ms
-        const bool ended = process->waitForFinished(patience);
-        process->kill();
-        QVERIFY(ended && process->exitStatus() == QProcess::NormalExit);
-        QCOMPARE(process->exitCode(), 1);
-    }
-    ::close(pipe);
-    QVERIFY(finish(*diagnosing).output.contains("error"));
-}
-
-void PhoneCommandsTest::failsWhenAnswerIsLost()
-{
-    VirtualPhones phones({phone()});
-    QVERIFY2(phones.isReady(), phones.problem().constData());
-    for (const QString &word : {u"devices"_s, u"--help"_s}) {
-        const auto process = phones.prepare({word});
-        process->setStandardOutputFile(u"/dev/full"_s);
-        process->start();
-        QCOMPARE(finish(*process).status, 1);
-    }
-}
-
-// With the limits that the users get: a list that a mute phone is on, for a caller who waits 15 s and polls
-// every 6.
-void PhoneCommandsTest::answersBeforeCallersGiveUp()
-{
-    VirtualPhones phones(
-        {phone(), phone({{"faults"_L1, QJsonObject{{"mute"_L1, u"lockdownd"_s}}}}, SecondPhone)});
-    QVERIFY2(phones.isReady(), phones.problem().constData());
-    const ToolRun run = phones.run({u"devices"_s});
-    QVERIFY2(run.status == 0 && run.isWellFormed(), run.output.constData());
-    QCOMPARE(run.reply["devices"_L1].toArray().size(), 2);
-    QVERIFY(run.time < 6s);
-}
 
 QTEST_GUILESS_MAIN(PhoneCommandsTest)
 
