@@ -9,9 +9,9 @@
 
 #include <algorithm>
 
-namespace {
+using namespace Qt::StringLiterals;
 
-constexpr QLatin1StringView kSecondWindow("secondWindow");
+namespace {
 
 QList<QPushButton *> buttonsOf(const QWidget *window)
 {
@@ -20,12 +20,20 @@ QList<QPushButton *> buttonsOf(const QWidget *window)
     return buttons;
 }
 
-// The toolkit takes a plain widget for a mere container, also where it is a window.
-QAccessibleInterface *describeAsWindow(const QString &, QObject *object)
+/// The toolkit describes a plain widget to screen readers as a mere container, also where it is a window.
+class SecondWindow : public QWidget
 {
-    auto *widget = qobject_cast<QWidget *>(object);
-    const bool isPlainWindow = widget && widget->isWindow() && widget->objectName() == kSecondWindow;
-    return isPlainWindow ? new QAccessibleWidget(widget, QAccessible::Window) : nullptr;
+    Q_OBJECT
+
+public:
+    using QWidget::QWidget;
+};
+
+QAccessibleInterface *describeAsWindow(const QString &className, QObject *object)
+{
+    return className == "SecondWindow"_L1
+               ? new QAccessibleWidget(static_cast<SecondWindow *>(object), QAccessible::Window)
+               : nullptr;
 }
 
 } // namespace
@@ -33,8 +41,7 @@ QAccessibleInterface *describeAsWindow(const QString &, QObject *object)
 QWidget *MakeSecondWindow(QWidget *owner, const QString &title, QSize size)
 {
     QAccessible::installFactory(describeAsWindow); // once, however often it is asked for
-    auto *window = new QWidget(owner, Qt::Window);
-    window->setObjectName(kSecondWindow);
+    auto *window = new SecondWindow(owner, Qt::Window);
     window->setWindowTitle(title);
     const QSize wanted(Scaled(size.width()), Scaled(size.height()));
     window->resize(wanted.boundedTo(owner->screen()->availableSize()));
@@ -70,3 +77,5 @@ void FocusButton(QWidget *window, int index)
     if (index >= 0 && !buttons.isEmpty())
         buttons[std::min<qsizetype>(index, buttons.size() - 1)]->setFocus();
 }
+
+#include "second_window.moc"

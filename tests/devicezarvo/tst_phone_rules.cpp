@@ -8,7 +8,10 @@
 #include "plist_value.h"
 #include "staging_names.h"
 #include "support/rows.h"
+#include "usb_bus.h"
 
+#include <QDir>
+#include <QFile>
 #include <QJsonDocument>
 #include <QTemporaryDir>
 
@@ -98,6 +101,27 @@ private Q_SLOTS:
         const auto &[words, understood] = Row<QString, bool>();
         QCOMPARE(ParseCommandLine(words.isEmpty() ? QStringList() : words.split(u' ')).has_value(),
                  understood);
+    }
+
+    void seesPhonesOnTheBus_data()
+    {
+        const Rows<QByteArray, QByteArray, bool> row; // numbers of maker and product, whether it is a phone
+        row("phone", "05ac\n", "12a8\n", true);
+        row("keyboard of the same maker", "05ac\n", "024f\n", false);
+        row("another maker", "1d6b\n", "12a8\n", false);
+        row("a port without numbers", {}, {}, false);
+    }
+
+    void seesPhonesOnTheBus()
+    {
+        const auto &[maker, product, isPhone] = Row<QByteArray, QByteArray, bool>();
+        const QTemporaryDir bus;
+        QVERIFY(QDir(bus.path()).mkdir(u"1-2"_s));
+        for (const auto &[name, number] : {std::pair(u"idVendor"_s, maker), {u"idProduct"_s, product}}) {
+            QFile file(bus.filePath(u"1-2/"_s + name));
+            QVERIFY(number.isEmpty() || (file.open(QIODevice::WriteOnly) && file.write(number) > 0));
+        }
+        QCOMPARE(IsPhoneOnBus(bus.path()), isPhone);
     }
 
     void readsApps_data()
