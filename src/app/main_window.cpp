@@ -261,6 +261,7 @@ void ZarvoApp::buildContent(QVBoxLayout *stack)
     exactVersion->setChecked(true);
     QWidget *deviceRow = makeDeviceRow();
     search = field(u"Поиск приложений"_s, "search");
+    search->setClearButtonEnabled(true);
 
     stack->addWidget(makeHeader());
     stack->addWidget(secondary(
