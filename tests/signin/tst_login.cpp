@@ -27,6 +27,7 @@ private Q_SLOTS:
     void opensOnceAndNotDuringAJob();
     void everythingElseRests();
     void successIsCheckedAndShown();
+    void whatWasTypedIsKnown();
     void cancelResumesThePolls();
     void quittingEndsIt();
 
@@ -154,6 +155,22 @@ void LoginTest::successIsCheckedAndShown()
     EVENTUALLY(m->window()->findChildren<SignInWindow *>().isEmpty());
     m->press("login");
     QVERIFY(sheet());
+}
+
+// The check after it fails, so the tool has confirmed no account, but names it.
+void LoginTest::whatWasTypedIsKnown()
+{
+    playLogin([](Scenario &tool) {
+        tool.prints(u"{\"success\":true}\n");
+        tool.when({u"auth", u"info"}).prints(uR"({"error":"79165550142 is not active"})").exits(1);
+    });
+    QVERIFY(m->startWithPhone());
+    EVENTUALLY(!m->isBusy());
+    m->press("login");
+    sheet()->findChild<QLineEdit *>(u"account"_s)->setText(u"+7 916 555-01-42"_s);
+    signIn();
+    EVENTUALLY(!sheet() && m->alert());
+    QCOMPARE(m->status().section(u"Причина: "_s, 1), u"[аккаунт скрыт] is not active"_s);
 }
 
 void LoginTest::cancelResumesThePolls()
