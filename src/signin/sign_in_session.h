@@ -64,7 +64,7 @@ private:
     // Session (signin/sign_in_session.cpp)
     void start();
     void launchWithAccount(const QString &name, SecretText secret);
-    bool startTool(const FileDescriptor &slave);
+    bool startTool(const FileDescriptor &slave, Error *error);
     void watch();
     bool send(QStringView text);
     bool readAvailable();
@@ -76,7 +76,7 @@ private:
     void finishProcess(const std::shared_ptr<ChildProcess> &child);
     void stopProcess();
     void clearSecrets();
-    void fail(const QString &text);
+    void fail(const QString &text, const QString &why = {});
     void tearDown();
     void close(bool success);
     void cancel();
@@ -132,6 +132,7 @@ private:
     QLabel *keyboardNote = nullptr;
     SecretField *code = nullptr;
     QLabel *message = nullptr;
+    QLabel *advice = nullptr; // what is wrong with the tool itself; hidden otherwise
     QPushButton *resendButton = nullptr;
     QPushButton *startButton = nullptr;
     QPushButton *codeButton = nullptr;

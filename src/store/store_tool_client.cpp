@@ -60,8 +60,11 @@ std::optional<QString> ZarvoApp::store(const QStringList &arguments, RunTimeout 
 {
     const QStringList all = QStringList{u"--non-interactive"_s, u"--format"_s, u"json"_s} + arguments;
     const auto result = command(u"ipatool"_s, all, timeout, tick, error);
-    if (!result)
+    if (!result) {
+        if (error && error->message == kTimedOutMessage)
+            error->advice = MuteToolAdvice();
         return std::nullopt;
+    }
     const QString output = CombinedOutput(*result);
     if (StoreRunSucceeded(result->code, output))
         return output;
