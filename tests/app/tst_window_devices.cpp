@@ -255,20 +255,6 @@ private Q_SLOTS:
         QCOMPARE(m->status(), u"Прочитано приложений: 0. "_s + kChooseApp);
         QVERIFY(!m->find("allButton")->isEnabled());
     }
-
-    void showsTenThousandApps()
-    {
-        QStringList apps;
-        for (int i = 19999; i >= 10000; --i)
-            apps.append(uR"({"id":"com.example.app%1","name":"Приложение %1","version":"1"})"_s.arg(i));
-        QVERIFY(m->startWithApps());
-        readApps(u"{\"apps\":[%1]}"_s.arg(apps.join(u',')));
-        QCOMPARE(m->status(), u"Прочитано приложений: 10000. "_s + kChooseApp);
-        QVERIFY(m->chooseApp(u"Приложение 19999"_s));
-        m->type("search", u"ПРИЛОЖЕНИЕ 1999"_s);
-        QCOMPARE(m->namesListed().size(), 10);
-        QCOMPARE(m->text("ownerLabel"), u"Выбрано: Приложение 19999 1"_s);
-    }
 };
 
 QTEST_MAIN(WindowDevicesTest)
