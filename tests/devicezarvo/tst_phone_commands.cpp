@@ -164,8 +164,8 @@ private Q_SLOTS:
         QVERIFY2(info.status == 0 && info.isWellFormed(), info.output.constData());
         QCOMPARE(values(info.reply),
                  u"Имя=iPhone Марии|Модель=iPhone 13 (iPhone14,5)|Версия iOS=17.5.1 (21F90)|"
-                 "Серийный номер=DEMO0000001A|UDID=%1|Память, всего=128,0 ГБ|Память, свободно=120,0 ГБ"_s.arg(
-                     FirstPhone));
+                 "Серийный номер=DEMO0000001A|UDID=%1|Память, всего=128,0 ГБ|Память, свободно=120,0 ГБ|"
+                 "Часовой пояс=Europe/Moscow"_s.arg(FirstPhone));
         const ToolRun battery = phones.run({u"--verbose"_s, u"battery"_s, FirstPhone});
         QVERIFY2(battery.status == 0 && battery.isWellFormed(), battery.output.constData());
         QCOMPARE(values(battery.reply),
