@@ -7,12 +7,8 @@
 #include <QFile>
 
 #include <fcntl.h>
-#include <sys/socket.h>
 #include <sys/stat.h>
-#include <sys/un.h>
 #include <unistd.h>
-
-#include <cstring>
 
 using namespace Qt::StringLiterals;
 
@@ -44,21 +40,6 @@ QString version(const QJsonObject &reply, const QString &id)
             return app["version"_L1].toString();
     }
     return {};
-}
-
-/// A socket that nobody listens on, as a service leaves it that was killed.
-bool leaveSocket(const QString &path)
-{
-    const QByteArray name = QFile::encodeName(path);
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    if (name.size() >= static_cast<qsizetype>(sizeof address.sun_path))
-        return false;
-    std::memcpy(address.sun_path, name.constData(), static_cast<size_t>(name.size()));
-    const int socket = ::socket(AF_UNIX, SOCK_STREAM, 0);
-    const bool bound = ::bind(socket, reinterpret_cast<const sockaddr *>(&address), sizeof address) == 0;
-    ::close(socket);
-    return bound;
 }
 
 /// A pipe at `path` that takes no byte more until somebody reads; -1 on failure. To be closed.
@@ -275,11 +256,10 @@ private Q_SLOTS:
     {
         const auto &[command, service, sentence] = Row<QString, QString, QString>();
         VirtualPhones phones({phone()}, service == "mute"_L1);
-        const QString socket = phones.filePath(u"socket"_s);
         if (service == "missing"_L1 || service == "dead"_L1)
-            QVERIFY(QFile::rename(socket, socket + u".away"_s));
-        if (service == "dead"_L1)
-            QVERIFY(leaveSocket(socket));
+            phones.vanish(); // its socket stays
+        if (service == "missing"_L1)
+            QVERIFY(QFile::remove(phones.filePath(u"socket"_s)));
         if (service == "forbidden"_L1)
             phones.forbid();
         QStringList arguments{command};
