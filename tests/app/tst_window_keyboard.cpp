@@ -1,16 +1,14 @@
 // Every flow of the program from its start to its end, with the keyboard alone: keys go to whatever window
 // has the focus, and a control is reached with Tab.
 #include "app/window_fixture.h"
+#include "support/rows.h"
 
 #include <QAccessible>
 #include <QApplication>
 #include <QClipboard>
-#include <QDesktopServices>
 #include <QTimer>
-#include <QUrl>
 
 #include <algorithm>
-#include <optional>
 
 using namespace Qt::StringLiterals;
 using namespace std::chrono_literals;
@@ -125,43 +123,15 @@ Steps findsApp()
             [](Program &program) { return program.text("ownerLabel").contains(u"Карты"); }};
 }
 
-QString destinationOf(Program &program)
-{
-    return program.destination.path();
-}
+const auto kDestination = [](Program &program) { return program.destination.path(); };
 
 } // namespace
 
-/// Opens in place of the desktop.
-class Opened : public QObject
+class WindowKeyboardTest : public ProgramTest
 {
     Q_OBJECT
-
-public:
-public Q_SLOTS:
-    void open(const QUrl &url) { paths << url.toLocalFile(); }
-
-public:
-    static inline QStringList paths;
-};
-
-class WindowKeyboardTest : public QObject
-{
-    Q_OBJECT
-
-public:
-    static void initMain() { Program::isolate(); }
 
 private Q_SLOTS:
-    void initTestCase() { QDesktopServices::setUrlHandler(u"file"_s, &m_opened, "open"); }
-    void init()
-    {
-        m.emplace();
-        m->tools.touch(u"README.html"_s);
-        Opened::paths.clear();
-    }
-    void cleanup() { m.reset(); }
-
     void reachesTheEnd_data();
     void reachesTheEnd();
     void namesWhatTakesTheFocus_data();
@@ -171,8 +141,7 @@ private:
     void walk(const Steps &steps);
     void goOn();
 
-    Opened m_opened;
-    std::optional<Program> m;
+    OpenedFiles m_opened;
     Steps m_steps;
     qsizetype m_next = 0;
     bool m_isInStep = false;
@@ -212,94 +181,89 @@ void WindowKeyboardTest::goOn()
 
 void WindowKeyboardTest::reachesTheEnd_data()
 {
-    QTest::addColumn<Rules>("store");
-    QTest::addColumn<Rules>("device");
-    QTest::addColumn<Steps>("steps");
-    const auto row = [](const char *name, const Steps &steps, const Rules &store = {},
-                        const Rules &device = {}) {
-        QTest::newRow(name) << store << device << choosesPhone() + steps;
-    };
-    const QString copy = u"Скопировать ошибку"_s;
+    const Rows<Steps, Rules, Rules> row; // what is done, and how the tools of the store and the phone answer
+    const Steps choosesIPA = Steps{key(Qt::Key_O, Qt::ControlModifier)} + typesFile(&Program::notesIPA);
     row("finds an app and downloads it, whatever its version",
-        findsApp() + press(u"exactVersion"_s) + press(u"downloadButton"_s) + typesFile(destinationOf) +
-            Steps{[](Program &program) { return program.saved() == QStringList{u"Карты-1.5.ipa"_s}; }});
-    row("downloads all", press(u"allButton"_s) + typesFile(destinationOf) + Steps{[](Program &program) {
+        findsApp() + press(u"exactVersion"_s) + press(u"downloadButton"_s) + typesFile(kDestination) +
+            Steps{[](Program &program) { return program.saved() == QStringList{u"Карты-1.5.ipa"_s}; }},
+        {}, {});
+    row("downloads all", press(u"allButton"_s) + typesFile(kDestination) + Steps{[](Program &program) {
                              return program.saved().size() == 1 && !program.isBusy() &&
                                     program.status().contains(u"2");
-                         }});
+                         }},
+        {}, {});
     row("signs in",
         press(u"login"_s) + Steps{to(u"account"_s), key(Qt::Key_A, Qt::ControlModifier),
                                   types(u"owner@example.com"_s), to(u"password"_s),
                                   types(u"Correct horse 7"_s), key(Qt::Key_Return), to(u"code"_s),
                                   types(u"123456"_s), key(Qt::Key_Return), sees(u"Вход подтверждён."_s)},
         [](Scenario &tool) {
-            tool.when({u"auth", u"login"})
-                .asks(u"enter Apple ID (email address or phone number): ")
-                .asks(u"enter password: ", Scenario::Typing::Raw)
-                .asks(u"enter 2FA code: ")
-                .prints(uR"({"success":true})");
-        });
+            tool.when({u"auth", u"login"}).asks(u"enter Apple ID (email address or phone number): ");
+            tool.asks(u"enter password: ", Scenario::Typing::Raw).asks(u"enter 2FA code: ");
+            tool.prints(uR"({"success":true})");
+        },
+        {});
     row("gives the sign-in up",
-        press(u"login"_s) + Steps{to(u"account"_s), key(Qt::Key_Escape), to(u"login"_s)});
+        press(u"login"_s) + Steps{to(u"account"_s), key(Qt::Key_Escape), to(u"login"_s)}, {}, {});
+    const QString apps = uR"({"apps":[{"id":"com.example.notes","name":"заметки","version":"%1"}]})"_s;
     row("chooses an IPA and installs it",
-        Steps{key(Qt::Key_O, Qt::ControlModifier)} +
-            typesFile([](Program &program) { return program.notesIPA; }) + press(u"installButton"_s) +
-            Steps{to(u"Установить"_s), key(Qt::Key_Return)} +
-            Steps{sees(
-                u"Установка подтверждена. Откройте приложение на iPhone: может потребоваться Apple Account "
-                "владельца лицензии."_s)},
-        {}, [](Scenario &tool) {
+        choosesIPA + press(u"installButton"_s) +
+            Steps{to(u"Установить"_s), key(Qt::Key_Return),
+                  sees(u"Установка подтверждена. Откройте приложение на iPhone: может потребоваться Apple "
+                       u"Account "
+                       "владельца лицензии."_s)},
+        {}, [apps](Scenario &tool) {
             tool.when({u"install"}).prints(u"{\"success\":true}");
-            tool.when({u"apps"}).times(1).prints(
-                uR"({"apps":[{"id":"com.example.notes","name":"заметки","version":"2.0"}]})");
-            tool.when({u"apps"}).prints(
-                uR"({"apps":[{"id":"com.example.notes","name":"заметки","version":"2.1"}]})");
+            tool.when({u"apps"}).times(1).prints(apps.arg(u"2.0"));
+            tool.when({u"apps"}).prints(apps.arg(u"2.1"));
         });
     row("reads the instructions, and finds the file",
-        Steps{key(Qt::Key_F1), key(Qt::Key_O, Qt::ControlModifier)} +
-            typesFile([](Program &program) { return program.notesIPA; }) + press(u"reveal"_s) +
-            Steps{[](Program &program) {
-                return Opened::paths ==
-                       QStringList{program.tools.filePath(u"README.html"_s), program.tools.path()};
-            }});
-    row("reads about the phone", press(u"infoButton"_s) + Steps{opens(u"Сведения об iPhone"_s),
-                                                                key(Qt::Key_Escape), to(u"infoButton"_s)});
-    row("forgets the phone", press(u"showHistory"_s) + press(u"forgetDevice"_s) +
-                                 Steps{[](Program &program) { return program.namesListed().isEmpty(); },
-                                       key(Qt::Key_Escape), to(u"showHistory"_s)});
+        Steps{key(Qt::Key_F1)} + choosesIPA + press(u"reveal"_s) + Steps{[this](Program &program) {
+            return m_opened.paths ==
+                   QStringList{program.tools.filePath(u"README.html"_s), program.tools.path()};
+        }},
+        {}, {});
+    row("reads about the phone",
+        press(u"infoButton"_s) +
+            Steps{opens(u"Сведения об iPhone"_s), key(Qt::Key_Escape), to(u"infoButton"_s)},
+        {}, {});
+    row("forgets the phone",
+        press(u"showHistory"_s) + press(u"forgetDevice"_s) +
+            Steps{[](Program &program) { return program.namesListed().isEmpty(); }, key(Qt::Key_Escape),
+                  to(u"showHistory"_s)},
+        {}, {});
     row("cancels what takes too long",
         press(u"checkAccount"_s) + press(u"cancelButton"_s) + Steps{sees(u"Операция отменена."_s)},
         [](Scenario &tool) {
             tool.when({u"auth", u"info"}).times(1).prints(uR"({"success":true})");
             tool.when({u"auth", u"info"}).sleeps(kLong);
-        });
+        },
+        {});
     row("copies what went wrong",
-        press(u"reloadApps"_s) + press(u"checkAccount"_s) + press(copy) + Steps{[](Program &) {
-            return QApplication::clipboard()->text().startsWith(u"Вход не подтверждён.");
-        }},
+        press(u"reloadApps"_s) + press(u"checkAccount"_s) + press(u"Скопировать ошибку"_s) +
+            Steps{[](Program &) {
+                return QApplication::clipboard()->text().startsWith(u"Вход не подтверждён.");
+            }},
         [](Scenario &tool) {
             tool.when({u"auth", u"info"}).prints(u"{}");
-        });
+        },
+        {});
 }
 
 void WindowKeyboardTest::reachesTheEnd()
 {
-    QFETCH(const Rules, store);
-    QFETCH(const Rules, device);
-    QFETCH(const Steps, steps);
+    const auto &[steps, store, device] = Row<Steps, Rules, Rules>();
+    m->tools.touch(u"README.html"_s);
+    m_opened.paths.clear();
     m->playStore(store);
     m->playDevice(device);
     QVERIFY(m->start());
-    walk(steps);
+    walk(choosesPhone() + steps);
 }
 
 void WindowKeyboardTest::namesWhatTakesTheFocus_data()
 {
-    QTest::addColumn<Steps>("steps");
-    QTest::addColumn<QString>("title");
-    const auto row = [](const char *name, const Steps &steps, const QString &title) {
-        QTest::newRow(name) << choosesPhone() + steps + Steps{opens(title)} << title;
-    };
+    const Rows<Steps, QString> row;
     row("main window", findsApp(), u"Zarvo"_s);
     row("sign-in", press(u"login"_s), u"Вход в Apple Account"_s);
     row("about the phone", press(u"infoButton"_s), u"Сведения об iPhone"_s);
@@ -309,10 +273,9 @@ void WindowKeyboardTest::namesWhatTakesTheFocus_data()
 // As a screen reader meets it, down from the window in the tree.
 void WindowKeyboardTest::namesWhatTakesTheFocus()
 {
-    QFETCH(const Steps, steps);
-    QFETCH(const QString, title);
+    const auto &[steps, title] = Row<Steps, QString>();
     QVERIFY(m->start());
-    walk(steps);
+    walk(choosesPhone() + steps + Steps{opens(title)});
     QList<QAccessibleInterface *> open{QAccessible::queryAccessibleInterface(QApplication::activeWindow())};
     QCOMPARE(open.first()->text(QAccessible::Name), title);
     const QAccessible::Role role = open.first()->role();
