@@ -14,9 +14,6 @@ constexpr DialogueState kCodeWanted{true, true, true};
 
 } // namespace
 
-Q_DECLARE_METATYPE(Prompt)
-Q_DECLARE_METATYPE(DialogueState)
-
 class SignInDialogueTest : public QObject
 {
     Q_OBJECT

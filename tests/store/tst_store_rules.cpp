@@ -14,7 +14,6 @@ using namespace Qt::StringLiterals;
 using namespace std::chrono_literals;
 
 using Verdict = PurchaseSearch::Verdict;
-Q_DECLARE_METATYPE(PurchaseSearch::Verdict)
 
 namespace {
 
