@@ -75,6 +75,7 @@ private:
 class ZarvoApp : public QObject
 {
     Q_OBJECT
+    Q_DISABLE_COPY_MOVE(ZarvoApp)
 
 public:
     /// `resourcePath` is the folder that holds Tools/, the logo and the help page.

@@ -163,7 +163,7 @@ bool LegacyAuth::readAvailable()
 {
     if (!master.isOpen())
         return true;
-    std::array<char, kPiece> piece;
+    std::array<char, kPiece> piece{};
     bool readAll = false;
     for (int count = 0; count < kPiecesAtOnce && !readAll; ++count) {
         const ssize_t size = ::read(master.get(), piece.data(), piece.size());

@@ -42,6 +42,7 @@ enum class SignInStep {
 class LegacyAuth : public QObject
 {
     Q_OBJECT
+    Q_DISABLE_COPY_MOVE(LegacyAuth)
 
 public:
     /// True when the user is signed in; false when he gave up.

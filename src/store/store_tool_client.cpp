@@ -10,7 +10,7 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-bool tellsOfFailure(const QJsonObject &object)
+bool saysItFailed(const QJsonObject &object)
 {
     const auto success = object.constFind("success"_L1);
     return object.contains("error"_L1) || (success != object.constEnd() && !JSONTruth(*success));
@@ -29,7 +29,7 @@ bool StoreRunSucceeded(int code, const QString &output)
         return false;
     bool failed = false;
     VisitJSON(output, [&failed](const QJsonObject &object) {
-        failed = tellsOfFailure(object);
+        failed = saysItFailed(object);
         return !failed;
     });
     return !failed;
