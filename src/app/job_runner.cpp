@@ -38,6 +38,7 @@ void ZarvoApp::job(const QString &text, const JobWork &work)
     const bool quiet = std::exchange(quietNextJob, false);
     busy = true;
     cancelled = false;
+    learnSecrets();
     setStatus(text);
     setTransfer({});
     updateControls();

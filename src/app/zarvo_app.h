@@ -8,6 +8,7 @@
 #include "core/tool_runner.h"
 #include "device/device_records.h"
 #include "device/installed_apps.h"
+#include "store/known_secrets.h"
 
 #include <QDateTime>
 #include <QList>
@@ -143,6 +144,7 @@ private:
     std::optional<QString> store(const QStringList &arguments, RunTimeout timeout,
                                  const std::function<void()> &tick, Error *error); // worker
     std::optional<QString> accountWorker(Error *error);                            // worker
+    void learnSecrets();
     void checkAccount();
     void login();
     void finishLogin(bool success);
@@ -218,6 +220,7 @@ private:
 
     // State of the store and of files
     QString account;      // as last confirmed
+    QString typedAccount; // in the last sign-in
     QString ipa;          // path of the IPA chosen for installing
     QString lastDownload; // path of the IPA saved last
 
@@ -228,6 +231,7 @@ private:
     std::atomic<bool> cancelled = false;
     std::atomic<bool> m_terminating = false;
     ActiveTask activeTask;
+    KnownSecrets m_known; // grows before each job; while one runs it is the worker's
     int m_muted = 0;
 
     // Views, owned by the window

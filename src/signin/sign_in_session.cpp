@@ -55,11 +55,16 @@ LegacyAuth::~LegacyAuth()
     delete window.data();
 }
 
+QString LegacyAuth::typedAccount() const
+{
+    return account->text().trimmed();
+}
+
 void LegacyAuth::start()
 {
     if (process)
         return;
-    const QString name = account->text().trimmed();
+    const QString name = typedAccount();
     if (!AreCredentials(name, password->secret().view())) {
         message->setText(u"Введите аккаунт и пароль латиницей без переносов строк."_s);
         return;

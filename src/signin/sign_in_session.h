@@ -57,6 +57,8 @@ public:
     ~LegacyAuth() override;
 
     void show();
+    /// As it stands in its field, without blanks around it.
+    QString typedAccount() const;
 
 private:
     // Session (signin/sign_in_session.cpp)

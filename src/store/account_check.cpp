@@ -36,6 +36,7 @@ std::optional<QString> ZarvoApp::accountWorker(Error *error)
     std::optional<QString> email = ConfirmedAccount(*output);
     if (!email)
         Fail(error, ZarvoError(u"Вход не подтверждён. Выполните вход в Apple Account."_s));
+    m_known.addAccount(email.value_or(QString())); // before the window hears of it
     return email;
 }
 
@@ -77,6 +78,7 @@ void ZarvoApp::login()
 
 void ZarvoApp::finishLogin(bool success)
 {
+    typedAccount = auth->typedAccount();
     auth.release()->deleteLater(); // it is calling this
     if (success)
         checkAccount();

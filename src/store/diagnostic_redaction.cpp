@@ -4,12 +4,14 @@
 #include "store/redaction_rules.h"
 #include "store/text_scanning.h"
 
+#include <QByteArray>
 #include <QJsonObject>
 #include <QStringView>
 
 #include <algorithm>
 #include <array>
 #include <optional>
+#include <utility>
 
 using namespace Qt::StringLiterals;
 
@@ -37,21 +39,78 @@ constexpr std::array rules{
     Rule{Redaction::findData, u"[данные скрыты]"},
 };
 
-QString replaceMatches(const QString &text, const Rule &rule)
+/// What is known of each unit of a text while the rules change it.
+constexpr char kUnmarked = 0;
+constexpr char kPlacedByRule = 1;
+constexpr char kFirstKind = 2; // of a known secret, and on
+
+/// A known secret is only marked before the rules run, and taken out after them: a placeholder in its place
+/// would cut in two what a rule hides as a whole, an address for instance, and show the rest of it.
+struct MarkedText
 {
+    QString text;
+    QByteArray marks; // as long as the text, or empty when it holds no known secret
+};
+
+MarkedText marked(const QString &text, const KnownSecrets &known)
+{
+    MarkedText result{text, {}};
+    const auto occurrences = known.findIn(text);
+    if (!occurrences.empty())
+        result.marks.fill(kUnmarked, text.size());
+    for (const auto &[start, end, kind] : occurrences)
+        std::fill(result.marks.begin() + start, result.marks.begin() + end,
+                  static_cast<char>(kFirstKind + static_cast<int>(kind)));
+    return result;
+}
+
+void replaceMatches(MarkedText &marked, const Rule &rule)
+{
+    const auto &[text, marks] = marked;
     Redaction::Found match = rule.find(text, 0);
     if (!match)
-        return text;
-    QString replaced;
-    replaced.reserve(text.size());
+        return;
+    MarkedText replaced;
+    replaced.text.reserve(text.size());
+    replaced.marks.reserve(marks.size());
     qsizetype copied = 0;
+    const auto copyUpTo = [&, &text = text, &marks = marks](qsizetype end) {
+        replaced.text += QStringView(text).sliced(copied, end - copied);
+        if (!marks.isEmpty())
+            replaced.marks += QByteArrayView(marks).sliced(copied, end - copied);
+    };
     for (; match; match = rule.find(text, copied)) {
-        replaced += QStringView(text).sliced(copied, match->start - copied);
-        replaced += rule.replacement;
+        copyUpTo(match->start);
+        replaced.text += rule.replacement;
+        if (!marks.isEmpty())
+            replaced.marks.resize(replaced.text.size(), kPlacedByRule);
         copied = match->end;
     }
-    replaced += QStringView(text).sliced(copied);
-    return replaced;
+    copyUpTo(text.size());
+    marked = std::move(replaced);
+}
+
+/// What the rules have left of the known secrets goes. The rest of one of which a rule has hidden a part
+/// needs no placeholder of its own.
+QString withoutKnownSecrets(const MarkedText &marked)
+{
+    const auto &[text, marks] = marked;
+    if (marks.isEmpty())
+        return text;
+    QString shown;
+    shown.reserve(text.size());
+    for (qsizetype start = 0, end = 0; start < text.size(); start = end) {
+        const char mark = marks[start];
+        while (end < text.size() && marks[end] == mark)
+            ++end;
+        const bool isRest = (start > 0 && marks[start - 1] == kPlacedByRule) ||
+                            (end < text.size() && marks[end] == kPlacedByRule);
+        if (mark < kFirstKind)
+            shown += QStringView(text).sliced(start, end - start);
+        else if (!isRest)
+            shown += PlaceholderFor(static_cast<KnownSecrets::Kind>(mark - kFirstKind));
+    }
+    return shown;
 }
 
 bool tellsOfFailure(const QJsonObject &object)
@@ -122,16 +181,16 @@ QString singleLine(const QString &text)
 
 } // namespace
 
-QString RedactSecrets(const QString &text)
+QString RedactSecrets(const QString &text, const KnownSecrets &known)
 {
-    QString redacted = text;
+    MarkedText redacted = marked(text, known);
     for (const Rule &rule : rules)
-        redacted = replaceMatches(redacted, rule);
-    return redacted;
+        replaceMatches(redacted, rule);
+    return withoutKnownSecrets(redacted);
 }
 
-QString ZarvoSafeStoreDiagnostic(const ToolResult &result)
+QString ZarvoSafeStoreDiagnostic(const ToolResult &result, const KnownSecrets &known)
 {
     const QString raw = result.out + u'\n' + result.err;
-    return singleLine(RedactSecrets(reportedErrors(raw).value_or(raw)));
+    return singleLine(RedactSecrets(reportedErrors(raw).value_or(raw), known));
 }

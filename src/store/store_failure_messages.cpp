@@ -68,9 +68,9 @@ constexpr std::array<QStringView, 3> foreignTool{u"unknown command", u"unknown f
 
 } // namespace
 
-QString ZarvoStoreFailure(const ToolResult &result)
+QString ZarvoStoreFailure(const ToolResult &result, const KnownSecrets &known)
 {
-    const QString diagnostic = ZarvoSafeStoreDiagnostic(result);
+    const QString diagnostic = ZarvoSafeStoreDiagnostic(result, known);
     const QString reason =
         diagnostic.isEmpty() ? u"Модуль не передал описание ошибки."_s : u"Причина: "_s + diagnostic;
     return adviceFor(diagnostic) + u"\n\nКод модуля: "_s + QString::number(result.code) + u". "_s + reason;

@@ -4,6 +4,8 @@
 #include "core/tool_output.h"
 #include "store/store_failure_messages.h"
 
+#include <QDir>
+
 using namespace Qt::StringLiterals;
 
 namespace {
@@ -33,6 +35,26 @@ bool StoreRunSucceeded(int code, const QString &output)
     return !failed;
 }
 
+void ZarvoApp::learnSecrets()
+{
+    m_known.addHomeFolder(QDir::homePath());
+    m_known.addHomeFolder(QDir(QDir::homePath()).canonicalPath());
+    m_known.addAccount(account);
+    m_known.addAccount(typedAccount);
+    for (const AppRow &app : apps)
+        m_known.addAccount(app.licenseAccount);
+    for (const PhoneEntry &phone : phones + savedPhones) {
+        m_known.addPhoneIdentifier(phone.id);
+        m_known.addPhoneName(phone.name);
+    }
+    for (const DetailLine &line : details) {
+        if (line.label == u"Серийный номер")
+            m_known.addPhoneIdentifier(line.value);
+        else if (line.label == u"Номер телефона")
+            m_known.addNumber(line.value);
+    }
+}
+
 std::optional<QString> ZarvoApp::store(const QStringList &arguments, RunTimeout timeout,
                                        const std::function<void()> &tick, Error *error)
 {
@@ -43,6 +65,6 @@ std::optional<QString> ZarvoApp::store(const QStringList &arguments, RunTimeout 
     const QString output = CombinedOutput(*result);
     if (StoreRunSucceeded(result->code, output))
         return output;
-    Fail(error, Error{ZarvoStoreFailure(*result), StoreToolAdvice(*result)});
+    Fail(error, Error{ZarvoStoreFailure(*result, m_known), StoreToolAdvice(*result)});
     return std::nullopt;
 }

@@ -2,6 +2,7 @@
 #include "ipa_writer.h"
 #include "support/rows.h"
 
+#include <QDir>
 #include <QFile>
 
 #include <algorithm>
@@ -227,6 +228,33 @@ private Q_SLOTS:
         QCOMPARE(m->savedBytes(kMaps), before.isEmpty() ? QByteArray() : QByteArray("mine"));
         QCOMPARE(m->text("ipaLabel"), u"IPA не выбран"_s);
         QVERIFY(m->answerAlert(u"Понятно"_s));
+    }
+
+    // The tool names what no rule could recognise: an account that is a number and that only this job has
+    // met, the phone, and a home folder of any kind.
+    void explainsWithoutWhatItKnows()
+    {
+        m->playStore([](Scenario &tool) {
+            tool.when({u"auth", u"info"}).times(1).prints(u"{}");
+            tool.when({u"auth", u"info"}).prints(uR"({"email":"+79165550142","success":true})");
+            tool.when({u"download"})
+                .prints(uR"({"error":"no license of 8 (916) 555-01-42 for phone-1 in %1/x"})"_s.arg(
+                    QDir::homePath()))
+                .exits(1);
+        });
+        QVERIFY(m->startWithApps() && m->chooseApp(u"Карты"_s));
+        QVERIFY(m->download());
+        EVENTUALLY(m->alert());
+        QCOMPARE(m->status().section(u"Причина: "_s, 1),
+                 u"no license of 8 [аккаунт скрыт] for [устройство скрыто] in /Users/[пользователь]/x"_s);
+        QVERIFY(m->answerAlert(u"Понятно"_s));
+        // What was met once in this run stays known.
+        m->playStore([](Scenario &tool) {
+            tool.when({u"auth", u"info"}).prints(uR"({"error":"session of 79165550142 is over"})").exits(1);
+        });
+        m->press("checkAccount");
+        EVENTUALLY(m->alert());
+        QCOMPARE(m->status().section(u"Причина: "_s, 1), u"session of [аккаунт скрыт] is over"_s);
     }
 
     void cancels_data()

@@ -127,6 +127,22 @@ private Q_SLOTS:
         EVENTUALLY(m->window()->findChildren<SignInWindow *>().isEmpty());
     }
 
+    // The check after it fails, so the tool has confirmed no account, but names it.
+    void whatWasTypedIsKnown()
+    {
+        playLogin([](Scenario &tool) {
+            tool.prints(u"{\"success\":true}\n");
+            tool.when({u"auth", u"info"}).prints(uR"({"error":"79165550142 is not active"})").exits(1);
+        });
+        QVERIFY(m->startWithPhone());
+        EVENTUALLY(!m->isBusy());
+        m->press("login");
+        sheet()->findChild<QLineEdit *>(u"account"_s)->setText(u"+7 916 555-01-42"_s);
+        signIn();
+        EVENTUALLY(!sheet() && m->alert());
+        QCOMPARE(m->status().section(u"Причина: "_s, 1), u"[аккаунт скрыт] is not active"_s);
+    }
+
     void cancelResumesThePolls()
     {
         QVERIFY(m->startWithPhone());

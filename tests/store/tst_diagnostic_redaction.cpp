@@ -88,6 +88,50 @@ private Q_SLOTS:
         QFETCH(QString, text);
         QTEST(RedactSecrets(text), "expected");
     }
+
+    void knownSecretsAreHidden_data()
+    {
+        QTest::addColumn<QString>("text");
+        QTest::addColumn<QString>("expected");
+        QTest::newRow("in place of each a word of its kind")
+            << u"+79165550142 at /srv/Йорик/x on 00008030-001A2D3C0E84802E, /media/Йорик/y"_s
+            << u"[аккаунт скрыт] at /Users/[пользователь]/x on [устройство скрыто], /media/[пользователь]/y"_s;
+        QTest::newRow("the rest of what a rule hides in part gets no second placeholder")
+            << u"/Users/Анна Петрова/x for анна.p@mail.example"_s
+            << u"/Users/[пользователь]/x for [аккаунт скрыт]"_s;
+        QTest::newRow("an address with one inside is hidden whole, and so is a long run")
+            << u"https://a.example/+79165550142?sig=secret /00008030-001A2D3C0E84802E/0123456789abcdef012345678"_s
+            << u"[адрес скрыт] [данные скрыты]"_s;
+        QTest::newRow("digits of different numbers are not taken together")
+            << u"916 items, 555 of 0142; (916) 555-01-42"_s << u"916 items, 555 of 0142; [аккаунт скрыт]"_s;
+        QTest::newRow("a short name is hidden as a word only, a phone that is called a phone not at all")
+            << u"Анна, Аннабель, iPhone 2"_s << u"[устройство скрыто], Аннабель, iPhone 2"_s;
+        QTest::newRow("escapes that are none stay")
+            << u"100% \\d %zz %d0 %ff \\"_s << u"100% \\d %zz %d0 %ff \\"_s;
+        QTest::newRow("half a pair, half a letter: what surrounds them stays")
+            << QChar(0xd83d) + u"ЙОРИК /srv/йорик"_s + QChar(0xde00)
+            << QChar(0xd83d) + u"ЙОРИК /Users/[пользователь]"_s + QChar(0xde00);
+    }
+
+    void knownSecretsAreHidden()
+    {
+        QFETCH(QString, text);
+        KnownSecrets known;
+        known.addAccount(u" +7 (916) 555-01-42 "_s);
+        known.addAccount(u"Анна.P@mail.example"_s);
+        known.addHomeFolder(u"/srv/Йорик/"_s);
+        known.addHomeFolder(u"/Users/Анна Петрова"_s);
+        known.addPhoneIdentifier(u"00008030-001A2D3C0E84802E"_s);
+        for (const QString &name : {u"Анна"_s, u"iPhone"_s, u"iPhone 2"_s})
+            known.addPhoneName(name);
+        // Nothing of this is worth hiding, and none of it may hide everything.
+        for (const QString &trivial : {u""_s, u" "_s, u"/"_s, u"a"_s, u"123"_s, u"недоступно"_s}) {
+            known.addHomeFolder(trivial == "недоступно"_L1 ? QString() : trivial);
+            known.addPhoneIdentifier(trivial);
+            known.addNumber(trivial);
+        }
+        QTEST(RedactSecrets(text, known), "expected");
+    }
 };
 
 QTEST_GUILESS_MAIN(TestDiagnosticRedaction)
