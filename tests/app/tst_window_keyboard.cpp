@@ -16,12 +16,13 @@ using namespace std::chrono_literals;
 namespace {
 
 constexpr auto kLookAgain = 10ms;
-constexpr auto kLong = std::chrono::milliseconds(3 * kPatience);
 constexpr int kMostTabs = 40; // more than any window has stops
 
-/// One thing that the user does or waits for; false: not possible yet, to be tried again.
-using Step = std::function<bool(Program &)>;
-using Steps = QList<Step>;
+// Walks: words with bars between them, see WindowKeyboardTest::does().
+const QString kChoosePhone = u"@phonePicker|=iPhone найден|Down|End|Return|=Прочитано|"_s;
+const QString kFindApp = u"Ctrl+F|'карты|@table|Space|=Выбрано: Карты|"_s;
+const QString kChooseIPA = u"Ctrl+O|@fileNameEdit|Ctrl+A|'{ipa}|Return|"_s;
+const QString kChooseFolder = u"Space|@fileNameEdit|Ctrl+A|'{folder}|Return|"_s;
 
 /// None while the focus is on its way, as it is when a window comes or goes.
 QWindow *focusedWindow(const Program &program)
@@ -40,90 +41,27 @@ bool isCalled(const QWidget *widget, const QString &name)
     return widget && (widget->objectName() == name || (button && button->text() == name));
 }
 
-Step key(Qt::Key key, Qt::KeyboardModifiers modifiers = {})
+bool goTo(const QString &name, QWindow *window)
 {
-    return [=](Program &program) {
-        QWindow *window = focusedWindow(program);
-        if (window)
-            QTest::keyClick(window, key, modifiers);
-        return window != nullptr;
-    };
+    const QWidget *active = QApplication::activeWindow();
+    const auto all = active ? active->findChildren<QWidget *>() : QWidgetList();
+    const bool isThere = std::any_of(all.begin(), all.end(), [&](const QWidget *widget) {
+        return isCalled(widget, name) && widget->isVisible() && widget->isEnabled();
+    });
+    for (int i = 0; isThere && i < kMostTabs; ++i) {
+        if (isCalled(QApplication::focusWidget(), name))
+            return true;
+        QTest::keyClick(window, Qt::Key_Tab);
+    }
+    return false;
 }
 
-/// Goes to the control of this name, or to the button that reads so.
-Step to(const QString &name)
+void typeText(const QString &text)
 {
-    return [=](Program &program) {
-        QWindow *window = focusedWindow(program);
-        const QWidget *active = QApplication::activeWindow();
-        const auto all = active ? active->findChildren<QWidget *>() : QWidgetList();
-        const bool isThere = std::any_of(all.begin(), all.end(), [&](const QWidget *widget) {
-            return isCalled(widget, name) && widget->isVisible() && widget->isEnabled();
-        });
-        for (int i = 0; window && isThere && i < kMostTabs; ++i) {
-            if (isCalled(QApplication::focusWidget(), name))
-                return true;
-            QTest::keyClick(window, Qt::Key_Tab);
-        }
-        return false;
-    };
+    for (const QChar letter : text)
+        QTest::sendKeyEvent(QTest::Click, QApplication::focusWidget(), Qt::Key_unknown, QString(letter),
+                            Qt::NoModifier);
 }
-
-Steps press(const QString &button)
-{
-    return {to(button), key(Qt::Key_Space)};
-}
-
-Step types(const std::function<QString(Program &)> &text)
-{
-    return [=](Program &program) {
-        const QString letters = text(program);
-        for (const QChar letter : letters)
-            QTest::sendKeyEvent(QTest::Click, QApplication::focusWidget(), Qt::Key_unknown, QString(letter),
-                                Qt::NoModifier);
-        return true;
-    };
-}
-
-Step types(const QString &text)
-{
-    return types([text](Program &) { return text; });
-}
-
-Steps typesFile(const std::function<QString(Program &)> &path)
-{
-    return {to(u"fileNameEdit"_s), key(Qt::Key_A, Qt::ControlModifier), types(path), key(Qt::Key_Return)};
-}
-
-Step sees(const QString &status)
-{
-    return [status](Program &program) { return program.status() == status && !program.isBusy(); };
-}
-
-Step opens(const QString &title)
-{
-    return [title](Program &) {
-        return QApplication::activeWindow() && QApplication::activeWindow()->windowTitle() == title;
-    };
-}
-
-Steps choosesPhone()
-{
-    return {to(u"phonePicker"_s),
-            [](Program &program) { return program.phonesListed().size() == 2 && !program.isBusy(); },
-            key(Qt::Key_Down),
-            key(Qt::Key_End),
-            key(Qt::Key_Return),
-            [](Program &program) { return !program.namesListed().isEmpty() && !program.isBusy(); }};
-}
-
-Steps findsApp()
-{
-    return {key(Qt::Key_F, Qt::ControlModifier), types(u"карты"_s), to(u"table"_s), key(Qt::Key_Space),
-            [](Program &program) { return program.text("ownerLabel").contains(u"Карты"); }};
-}
-
-const auto kDestination = [](Program &program) { return program.destination.path(); };
 
 } // namespace
 
@@ -138,31 +76,61 @@ private Q_SLOTS:
     void namesWhatTakesTheFocus();
 
 private:
-    void walk(const Steps &steps);
+    bool does(const QString &word);
+    void walk(QString words);
     void goOn();
 
     OpenedFiles m_opened;
-    Steps m_steps;
+    QStringList m_words;
     qsizetype m_next = 0;
     bool m_isInStep = false;
     QWidget *m_modalAtStep = nullptr;
 };
 
-void WindowKeyboardTest::walk(const Steps &steps)
+// What the user does or waits for; false: not possible yet, to be tried again. "@": goes to the control of
+// this name, or to the button that reads so; "'": types; "=": reads it while nothing runs; "^": has a window
+// of this title; "~": has opened a file that ends so; "#": has copied it; without a sign it is a key.
+bool WindowKeyboardTest::does(const QString &word)
 {
-    m_steps = steps;
+    const QString text = word.mid(1);
+    const QWidget *active = QApplication::activeWindow();
+    switch (word.at(0).unicode()) {
+    case u'=':
+        return !m->isBusy() && (m->status() + m->text("ownerLabel")).contains(text);
+    case u'^':
+        return active && active->windowTitle() == text;
+    case u'~':
+        return m_opened.paths.value(m_opened.paths.size() - 1).endsWith(text);
+    case u'#':
+        return QApplication::clipboard()->text().startsWith(text);
+    case u'\'':
+        typeText(text);
+        return true;
+    }
+    QWindow *window = focusedWindow(*m);
+    if (word.startsWith(u'@') || !window)
+        return window && goTo(text, window);
+    const QKeyCombination keys = QKeySequence(word)[0];
+    QTest::keyClick(window, keys.key(), keys.keyboardModifiers());
+    return true;
+}
+
+void WindowKeyboardTest::walk(QString words)
+{
+    words.replace(u"{ipa}"_s, m->notesIPA).replace(u"{folder}"_s, m->destination.path());
+    words.replace(u"{tools}"_s, m->tools.path());
+    m_words = words.split(u'|');
     m_next = 0;
     goOn();
-    const bool isThrough = QTest::qWaitFor([this] { return m_next == m_steps.size(); }, kPatience);
-    const qsizetype reached = std::exchange(m_next, m_steps.size()); // no step comes after a failure
-    QVERIFY2(isThrough,
-             qPrintable(u"stuck at step %1 of %2: %3"_s.arg(reached).arg(m_steps.size()).arg(m->status())));
+    const bool isThrough = QTest::qWaitFor([this] { return m_next == m_words.size(); }, kPatience);
+    const qsizetype reached = std::exchange(m_next, m_words.size()); // no step comes after a failure
+    QVERIFY2(isThrough, qPrintable(u"stuck at %1: %2"_s.arg(m_words.value(reached), m->status())));
 }
 
 // A step may open a chooser that returns only when later steps have answered it.
 void WindowKeyboardTest::goOn()
 {
-    if (m_next == m_steps.size())
+    if (m_next == m_words.size())
         return;
     QTimer::singleShot(kLookAgain, this, &WindowKeyboardTest::goOn);
     // A key that is played lets events through, this timer's too: the next step must not come before it has
@@ -172,8 +140,7 @@ void WindowKeyboardTest::goOn()
         return;
     const bool wasInStep = std::exchange(m_isInStep, true);
     QWidget *formerModal = std::exchange(m_modalAtStep, modal);
-    const Step step = m_steps[m_next++];
-    if (!step(*m))
+    if (!does(m_words[m_next++]))
         --m_next;
     m_isInStep = wasInStep;
     m_modalAtStep = formerModal;
@@ -181,103 +148,74 @@ void WindowKeyboardTest::goOn()
 
 void WindowKeyboardTest::reachesTheEnd_data()
 {
-    const Rows<Steps, Rules, Rules> row; // what is done, and how the tools of the store and the phone answer
-    const Steps choosesIPA = Steps{key(Qt::Key_O, Qt::ControlModifier)} + typesFile(&Program::notesIPA);
+    const Rows<QString, Rules, Rules>
+        all; // what is done, and how the tools of the store and the phone answer
+    const auto row = [&](const char *name, const QString &words, const Rules &store = {},
+                         const Rules &device = {}) { all(name, words, store, device); };
     row("finds an app and downloads it, whatever its version",
-        findsApp() + press(u"exactVersion"_s) + press(u"downloadButton"_s) + typesFile(kDestination) +
-            Steps{[](Program &program) { return program.saved() == QStringList{u"Карты-1.5.ipa"_s}; }},
-        {}, {});
-    row("downloads all", press(u"allButton"_s) + typesFile(kDestination) + Steps{[](Program &program) {
-                             return program.saved().size() == 1 && !program.isBusy() &&
-                                    program.status().contains(u"2");
-                         }},
-        {}, {});
+        kFindApp + u"@exactVersion|Space|@downloadButton|"_s + kChooseFolder + u"=IPA сохранён"_s);
+    row("downloads all", u"@allButton|"_s + kChooseFolder + u"=Сохранено: 2"_s);
     row("signs in",
-        press(u"login"_s) + Steps{to(u"account"_s), key(Qt::Key_A, Qt::ControlModifier),
-                                  types(u"owner@example.com"_s), to(u"password"_s),
-                                  types(u"Correct horse 7"_s), key(Qt::Key_Return), to(u"code"_s),
-                                  types(u"123456"_s), key(Qt::Key_Return), sees(u"Вход подтверждён."_s)},
+        u"@login|Space|@account|Ctrl+A|'a@example.com|@password|'Correct horse 7|Return|@code|'123456|Return|"
+        "=Вход подтверждён."_s,
         [](Scenario &tool) {
             tool.when({u"auth", u"login"}).asks(u"enter Apple ID (email address or phone number): ");
             tool.asks(u"enter password: ", Scenario::Typing::Raw).asks(u"enter 2FA code: ");
             tool.prints(uR"({"success":true})");
-        },
-        {});
-    row("gives the sign-in up",
-        press(u"login"_s) + Steps{to(u"account"_s), key(Qt::Key_Escape), to(u"login"_s)}, {}, {});
-    const QString apps = uR"({"apps":[{"id":"com.example.notes","name":"заметки","version":"%1"}]})"_s;
+        });
+    row("gives the sign-in up", u"@login|Space|@account|Esc|@login"_s);
     row("chooses an IPA and installs it",
-        choosesIPA + press(u"installButton"_s) +
-            Steps{to(u"Установить"_s), key(Qt::Key_Return),
-                  sees(u"Установка подтверждена. Откройте приложение на iPhone: может потребоваться Apple "
-                       u"Account "
-                       "владельца лицензии."_s)},
-        {}, [apps](Scenario &tool) {
+        kChooseIPA + u"@installButton|Space|@Установить|Return|=Установка подтверждена"_s, {},
+        [](Scenario &tool) {
+            const QString apps = uR"({"apps":[{"id":"com.example.notes","version":"%1"}]})"_s;
             tool.when({u"install"}).prints(u"{\"success\":true}");
             tool.when({u"apps"}).times(1).prints(apps.arg(u"2.0"));
             tool.when({u"apps"}).prints(apps.arg(u"2.1"));
         });
     row("reads the instructions, and finds the file",
-        Steps{key(Qt::Key_F1)} + choosesIPA + press(u"reveal"_s) + Steps{[this](Program &program) {
-            return m_opened.paths ==
-                   QStringList{program.tools.filePath(u"README.html"_s), program.tools.path()};
-        }},
-        {}, {});
-    row("reads about the phone",
-        press(u"infoButton"_s) +
-            Steps{opens(u"Сведения об iPhone"_s), key(Qt::Key_Escape), to(u"infoButton"_s)},
-        {}, {});
-    row("forgets the phone",
-        press(u"showHistory"_s) + press(u"forgetDevice"_s) +
-            Steps{[](Program &program) { return program.namesListed().isEmpty(); }, key(Qt::Key_Escape),
-                  to(u"showHistory"_s)},
-        {}, {});
-    row("cancels what takes too long",
-        press(u"checkAccount"_s) + press(u"cancelButton"_s) + Steps{sees(u"Операция отменена."_s)},
+        u"F1|~/README.html|"_s + kChooseIPA + u"@reveal|Space|~{tools}"_s);
+    row("reads about the phone", u"@infoButton|Space|^Сведения об iPhone|Esc|@infoButton"_s);
+    row("forgets the phone", u"@showHistory|Space|@forgetDevice|Space|=iPhone найден|Esc|@showHistory"_s);
+    row("cancels what takes too long", u"@checkAccount|Space|@cancelButton|Space|=Операция отменена."_s,
         [](Scenario &tool) {
             tool.when({u"auth", u"info"}).times(1).prints(uR"({"success":true})");
-            tool.when({u"auth", u"info"}).sleeps(kLong);
-        },
-        {});
+            tool.when({u"auth", u"info"}).sleeps(3ms * kPatience);
+        });
     row("copies what went wrong",
-        press(u"reloadApps"_s) + press(u"checkAccount"_s) + press(u"Скопировать ошибку"_s) +
-            Steps{[](Program &) {
-                return QApplication::clipboard()->text().startsWith(u"Вход не подтверждён.");
-            }},
+        u"@reloadApps|Space|@checkAccount|Space|@Скопировать ошибку|Space|#Вход не подтверждён."_s,
         [](Scenario &tool) {
             tool.when({u"auth", u"info"}).prints(u"{}");
-        },
-        {});
+        });
 }
 
 void WindowKeyboardTest::reachesTheEnd()
 {
-    const auto &[steps, store, device] = Row<Steps, Rules, Rules>();
+    const auto &[words, store, device] = Row<QString, Rules, Rules>();
     m->tools.touch(u"README.html"_s);
     m_opened.paths.clear();
     m->playStore(store);
     m->playDevice(device);
     QVERIFY(m->start());
-    walk(choosesPhone() + steps);
+    walk(kChoosePhone + words);
 }
 
 void WindowKeyboardTest::namesWhatTakesTheFocus_data()
 {
-    const Rows<Steps, QString> row;
-    row("main window", findsApp(), u"Zarvo"_s);
-    row("sign-in", press(u"login"_s), u"Вход в Apple Account"_s);
-    row("about the phone", press(u"infoButton"_s), u"Сведения об iPhone"_s);
-    row("history", press(u"showHistory"_s), u"Ранее подключённые устройства"_s);
+    const Rows<QString> row;
+    row("main window", kFindApp + u"^Zarvo"_s);
+    row("sign-in", u"@login|Space|^Вход в Apple Account"_s);
+    row("about the phone", u"@infoButton|Space|^Сведения об iPhone"_s);
+    row("history", u"@showHistory|Space|^Ранее подключённые устройства"_s);
 }
 
 // As a screen reader meets it, down from the window in the tree.
 void WindowKeyboardTest::namesWhatTakesTheFocus()
 {
-    const auto &[steps, title] = Row<Steps, QString>();
+    const auto &[words] = Row<QString>();
     QVERIFY(m->start());
-    walk(choosesPhone() + steps + Steps{opens(title)});
+    walk(kChoosePhone + words);
     QList<QAccessibleInterface *> open{QAccessible::queryAccessibleInterface(QApplication::activeWindow())};
-    QCOMPARE(open.first()->text(QAccessible::Name), title);
+    QCOMPARE(open.first()->text(QAccessible::Name), words.section(u'^', -1));
     const QAccessible::Role role = open.first()->role();
     QVERIFY(role == QAccessible::Window || role == QAccessible::Dialog);
     int stops = 0;
