@@ -18,6 +18,19 @@ bool isControl(QChar c)
     return c.category() == QChar::Other_Control || c.category() == QChar::Other_Format;
 }
 
+// Half of a surrogate pair, which the JSON of a tool can hold, has no UTF-8: what stands for it on the disk
+// must be counted and shown as well.
+QString withoutHalves(QString text)
+{
+    for (qsizetype i = 0; i < text.size(); ++i) {
+        if (text[i].isHighSurrogate() && i + 1 < text.size() && text[i + 1].isLowSurrogate())
+            ++i;
+        else if (text[i].isSurrogate())
+            text[i] = QChar::ReplacementCharacter;
+    }
+    return text;
+}
+
 QString withoutForbidden(QString text)
 {
     for (QChar &c : text) {
@@ -53,8 +66,8 @@ QString bounded(QStringView text, qsizetype bytes)
 
 QString component(const QString &text, const QString &fallback, qsizetype bytes)
 {
-    const QString clean = withoutForbidden(text).simplified();
-    QString result = bounded(trimmed(clean), bytes);
+    const QString clean = withoutForbidden(withoutHalves(text)).simplified();
+    const QString result = bounded(trimmed(clean), bytes);
     return result.isEmpty() ? fallback : result;
 }
 

@@ -40,6 +40,10 @@ private Q_SLOTS:
         named("blanks collapse, of all kinds", u"  a \u00A0\u2003\u2028 b  "_s, u"a b"_s);
         named("blanks alone: fallback", u" \u3000 "_s, u"Приложение"_s);
         named("ends trimmed of dots, hyphens and blanks", u".- .a.-b. -."_s, u"a.-b"_s);
+        named("half of a pair: the character that stands for it", u"a"_s + QChar(0xD83D) + u"b"_s,
+              u"a\uFFFDb"_s);
+        named("halves of pairs: bounded as they are on the disk", QString(180, QChar(0xDE42)),
+              QString(60, QChar::ReplacementCharacter));
         named("parent folder: fallback", u".."_s, u"Приложение"_s);
 
         named("180 Latin letters of 200", QString(200, u'x'), QString(180, u'x'));
