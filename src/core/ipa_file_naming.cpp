@@ -1,7 +1,8 @@
 #include "core/ipa_file_naming.h"
 
-#include <QTextBoundaryFinder>
+#include <unicode/brkiter.h>
 
+#include <memory>
 #include <utility>
 
 using namespace Qt::StringLiterals;
@@ -49,13 +50,20 @@ QStringView trimmed(QStringView text)
     return text;
 }
 
-// Cuts between grapheme clusters only, at the last one that fits.
+// Cuts between grapheme clusters only, at the last one that fits. Qt's own search for them takes surrogate
+// pairs apart in a text with letters of some Asian scripts.
 QString bounded(QStringView text, qsizetype bytes)
 {
-    QTextBoundaryFinder finder(QTextBoundaryFinder::Grapheme, text.data(), text.size());
+    const icu::UnicodeString units(false, text.utf16(), static_cast<int32_t>(text.size()));
+    UErrorCode status = U_ZERO_ERROR;
+    const std::unique_ptr<icu::BreakIterator> clusters(
+        icu::BreakIterator::createCharacterInstance(icu::Locale::getRoot(), status));
+    if (U_FAILURE(status))
+        return {};
+    clusters->setText(units);
     qsizetype end = 0;
     qsizetype used = 0;
-    for (qsizetype next = finder.toNextBoundary(); next > 0; next = finder.toNextBoundary()) {
+    for (qsizetype next = clusters->next(); next != icu::BreakIterator::DONE; next = clusters->next()) {
         used += text.sliced(end, next - end).toUtf8().size();
         if (used > bytes)
             break;

@@ -51,6 +51,8 @@ private Q_SLOTS:
         named("emoji across the bound: dropped whole", QString(178, u'x') + u"🙂"_s, QString(178, u'x'));
         named("emoji that just fits: kept", QString(176, u'x') + u"🙂y"_s, QString(176, u'x') + u"🙂"_s);
         named("letter with its accent: dropped whole", QString(179, u'x') + u"e\u0301"_s, QString(179, u'x'));
+        named("emoji behind a letter that Qt takes pairs apart for: dropped whole",
+              u"\u1030"_s + QString(175, u'1') + u"🙂"_s, u"\u1030"_s + QString(175, u'1'));
         named("flag: dropped whole", QString(174, u'x') + u"🇷🇺"_s, QString(174, u'x'));
         named("nothing is tried after the first that does not fit", QString(179, u'x') + u"жz"_s,
               QString(179, u'x'));
