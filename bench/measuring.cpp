@@ -106,13 +106,6 @@ double peakMegabytes()
     return status.mid(at + 6, status.indexOf("kB", at) - at - 6).trimmed().toDouble() * 1024 / 1e6;
 }
 
-void resetPeak()
-{
-    QFile file(u"/proc/self/clear_refs"_s);
-    if (file.open(QIODevice::WriteOnly))
-        file.write("5");
-}
-
 void report(const QString &what, const QString &value, const QString &figure, bool met)
 {
     missed = missed || !met;
