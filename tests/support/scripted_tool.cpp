@@ -299,7 +299,7 @@ void ask(const Call &call, const QJsonObject &step, const QJsonValue &value)
 struct Step
 {
     QLatin1StringView name;
-    void (*perform)(const Call &, const QJsonObject &step, const QJsonValue &value);
+    void (*perform)(const Call &, const QJsonObject &step, const QJsonValue &value) = nullptr;
 };
 
 constexpr std::array kSteps{
