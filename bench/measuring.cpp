@@ -16,7 +16,7 @@
 
 using namespace Qt::StringLiterals;
 
-extern "C" char **environ; // NOLINT(readability-redundant-declaration)
+extern "C" char **environ; // not declared by every libc
 
 namespace {
 

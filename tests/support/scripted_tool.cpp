@@ -30,7 +30,7 @@
 using namespace Qt::StringLiterals;
 using std::chrono::milliseconds;
 
-extern "C" char **environ; // NOLINT(readability-redundant-declaration): not declared by every libc
+extern "C" char **environ; // not declared by every libc
 
 namespace {
 
