@@ -16,7 +16,7 @@
 
 using namespace Qt::StringLiterals;
 
-extern "C" char **environ; // NOLINT(readability-redundant-declaration)
+extern "C" char **environ; // not declared by every libc
 
 namespace {
 
@@ -104,13 +104,6 @@ double peakMegabytes()
     const QByteArray status = readFile("/proc/self/status");
     const qsizetype at = status.indexOf("VmHWM:");
     return status.mid(at + 6, status.indexOf("kB", at) - at - 6).trimmed().toDouble() * 1024 / 1e6;
-}
-
-void resetPeak()
-{
-    QFile file(u"/proc/self/clear_refs"_s);
-    if (file.open(QIODevice::WriteOnly))
-        file.write("5");
 }
 
 void report(const QString &what, const QString &value, const QString &figure, bool met)

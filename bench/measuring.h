@@ -29,9 +29,8 @@ struct BareRun
 };
 BareRun runBare(const QStringList &command, bool keepOutput = false);
 
-/// This process's largest resident memory since the last reset, in MB (10^6 bytes).
+/// This process's largest resident memory so far, in MB (10^6 bytes).
 double peakMegabytes();
-void resetPeak();
 
 /// Prints one row: what was measured, the value with its unit, the figure to meet (empty: for information),
 /// and whether it is met. Remembers a miss.

@@ -388,8 +388,5 @@ AfcStatus Afc::store(const OpenFile &file, qint64 size)
 
 void serveAfc(const Connection &connection)
 {
-    if (connection.mute("afc"))
-        connection.channel->swallow();
-    else
-        Afc(connection).run();
+    Afc(connection).run();
 }

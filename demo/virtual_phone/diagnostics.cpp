@@ -37,10 +37,6 @@ QVariantMap gasGauge(const QVariantMap &battery)
 
 void serveDiagnostics(const Connection &connection)
 {
-    if (connection.mute("diagnostics")) {
-        connection.channel->swallow();
-        return;
-    }
     PlistPort port(*connection.channel, connection.config->format, Layer::Diagnostics, connection.damager);
     const QVariantMap &battery = connection.config->battery;
     while (const auto request = port.receive()) {

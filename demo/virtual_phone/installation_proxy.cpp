@@ -266,8 +266,5 @@ bool InstallationProxy::finish(QVariantMap app, const QString &upload)
 
 void serveInstallationProxy(const Connection &connection)
 {
-    if (connection.mute("installation_proxy"))
-        connection.channel->swallow();
-    else
-        InstallationProxy(connection).run();
+    InstallationProxy(connection).run();
 }

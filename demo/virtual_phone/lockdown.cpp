@@ -282,8 +282,5 @@ bool Lockdown::startService(const QVariantMap &request)
 
 void serveLockdown(const Connection &connection)
 {
-    if (connection.mute("lockdownd"))
-        connection.channel->swallow();
-    else
-        Lockdown(connection).run();
+    Lockdown(connection).run();
 }

@@ -13,23 +13,34 @@ namespace {
 struct Service
 {
     QLatin1StringView name;
+    const char *place = nullptr; // how the fault "mute" calls it
     void (*serve)(const Connection &) = nullptr;
 };
 
 const QString kLockdown = u"com.apple.mobile.lockdown"_s;
 
 constexpr Service kServices[] = {
-    {"com.apple.afc"_L1, serveAfc},
-    {"com.apple.mobile.installation_proxy"_L1, serveInstallationProxy},
-    {"com.apple.mobile.diagnostics_relay"_L1, serveDiagnostics},
-    {"com.apple.mobile.notification_proxy"_L1, serveNotifications},
+    {"com.apple.afc"_L1, "afc", serveAfc},
+    {"com.apple.mobile.installation_proxy"_L1, "installation_proxy", serveInstallationProxy},
+    {"com.apple.mobile.diagnostics_relay"_L1, "diagnostics", serveDiagnostics},
+    {"com.apple.mobile.notification_proxy"_L1, "notification_proxy", serveNotifications},
 };
+// It has its port from the start, and no other service names it.
+constexpr Service kLockdownService{{}, "lockdownd", serveLockdown};
 
 const Service *find(const QString &name)
 {
     const auto *found = std::find_if(std::begin(kServices), std::end(kServices),
                                      [&](const Service &service) { return name == service.name; });
     return found == std::end(kServices) ? nullptr : found;
+}
+
+void serveOrSwallow(const Connection &connection, const Service &service)
+{
+    if (connection.mute(service.place))
+        connection.channel->swallow();
+    else
+        service.serve(connection);
 }
 
 } // namespace
@@ -59,7 +70,7 @@ std::optional<ServiceTicket> takePort(const Connection &connection, quint16 port
 void serve(const Connection &connection, const ServiceTicket &ticket)
 {
     if (ticket.service == kLockdown) {
-        serveLockdown(connection);
+        serveOrSwallow(connection, kLockdownService);
         return;
     }
     if (connection.config->tls) {
@@ -70,5 +81,5 @@ void serve(const Connection &connection, const ServiceTicket &ticket)
         if (!context || !connection.channel->encrypt(context.get(), true))
             return;
     }
-    find(ticket.service)->serve(connection);
+    serveOrSwallow(connection, *find(ticket.service));
 }

@@ -107,12 +107,6 @@ QByteArray publicPem(const Key &key)
     return contents(text);
 }
 
-Key keyFromPem(const QByteArray &pem)
-{
-    EVP_PKEY *key = PEM_read_bio_PrivateKey(reading(pem).get(), nullptr, nullptr, nullptr);
-    return key ? Key(key, EVP_PKEY_free) : Key();
-}
-
 HostIdentity HostIdentity::make()
 {
     return {makeKey(), QUuid::createUuid().toString(QUuid::WithoutBraces).toUpper(),

@@ -17,8 +17,6 @@ Key makeKey();
 QByteArray privatePem(const Key &key);
 /// In the form "RSA PUBLIC KEY", as a phone tells its own.
 QByteArray publicPem(const Key &key);
-/// Nothing when the text holds no key.
-Key keyFromPem(const QByteArray &pem);
 
 /// The computer's part of the pairings that exist from the start.
 struct HostIdentity

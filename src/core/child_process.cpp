@@ -30,7 +30,7 @@
 
 using namespace Qt::StringLiterals;
 
-extern "C" char **environ; // NOLINT(readability-redundant-declaration): not declared by every libc
+extern "C" char **environ; // not declared by every libc
 
 namespace {
 
@@ -246,7 +246,7 @@ void watch(const std::shared_ptr<State> &state, std::unique_ptr<Launch> launch)
 #ifdef Q_OS_LINUX
     // The child borrows this thread's memory until it has executed its program: copying the tables of a large
     // process would cost more than most of our children take.
-    const pid_t pid = ::vfork(); // NOLINT(clang-analyzer-security.insecureAPI.vfork)
+    const pid_t pid = ::vfork(); // NOLINT(clang-analyzer-security.insecureAPI.vfork): see runChild
 #else
     const pid_t pid = ::fork();
 #endif

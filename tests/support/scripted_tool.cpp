@@ -30,7 +30,7 @@
 using namespace Qt::StringLiterals;
 using std::chrono::milliseconds;
 
-extern "C" char **environ; // NOLINT(readability-redundant-declaration): not declared by every libc
+extern "C" char **environ; // not declared by every libc
 
 namespace {
 
@@ -299,7 +299,7 @@ void ask(const Call &call, const QJsonObject &step, const QJsonValue &value)
 struct Step
 {
     QLatin1StringView name;
-    void (*perform)(const Call &, const QJsonObject &step, const QJsonValue &value);
+    void (*perform)(const Call &, const QJsonObject &step, const QJsonValue &value) = nullptr;
 };
 
 constexpr std::array kSteps{
