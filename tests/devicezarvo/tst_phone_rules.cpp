@@ -147,25 +147,11 @@ private Q_SLOTS:
         const auto battery = [](const QByteArray &state, const QByteArray &gauge) {
             return given(BatteryLines(dictionary(state).get(), dictionary(gauge).get()));
         };
-        row("phone: all",
-            info(R"("DeviceName": "Мария", "ProductType": "iPhone14,4", "ProductVersion": "17.5.1",
-                    "BuildVersion": "21F90", "SerialNumber": "S1", "UniqueDeviceID": "U1",
-                    "TimeZone": "Europe/Moscow", "PhoneNumber": "+7 900")",
-                 R"("TotalDiskCapacity": 128000000000, "AmountDataAvailable": 41289000000)"),
-            u"Имя=Мария|Модель=iPhone 13 mini (iPhone14,4)|Версия iOS=17.5.1 (21F90)|Серийный "
-            u"номер=S1|UDID=U1|"
-            "Память, всего=128,0 ГБ|Память, свободно=41,3 ГБ|Часовой пояс=Europe/Moscow|Номер телефона=+7 900"_s);
         row("phone: unknown model, no build, wrong types",
             info(R"("ProductType": "iPhone99,1", "ProductVersion": "30.0", "TimeZone": {})",
                  R"("TotalDiskCapacity": -1, "TotalDataAvailable": "1000")"),
             u"Модель=iPhone99,1|Версия iOS=30.0|Память, свободно=1,0 кБ"_s);
         row("phone: nothing", given(InfoLines(nullptr, nullptr)), {});
-        row("battery: all",
-            battery(R"("BatteryCurrentCapacity": 82, "BatteryIsCharging": true)",
-                    R"("CycleCount": 312, "DesignCapacity": 2406, "NominalChargeCapacity": 2190,
-                       "Temperature": 2940)"),
-            u"Заряд=82 %|Зарядка=заряжается|Состояние аккумулятора (оценка)=91 %|Циклы перезарядки=312|"
-            "Ёмкость по проекту=2406 мА·ч|Текущая ёмкость=2190 мА·ч|Температура=29,4 °C"_s);
         row("battery: deeper readings, fresh, in the cold, unplugged",
             battery(R"("BatteryIsCharging": false)",
                     R"("Temperature": -510, "BatteryData": {"DesignCapacity": 2000, "CycleCount": 0,
