@@ -79,6 +79,5 @@ void ZarvoApp::showFailure(const Error &error)
 
 void ZarvoApp::cancelJob()
 {
-    cancelled = true;
     activeTask.terminate();
 }

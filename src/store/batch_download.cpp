@@ -123,7 +123,8 @@ QByteArray BatchReportJSON(const QList<BatchEntry> &entries)
 {
     QJsonArray report;
     for (const BatchEntry &entry : entries)
-        report.append(toJSON(entry));
+        if (entry.status != BatchEntry::Status::NotAttempted)
+            report.append(toJSON(entry));
     return QJsonDocument(report).toJson(QJsonDocument::Indented);
 }
 
