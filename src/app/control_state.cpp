@@ -20,7 +20,7 @@ struct Row
 
 constexpr Row kRows[] = {
     {Control::Ordinary, [](const WindowState &s) { return !s.busy; }},
-    {Control::Download, [](const WindowState &s) { return s.hasTarget; }},
+    {Control::Download, [](const WindowState &s) { return !s.busy && s.hasTarget; }},
     {Control::DownloadAll, [](const WindowState &s) { return !s.busy && s.hasApps; }},
     {Control::Install, [](const WindowState &s) { return !s.busy && s.hasIPA && s.hasPhone; }},
     {Control::Information, [](const WindowState &s) { return !s.busy && s.hasPhone; }},
@@ -69,7 +69,7 @@ void ZarvoApp::updateControls()
         control->setEnabled(enables(control));
     if (!busy)
         restoreFocus();
-    window->setAcceptDrops(true);
+    window->setAcceptDrops(IsEnabled(Control::Ordinary, state));
     spinner->setAnimating(IsEnabled(Control::Spinner, state));
 }
 
@@ -81,6 +81,7 @@ void ZarvoApp::parkFocus()
     QWidget *focused = window->focusWidget();
     if (focused != cancelButton)
         m_focusBeforeJob = focused;
+    m_content->setFocus();
 }
 
 void ZarvoApp::restoreFocus()

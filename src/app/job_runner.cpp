@@ -79,5 +79,6 @@ void ZarvoApp::showFailure(const Error &error)
 
 void ZarvoApp::cancelJob()
 {
+    cancelled = true;
     activeTask.terminate();
 }

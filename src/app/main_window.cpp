@@ -193,7 +193,6 @@ void ZarvoApp::buildWindow()
     window->show();
     window->activateWindow();
     phonePicker->setFocus();
-    QWidget::setTabOrder(storeID, search);
 }
 
 void ZarvoApp::buildMenu(QMenuBar *bar)

@@ -107,6 +107,7 @@ void ZarvoApp::selectPhone()
     const QString chosen = pickedPhone(phonePicker);
     if (m_muted > 0 || chosen == selectedPhone)
         return;
+    clearDeviceSelection();
     if (chosen.isEmpty() || !HasPhone(phones, chosen))
         return;
     selectedPhone = chosen;

@@ -50,7 +50,7 @@ void addRow(QVBoxLayout *stack, QWidget *row, Qt::Alignment alignment = {})
 
 QList<PhoneEntry> Remembered(const QList<PhoneEntry> &history, const PhoneEntry &phone)
 {
-    QList<PhoneEntry> entries = history;
+    QList<PhoneEntry> entries = Forgotten(history, phone.id);
     entries.append({phone.id, phone.name.isEmpty() ? u"iPhone"_s : phone.name, phone.ios});
     SortByName(entries);
     return entries;
@@ -124,6 +124,8 @@ void ZarvoApp::forgetDeviceID(const QString &id)
 
 void ZarvoApp::clearHistory()
 {
+    if (busy)
+        return;
     savedPhones.clear();
     persistHistory();
     clearDeviceSelection();

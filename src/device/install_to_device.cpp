@@ -79,7 +79,7 @@ void ZarvoApp::install()
     const QString question = InstallQuestion(ipa, phonePicker->currentText());
     QDialog *alert = MakeAlert(
         window.get(), u"Установить IPA на выбранный iPhone?"_s, question,
-        {{u"Установить"_s, [this, file = ipa] { installConfirmed(file, selectedPhone); }},
+        {{u"Установить"_s, [this, file = ipa, phone = selectedPhone] { installConfirmed(file, phone); }},
          {u"Отмена"_s, {}}});
     alert->show();
 }

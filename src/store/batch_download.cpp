@@ -123,8 +123,7 @@ QByteArray BatchReportJSON(const QList<BatchEntry> &entries)
 {
     QJsonArray report;
     for (const BatchEntry &entry : entries)
-        if (entry.status != BatchEntry::Status::NotAttempted)
-            report.append(toJSON(entry));
+        report.append(toJSON(entry));
     return QJsonDocument(report).toJson(QJsonDocument::Indented);
 }
 

@@ -10,7 +10,7 @@ using namespace Qt::StringLiterals;
 namespace {
 
 constexpr RunTimeout kPageTimeout{180};
-constexpr int kLastPage = 2;
+constexpr int kLastPage = 100;
 
 PurchaseSearch searchObject(const QJsonObject &object, const QString &bundleID, int page)
 {
