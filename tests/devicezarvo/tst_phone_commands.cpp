@@ -140,13 +140,14 @@ private Q_SLOTS:
     void readsDetails()
     {
         const VirtualPhones phones(
-            {phone(R"("capacity": 128e9, "used": 8e9)"), phone(R"("battery": {})", SecondPhone)});
+            {phone(R"("capacity": 128e9, "used": 8e9, "values": {"": {"PhoneNumber": "+7 900"}})"),
+             phone(R"("battery": {})", SecondPhone)});
         const ToolRun info = phones.run({u"info"_s, FirstPhone});
         QVERIFY2(info.status == 0 && info.isWellFormed(), info.output.constData());
         QCOMPARE(values(info.reply),
                  u"Имя=iPhone Марии|Модель=iPhone 13 (iPhone14,5)|Версия iOS=17.5.1 (21F90)|"
                  "Серийный номер=DEMO0000001A|UDID=%1|Память, всего=128,0 ГБ|Память, свободно=120,0 ГБ|"
-                 "Часовой пояс=Europe/Moscow"_s.arg(FirstPhone));
+                 "Часовой пояс=Europe/Moscow|Номер телефона=+7 900"_s.arg(FirstPhone));
         const ToolRun battery = phones.run({u"--verbose"_s, u"battery"_s, FirstPhone});
         QVERIFY2(battery.status == 0 && battery.isWellFormed(), battery.output.constData());
         QCOMPARE(values(battery.reply),
