@@ -1,3 +1,4 @@
+// The phone's details in windows of their own, and the history of phones.
 #include "app/window_fixture.h"
 
 #include <QAction>
@@ -5,19 +6,15 @@
 #include <QPushButton>
 #include <QSettings>
 
-#include <optional>
-
 using namespace Qt::StringLiterals;
 
 namespace {
 
-constexpr QStringView kNote =
-    u"История хранится в Zarvo. Для работы с телефоном подключите его кабелем и выберите в "
-    "главном окне.";
-constexpr QStringView kEmpty = u"История устройств пуста.";
-constexpr QStringView kHere = u"Телефон\niOS 17.4 • Подключён";
-constexpr QStringView kAway = u"Телефон\niOS 17.4 • Не подключён";
-const QString kHistoryKey = u"zarvo.deviceHistory.v1"_s;
+const QString kNote =
+    u"История хранится в Zarvo. Для работы с телефоном подключите его кабелем и выберите в главном окне."_s;
+const QStringList kEmpty{u"История устройств пуста."_s};
+const QString kHere = u"Телефон\niOS 17.4 • Подключён"_s;
+const QString kAway = u"Телефон\niOS 17.4 • Не подключён"_s;
 
 QVariantMap entry(const QVariant &id, const QVariant &name, const QVariant &ios)
 {
@@ -26,42 +23,14 @@ QVariantMap entry(const QVariant &id, const QVariant &name, const QVariant &ios)
 
 void store(const QVariant &history)
 {
-    QSettings(u"Zarvo"_s, u"Zarvo"_s).setValue(kHistoryKey, history);
-}
-
-void damageSettings(const QByteArray &content)
-{
-    store(QVariantList{entry(u"1"_s, u"А"_s, u"1"_s)}); // makes the folder
-    QFile file(Program::settingsFile());
-    QVERIFY(file.open(QIODevice::WriteOnly) && file.write(content) == content.size());
+    QSettings(u"Zarvo"_s, u"Zarvo"_s).setValue(u"zarvo.deviceHistory.v1"_s, history);
 }
 
 } // namespace
 
-class WindowPhonesTest : public QObject
+class WindowPhonesTest : public ProgramTest
 {
     Q_OBJECT
-
-public:
-    static void initMain() { Program::isolate(); }
-
-private Q_SLOTS:
-    void init() { m.emplace(); }
-    void cleanup() { m.reset(); }
-
-    void showsDetails_data();
-    void showsDetails();
-    void showsEachReadingInItsWindow();
-    void explainsMissingDetails();
-
-    void remembersPhones();
-    void survivesDamagedSettings_data();
-    void survivesDamagedSettings();
-    void forgetsAPhone();
-    void clearsTheHistory();
-    void changesNothingDuringAJob();
-    void marksWhatIsConnected();
-    void closesWithKeys();
 
 private:
     QList<QWidget *> shown(const char *name) const
@@ -96,242 +65,188 @@ private:
     }
     /// The buttons in the history window: those of the entries, then the one that clears all.
     QPushButton *button(int index) const { return inHistory<QPushButton>().value(index); }
-    void poll(QStringView devices)
+    void pressWithKey(int index) const
     {
-        m->playDevice([&](Scenario &tool) { tool.when({u"devices"}).prints(devices); });
-        m->ask("refresh");
+        button(index)->setFocus();
+        QTest::keyClick(button(index), Qt::Key_Space);
     }
 
-    std::optional<Program> m;
-};
-
-void WindowPhonesTest::showsDetails_data()
-{
-    QTest::addColumn<QString>("info");
-    QTest::addColumn<QString>("battery");
-    QTest::addColumn<int>("code");
-    QTest::addColumn<QString>("text");
-    const QString model = uR"({"details":[{"label":"Модель","value":"<b>iPhone</b>"},{"label":"Память"}]})"_s;
-    const QString told = u"Модель\n<b>iPhone</b>\n\nПамять\n\n\n"_s;
-    QTest::newRow("information, then battery")
-        << model << uR"({"details":[{"label":"Заряд","value":80}]})"_s << 0 << told + u"Заряд\n80\n\n"_s;
-    QTest::newRow("without battery") << model << uR"({"details":[{"label":"Заряд","value":80}]})"_s << 1
-                                     << told;
-    QTest::newRow("nothing to tell") << u"{}"_s << u"{}"_s << 0 << QString();
-}
-
-void WindowPhonesTest::showsDetails()
-{
-    QFETCH(const QString, info);
-    QFETCH(const QString, battery);
-    QFETCH(const int, code);
-    QVERIFY(m->startWithApps());
-    m->playDevice([&](Scenario &tool) {
-        tool.when({u"info", u"PHONE-1"}).awaits(m->tools.filePath(u"go"_s)).prints(info);
-        tool.when({u"battery", u"PHONE-1"}).prints(battery).exits(code);
-    });
-    m->press("infoButton");
-    QCOMPARE(m->status(), u"Чтение сведений об iPhone…"_s);
-    m->tools.touch(u"go"_s);
-    EVENTUALLY_EQUAL(shown("infoWindow").size(), 1);
-    EVENTUALLY(!m->isBusy());
-    const QWidget *window = shown("infoWindow").first();
-    QCOMPARE(window->windowTitle(), u"Сведения об iPhone"_s);
-    const auto *text = window->findChild<QPlainTextEdit *>();
-    QTEST(text->toPlainText(), "text");
-    QVERIFY(text->isReadOnly());
-    QCOMPARE(m->status(), u"Сведения обновлены. Недоступные показатели отмечены явно."_s);
-    QVERIFY(!m->alert());
-}
-
-void WindowPhonesTest::showsEachReadingInItsWindow()
-{
-    QVERIFY(m->startWithApps());
-    m->press("infoButton");
-    EVENTUALLY_EQUAL(shown("infoWindow").size(), 1);
-    EVENTUALLY(!m->isBusy());
-    m->playDevice([](Scenario &tool) { tool.when({u"info"}).prints(u"{}"); });
-    m->press("infoButton");
-    EVENTUALLY_EQUAL(shown("infoWindow").size(), 2);
-    EVENTUALLY(!m->isBusy());
-    const QWidget *newer = shown("infoWindow").last();
-    QVERIFY(newer->findChild<QPlainTextEdit *>()->toPlainText().isEmpty());
-    shown("infoWindow").first()->close();
-    EVENTUALLY_EQUAL(shown("infoWindow").size(), 1);
-    QVERIFY(newer->isVisible() && m->window()->isVisible());
-}
-
-void WindowPhonesTest::explainsMissingDetails()
-{
-    QVERIFY(m->startWithApps());
-    m->playDevice([](Scenario &tool) {
-        tool.when({u"info"}).prints(uR"({"error":"Телефон заблокирован."})").exits(1);
-    });
-    m->press("infoButton");
-    EVENTUALLY(m->alert());
-    QCOMPARE(m->status(), u"Телефон заблокирован."_s);
-    QCOMPARE(shown("infoWindow").size(), 0);
-    QVERIFY(m->answerAlert(u"Понятно"_s));
-    m->choosePhone(Qt::Key_Home);
-    m->ask("infoButton"); // no phone, nothing to ask
-    QVERIFY(!m->isBusy());
-}
-
-void WindowPhonesTest::remembersPhones()
-{
-    m->playDevice([](Scenario &tool) {
-        tool.when({u"devices"})
-            .prints(uR"({"devices":[{"id":"P2","name":"яблоко"},{"id":"P3"},{"id":"PHONE-1","name":"Ю"}]})");
-        tool.when({u"apps"}).prints(u"{}");
-    });
-    QVERIFY(m->start());
-    EVENTUALLY_EQUAL(m->phonesListed().size(), 4);
-    QCOMPARE(openedHistory(), QStringList{kEmpty.toString()});
-    QVERIFY(!button(0)->isEnabled()); // nothing to clear
-    for (const Qt::Key key : {Qt::Key_End, Qt::Key_Up, Qt::Key_Up}) {
-        m->choosePhone(key);
+private Q_SLOTS:
+    void showsDetails()
+    {
+        QVERIFY(m->startWithApps());
+        const auto answer = [&](QStringView info, int code) {
+            m->playDevice([&](Scenario &tool) {
+                tool.when({u"info"}).awaits(m->tools.filePath(u"go"_s)).prints(info).exits(code);
+                tool.when({u"battery"}).prints(uR"({"details":[{"label":"Заряд","value":80}]})").exits(code);
+            });
+        };
+        const auto textIn = [](QWidget *window) { return window->findChild<QPlainTextEdit *>(); };
+        answer(uR"({"details":[{"label":"Модель","value":"<b>iPhone</b>"},{"label":"Память"}]})", 0);
+        m->press("infoButton");
+        QCOMPARE(m->status(), u"Чтение сведений об iPhone…"_s);
+        m->go();
         EVENTUALLY(!m->isBusy());
+        QCOMPARE(m->status(), u"Сведения обновлены. Недоступные показатели отмечены явно."_s);
+        QWidget *window = shown("infoWindow").value(0);
+        QCOMPARE(window->windowTitle(), u"Сведения об iPhone"_s);
+        QCOMPARE(textIn(window)->toPlainText(), u"Модель\n<b>iPhone</b>\n\nПамять\n\n\nЗаряд\n80\n\n"_s);
+        QVERIFY(textIn(window)->isReadOnly());
+
+        m->playDevice(); // without battery; each reading has its own window
+        QVERIFY(m->perform("infoButton"));
+        QCOMPARE(shown("infoWindow").size(), 2);
+        QCOMPARE(textIn(shown("infoWindow").last())->toPlainText(), u"Модель\niPhone\n\n"_s);
+        window->close();
+        EVENTUALLY_EQUAL(shown("infoWindow").size(), 1);
+        QVERIFY(m->window()->isVisible());
+
+        answer(uR"({"error":"Телефон заблокирован."})", 1);
+        QVERIFY(m->perform("infoButton"));
+        QCOMPARE(m->alertTexts().value(1), u"Телефон заблокирован."_s);
+        QCOMPARE(shown("infoWindow").size(), 1);
+        QVERIFY(m->answerAlert(u"Понятно"_s));
+        m->choosePhone(Qt::Key_Home);
+        m->ask("infoButton"); // no phone, nothing to ask
+        QVERIFY(!m->isBusy());
     }
-    QCOMPARE(history(), (QStringList{u"iPhone\niOS  • Подключён"_s, u"Ю\niOS  • Подключён"_s,
-                                     u"яблоко\niOS  • Подключён"_s}));
 
-    m->playDevice(); // now one of them is there, under another name
-    QVERIFY(m->restart());
-    QCOMPARE(openedHistory(), (QStringList{u"iPhone\niOS  • Не подключён"_s, u"Ю\niOS  • Подключён"_s,
-                                           u"яблоко\niOS  • Не подключён"_s}));
-    m->choosePhone();
-    EVENTUALLY(!m->isBusy());
-    QCOMPARE(history(), (QStringList{u"iPhone\niOS  • Не подключён"_s, kHere.toString(),
-                                     u"яблоко\niOS  • Не подключён"_s}));
-}
+    void remembersPhones()
+    {
+        m->playDevice([](Scenario &tool) {
+            tool.when({u"devices"})
+                .prints(
+                    uR"({"devices":[{"id":"P2","name":"яблоко"},{"id":"P3"},{"id":"PHONE-1","name":"Ю"}]})");
+            tool.when({u"apps"}).prints(u"{}");
+        });
+        QVERIFY(m->start());
+        EVENTUALLY_EQUAL(m->phonesListed().size(), 4);
+        QCOMPARE(openedHistory(), kEmpty);
+        QVERIFY(!button(0)->isEnabled()); // nothing to clear
+        for (const Qt::Key key : {Qt::Key_End, Qt::Key_Up, Qt::Key_Up}) {
+            m->choosePhone(key);
+            EVENTUALLY(!m->isBusy());
+        }
+        QCOMPARE(history(), (QStringList{u"iPhone\niOS  • Подключён"_s, u"Ю\niOS  • Подключён"_s,
+                                         u"яблоко\niOS  • Подключён"_s}));
 
-void WindowPhonesTest::survivesDamagedSettings_data()
-{
-    QTest::addColumn<std::function<void()>>("damage");
-    QTest::addColumn<QStringList>("texts");
-    const auto row = [](const char *name, const std::function<void()> &damage, const QStringList &texts) {
-        QTest::newRow(name) << damage << texts;
-    };
-    row("entries that are none are left out, the others keep their order",
-        [] {
-            store(QVariantList{entry(u"2"_s, u"Б"_s, u"16"_s), 5, u"text"_s, QVariantList{1},
-                               entry({}, u"x"_s, u"1"_s), entry(u""_s, u"x"_s, u"1"_s),
-                               entry(7, u"x"_s, u"1"_s), entry(u"3"_s, {}, u"1"_s),
-                               entry(u"1"_s, u"А"_s, 17)});
-        },
-        {u"Б\niOS 16 • Не подключён"_s, u"А\niOS  • Не подключён"_s});
-    const QStringList none{kEmpty.toString()};
-    row(
-        "a text instead of a list", [] { store(u"text"_s); }, none);
-    row(
-        "a map instead of a list", [] { store(entry(u"1"_s, u"А"_s, u"1"_s)); }, none);
-    row(
-        "no settings file at all",
-        [] { damageSettings("\0\xff[[[=\n@Variant(\0\0\0\x09\xff\xff\xff\xff)\n"_ba); }, none);
-    row(
-        "a value cut short",
-        [] { damageSettings("[General]\nzarvo.deviceHistory.v1=@Variant(\\0\\0\\0\\b\\0\\0\\0\\x3\\0"); },
-        none);
-}
-
-void WindowPhonesTest::survivesDamagedSettings()
-{
-    QFETCH(const std::function<void()>, damage);
-    damage();
-    QVERIFY(m->startWithPhone());
-    QTEST(openedHistory(), "texts");
-    m->choosePhone();
-    EVENTUALLY(!m->isBusy());
-    QVERIFY(m->restart()); // what is damaged does not keep the new entry from being stored
-    QVERIFY(openedHistory().contains(kHere));
-}
-
-void WindowPhonesTest::forgetsAPhone()
-{
-    store(QVariantList{entry(u"1"_s, u"А"_s, u"1"_s), entry(u"2"_s, u"Я"_s, u"2"_s)});
-    QVERIFY(m->startWithApps());
-    const QString first = u"А\niOS 1 • Не подключён"_s;
-    QCOMPARE(openedHistory(), (QStringList{first, kHere.toString(), u"Я\niOS 2 • Не подключён"_s}));
-    button(2)->setFocus();
-    QTest::keyClick(button(2), Qt::Key_Space);
-    QCOMPARE(history(), (QStringList{first, kHere.toString()}));
-    QCOMPARE(m->namesListed().size(), 3); // it was not the current one
-    QVERIFY(button(2)->hasFocus());       // what stands in its place now
-
-    button(1)->setFocus();
-    QTest::keyClick(button(1), Qt::Key_Space);
-    QCOMPARE(history(), QStringList{first});
-    QCOMPARE(m->namesListed(), QStringList());
-    QCOMPARE(m->find<QComboBox>("phonePicker")->currentIndex(), 0);
-    QVERIFY(m->restart());
-    QCOMPARE(openedHistory(), QStringList{first});
-}
-
-void WindowPhonesTest::clearsTheHistory()
-{
-    QVERIFY(m->startWithApps());
-    QCOMPARE(openedHistory(), QStringList{kHere.toString()});
-    QCOMPARE(button(1)->text(), u"Очистить историю"_s);
-    QTest::mouseClick(button(1), Qt::LeftButton);
-    QCOMPARE(history(), QStringList{kEmpty.toString()});
-    QVERIFY(!button(0)->isEnabled());
-    QCOMPARE(m->namesListed(), QStringList());
-    QVERIFY(m->restart());
-    QCOMPARE(openedHistory(), QStringList{kEmpty.toString()});
-}
-
-void WindowPhonesTest::changesNothingDuringAJob()
-{
-    QVERIFY(m->startWithApps());
-    QCOMPARE(openedHistory(), QStringList{kHere.toString()});
-    m->playStore(
-        [&](Scenario &tool) { tool.when({u"auth"}).awaits(m->tools.filePath(u"go"_s)).prints(u"{}"); });
-    m->press("checkAccount");
-    QVERIFY(m->isBusy());
-    for (const int index : {0, 1}) {
-        QTest::mouseClick(button(index), Qt::LeftButton);
-        QCOMPARE(history(), QStringList{kHere.toString()});
+        m->playDevice(); // now one of them is there, under another name
+        QVERIFY(m->restart());
+        QStringList expected{u"iPhone\niOS  • Не подключён"_s, u"Ю\niOS  • Подключён"_s,
+                             u"яблоко\niOS  • Не подключён"_s};
+        QCOMPARE(openedHistory(), expected);
+        m->choosePhone();
+        EVENTUALLY(!m->isBusy());
+        expected[1] = kHere;
+        QCOMPARE(history(), expected);
     }
-    QCOMPARE(m->namesListed().size(), 3);
-    m->tools.touch(u"go"_s);
-    EVENTUALLY(!m->isBusy());
-}
 
-void WindowPhonesTest::marksWhatIsConnected()
-{
-    QVERIFY(m->startWithApps());
-    QCOMPARE(openedHistory(), QStringList{kHere.toString()});
-    button(1)->setFocus();
-    poll(u"{\"devices\":[]}");
-    EVENTUALLY_EQUAL(history(), QStringList{kAway.toString()});
-    QVERIFY(button(1)->hasFocus());
-    shown("historyWindow").first()->close();
-    poll(uR"({"devices":[{"id":"PHONE-1","name":"Другое имя"}]})");
-    EVENTUALLY_EQUAL(m->phonesListed().size(), 2);
-    QCOMPARE(openedHistory(),
-             QStringList{kHere.toString()}); // by its id; the name is the one of the last choice
-}
+    // Entries that are none are left out, the others keep their order.
+    void survivesDamagedSettings()
+    {
+        const QString x = u"x"_s;
+        const QVariantMap one = entry(u"2"_s, u"Б"_s, u"16"_s);
+        const QVariantList mixed{one,
+                                 5,
+                                 x,
+                                 QVariantList{1},
+                                 entry({}, x, x),
+                                 entry(u""_s, x, x),
+                                 entry(7, x, x),
+                                 entry(x, {}, x),
+                                 entry(u"1"_s, u"А"_s, 17)};
+        const QStringList both{u"Б\niOS 16 • Не подключён"_s, u"А\niOS  • Не подключён"_s};
+        for (const QVariant &stored : {QVariant(mixed), QVariant(one), QVariant()}) {
+            m.emplace();
+            store(stored);
+            QFile file(Program::settingsFile());
+            QVERIFY(stored.isValid() ||
+                    (file.open(QIODevice::WriteOnly) && file.write("\0\xff[[[=\n@Variant(\0\0\x09"_ba) > 0));
+            file.close();
+            QVERIFY(m->startWithPhone());
+            QCOMPARE(openedHistory(), stored == mixed ? both : kEmpty);
+            m->choosePhone();
+            EVENTUALLY(!m->isBusy());
+            QVERIFY(m->restart()); // what is damaged does not keep the new entry from being stored
+            QVERIFY(openedHistory().contains(kHere));
+        }
+    }
 
-void WindowPhonesTest::closesWithKeys()
-{
-    QVERIFY(m->startWithApps());
-    for (const QKeyCombination keys : {QKeyCombination(Qt::Key_Escape), Qt::CTRL | Qt::Key_W}) {
+    void forgetsAPhone()
+    {
+        store(QVariantList{entry(u"1"_s, u"А"_s, u"1"_s), entry(u"2"_s, u"Я"_s, u"2"_s)});
+        QVERIFY(m->startWithApps());
+        const QString first = u"А\niOS 1 • Не подключён"_s;
+        QCOMPARE(openedHistory(), (QStringList{first, kHere, u"Я\niOS 2 • Не подключён"_s}));
+        pressWithKey(2);
+        QCOMPARE(history(), (QStringList{first, kHere}));
+        QCOMPARE(m->namesListed().size(), 3); // it was not the current one
+        QVERIFY(button(2)->hasFocus());       // what stands in its place now
+        pressWithKey(1);
+        QCOMPARE(history(), QStringList{first});
+        QCOMPARE(m->namesListed(), QStringList());
+        QCOMPARE(m->find<QComboBox>("phonePicker")->currentIndex(), 0);
+        QVERIFY(m->restart());
+        QCOMPARE(openedHistory(), QStringList{first});
+    }
+
+    void clearsTheHistory()
+    {
+        QVERIFY(m->startWithApps());
+        QCOMPARE(openedHistory(), QStringList{kHere});
+        m->storeSaysLater({u"auth"}, u"{}");
+        m->press("checkAccount");
+        for (const int index : {0, 1}) {
+            QTest::mouseClick(button(index), Qt::LeftButton);
+            QCOMPARE(history(), QStringList{kHere}); // nothing changes during a job
+        }
+        m->go();
+        EVENTUALLY(!m->isBusy());
+        QCOMPARE(m->namesListed().size(), 3);
+        QCOMPARE(button(1)->text(), u"Очистить историю"_s);
+        QTest::mouseClick(button(1), Qt::LeftButton);
+        QCOMPARE(history(), kEmpty);
+        QVERIFY(!button(0)->isEnabled());
+        QCOMPARE(m->namesListed(), QStringList());
+        QVERIFY(m->restart());
+        QCOMPARE(openedHistory(), kEmpty);
+    }
+
+    // By its identifier; the name is the one of the last choice.
+    void marksWhatIsConnected()
+    {
+        QVERIFY(m->startWithApps());
+        QCOMPARE(openedHistory(), QStringList{kHere});
+        button(1)->setFocus();
+        m->deviceSays({u"devices"}, u"{\"devices\":[]}");
+        m->ask("refresh");
+        EVENTUALLY_EQUAL(history(), QStringList{kAway});
+        QVERIFY(button(1)->hasFocus());
+        shown("historyWindow").first()->close();
+        m->deviceSays({u"devices"}, uR"({"devices":[{"id":"PHONE-1","name":"Другое имя"}]})");
+        m->ask("refresh");
+        EVENTUALLY_EQUAL(m->phonesListed().size(), 2);
+        QCOMPARE(openedHistory(), QStringList{kHere});
+    }
+
+    void closesWithKeys()
+    {
+        QVERIFY(m->startWithApps());
+        for (const QKeyCombination keys : {QKeyCombination(Qt::Key_Escape), Qt::CTRL | Qt::Key_W}) {
+            openedHistory();
+            QWidget *window = shown("historyWindow").value(0);
+            QTest::keyClick(window, keys.key(), keys.keyboardModifiers());
+            QVERIFY2(window->isHidden(), qPrintable(QKeySequence(keys).toString()));
+        }
         openedHistory();
-        QWidget *window = shown("historyWindow").value(0);
-        QVERIFY(window);
-        QTest::keyClick(window, keys.key(), keys.keyboardModifiers());
-        QVERIFY2(window->isHidden(), qPrintable(QKeySequence(keys).toString()));
+        bool hasQuit = false;
+        for (QAction *action : m->window()->findChildren<QAction *>())
+            connect(action, &QAction::triggered, action,
+                    [&, action] { hasQuit |= action->text() == u"Завершить Zarvo"; });
+        QTest::keyClick(shown("historyWindow").first(), Qt::Key_Q, Qt::ControlModifier);
+        QVERIFY(hasQuit);
     }
-    openedHistory();
-    bool hasQuit = false;
-    const auto actions = m->window()->findChildren<QAction *>();
-    for (QAction *action : actions) {
-        if (action->text() == u"Завершить Zarvo")
-            QObject::connect(action, &QAction::triggered, action, [&] { hasQuit = true; });
-    }
-    QTest::keyClick(shown("historyWindow").first(), Qt::Key_Q, Qt::ControlModifier);
-    QVERIFY(hasQuit);
-}
+};
 
 QTEST_MAIN(WindowPhonesTest)
 #include "tst_window_phones.moc"
