@@ -87,14 +87,12 @@ double bareTime(const QString &folder)
 {
     const QString unzip = u"/usr/bin/unzip"_s;
     const QString ipa = folder + u"/app.ipa"_s;
-    std::vector<double> times;
-    for (int round = 0; round < kToolRuns; ++round) {
-        times.push_back(
-            runBare({folder + u"/Tools/ipatool"_s, u"download"_s, u"--output"_s, folder + u"/bare.ipa"_s})
-                .seconds +
-            runBare({unzip, u"-tqq"_s, ipa}).seconds + runBare({unzip, u"-Z1"_s, ipa}).seconds +
-            runBare({unzip, u"-p"_s, ipa, u"Payload/App.app/Info.plist"_s}).seconds);
-    }
+    std::vector<double> times(kToolRuns);
+    for (double &time : times)
+        time = runBare({folder + u"/Tools/ipatool"_s, u"download"_s, u"--output"_s, folder + u"/bare.ipa"_s})
+                   .seconds +
+               runBare({unzip, u"-tqq"_s, ipa}).seconds + runBare({unzip, u"-Z1"_s, ipa}).seconds +
+               runBare({unzip, u"-p"_s, ipa, u"Payload/App.app/Info.plist"_s}).seconds;
     return median(times);
 }
 

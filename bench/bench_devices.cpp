@@ -12,10 +12,10 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-constexpr int kRounds = 15;
+constexpr int kCommandRounds = 15;
 constexpr int kUploadRounds = 3;
-constexpr int kApps = 600;
-constexpr int kPatience = 20'000; // ms, for the phones to come
+constexpr int kPhoneApps = 600;
+constexpr int kPlugPatience = 20'000; // ms, for the phones to come
 constexpr qint64 kUpload = 1'000'000'000;
 constexpr double kDevicesSeconds = 0.1;
 constexpr double kAppsSeconds = 1.0;
@@ -48,12 +48,12 @@ bool startPhones(QProcess &process, const QString &program, const QString &folde
     QFile config(folder + u"/phones.json"_s);
     if (!config.open(QIODevice::WriteOnly))
         return false;
-    const QJsonArray phones{phone(kPhone, kApps), phone(kOther, 0)};
+    const QJsonArray phones{phone(kPhone, kPhoneApps), phone(kOther, 0)};
     config.write(QJsonDocument(QJsonObject{{"phones"_L1, phones}}).toJson());
     config.close();
     qputenv("USBMUXD_SOCKET_ADDRESS", QFile::encodeName(u"UNIX:"_s + socket));
     process.start(program, {u"--socket"_s, socket, u"--config"_s, config.fileName()});
-    return process.waitForReadyRead(kPatience) && process.readAllStandardOutput().contains("ready");
+    return process.waitForReadyRead(kPlugPatience) && process.readAllStandardOutput().contains("ready");
 }
 
 struct Work
@@ -90,7 +90,7 @@ std::pair<Runs, Runs> compare(const Work &work, int rounds)
 
 void compareTimes(const Work &work, double limit)
 {
-    const auto [ours, theirs] = compare(work, kRounds);
+    const auto [ours, theirs] = compare(work, kCommandRounds);
     const double seconds = median(ours.seconds);
     report(work.name + (theirs.failed ? u" (the other program failed)"_s : QString()),
            u"%1 ms over %2 ms, ratio %3"_s.arg(seconds * 1e3, 0, 'f', 1)
@@ -124,7 +124,7 @@ void benchDevices(const QString &tool, const QString &virtualPhone, const QStrin
     compareTimes(
         {u"devices, two phones, over idevice_id -l"_s, {tool, u"devices"_s}, {u"idevice_id"_s, u"-l"_s}},
         kDevicesSeconds);
-    compareTimes({u"apps, %1 apps, over ideviceinstaller -l"_s.arg(kApps),
+    compareTimes({u"apps, %1 apps, over ideviceinstaller -l"_s.arg(kPhoneApps),
                   {tool, u"apps"_s, kPhone},
                   {u"ideviceinstaller"_s, u"-u"_s, kPhone, u"-l"_s}},
                  kAppsSeconds);

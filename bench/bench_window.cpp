@@ -24,7 +24,7 @@ constexpr double kKeystroke = 0.016;
 constexpr double kLongestBlock = 0.050;
 constexpr double kStart = 0.200;
 constexpr double kStartMemory = 70;
-constexpr auto kPatience = std::chrono::seconds(60);
+constexpr auto kListPatience = std::chrono::seconds(60);
 
 QByteArray appsReply(int count)
 {
@@ -58,7 +58,7 @@ esac)");
 class Heartbeat : public QObject
 {
 public:
-    Heartbeat() { m_timer = startTimer(1); }
+    Heartbeat() { startTimer(1); }
     void reset()
     {
         m_last = now();
@@ -75,7 +75,6 @@ protected:
     }
 
 private:
-    int m_timer = 0;
     double m_last = now();
     double m_longest = 0;
 };
@@ -109,7 +108,7 @@ void measureList(int count, const QString &folder, bool strict)
     auto *picker = window->findChild<QComboBox *>(u"phonePicker"_s);
     auto *table = window->findChild<QTableView *>(u"table"_s);
     auto *search = window->findChild<QLineEdit *>(u"search"_s);
-    const int patience = static_cast<int>(std::chrono::milliseconds(kPatience).count());
+    const int patience = static_cast<int>(std::chrono::milliseconds(kListPatience).count());
     const bool found = QTest::qWaitFor([&] { return picker->count() == 2 && picker->isEnabled(); }, patience);
     Heartbeat heartbeat;
     heartbeat.reset();

@@ -17,7 +17,7 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-constexpr int kAskingTime = 1200; // the store's answer to what was typed, ms
+constexpr int kCheckingTime = 1200; // the store's answer to what was typed, ms
 constexpr std::string_view kWrongPassword = "wrong";
 constexpr std::string_view kCode = "123456";
 constexpr std::size_t kLongestLine = 4096;
@@ -40,7 +40,7 @@ public:
     std::string_view text() const { return {m_bytes.data(), m_size}; }
 
 private:
-    std::array<char, kLongestLine> m_bytes;
+    std::array<char, kLongestLine> m_bytes{};
     std::size_t m_size = 0;
 };
 
@@ -49,8 +49,8 @@ class Terminal
 {
 public:
     explicit Terminal(bool raw)
+        : m_there(::tcgetattr(STDIN_FILENO, &m_before) == 0)
     {
-        m_there = ::tcgetattr(STDIN_FILENO, &m_before) == 0;
         termios during = m_before;
         if (raw)
             ::cfmakeraw(&during);
@@ -124,7 +124,7 @@ bool isLatin(std::string_view text)
 
 void askStore()
 {
-    QThread::msleep(static_cast<unsigned long>(demoMilliseconds(kAskingTime)));
+    QThread::msleep(static_cast<unsigned long>(demoMilliseconds(kCheckingTime)));
 }
 
 } // namespace

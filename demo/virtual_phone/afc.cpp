@@ -25,7 +25,7 @@ using namespace Qt::StringLiterals;
 namespace {
 
 constexpr qint64 kMaxRequest = 1 << 20; // but for what is written into files
-constexpr qint64 kBlock = 512 * 1024;
+constexpr qint64 kBlock = 512 << 10;
 constexpr qint64 kMaxRead = 8 << 20;
 constexpr int kBlockSize = 4096;
 constexpr quint64 kNanoseconds = 1'000'000'000;

@@ -21,7 +21,7 @@ namespace {
 
 constexpr qsizetype kMaxListing = 64 << 20;
 constexpr qsizetype kMaxEntry = 16 << 20;
-constexpr qsizetype kBlock = 64 << 10;
+constexpr qsizetype kReadBlock = 64 << 10;
 
 /// The environment without anybody's habits for unzip, and with UTF-8 for the names of entries.
 std::vector<char *> environmentForUnzip()
@@ -41,6 +41,7 @@ std::vector<char *> environmentForUnzip()
 pid_t start(std::vector<std::string> arguments, int output)
 {
     std::vector<char *> pointers;
+    pointers.reserve(arguments.size() + 1);
     for (std::string &argument : arguments)
         pointers.push_back(argument.data());
     pointers.push_back(nullptr);
@@ -79,7 +80,7 @@ std::optional<QByteArray> unzip(const QByteArray &option, const QString &path, c
     const pid_t child = start(arguments, ends[1]);
     ::close(ends[1]);
     QByteArray output;
-    QByteArray block(kBlock, Qt::Uninitialized);
+    QByteArray block(kReadBlock, Qt::Uninitialized);
     for (ssize_t got = 1; got > 0 && output.size() <= most;) {
         got = ::read(ends[0], block.data(), static_cast<size_t>(block.size()));
         output.append(block.constData(), std::max<ssize_t>(got, 0));

@@ -8,8 +8,8 @@
 
 namespace {
 
-constexpr quint32 kMaxMessage = 16 << 20;
-constexpr Framing kFraming{.header = 4, .lengthAt = 0, .lengthBytes = 4, .bigEndian = true};
+constexpr quint32 kMaxPlist = 16 << 20;
+constexpr Framing kPlistFraming{.header = 4, .lengthAt = 0, .lengthBytes = 4, .bigEndian = true};
 
 } // namespace
 
@@ -23,11 +23,11 @@ PlistPort::PlistPort(Channel &channel, PlistFormat format, Layer layer, std::sha
 
 std::optional<QVariantMap> PlistPort::receive()
 {
-    const auto header = m_channel.read(kFraming.header);
+    const auto header = m_channel.read(kPlistFraming.header);
     if (!header)
         return std::nullopt;
     const auto size = qFromBigEndian<quint32>(header->constData());
-    if (size > kMaxMessage)
+    if (size > kMaxPlist)
         return std::nullopt;
     const auto body = m_channel.read(size);
     return body ? decodePlist(*body) : std::nullopt;
@@ -40,9 +40,9 @@ bool PlistPort::send(const QVariantMap &message)
     if (blow)
         blow->retype(value);
     const QByteArray body = encodePlist(value, m_format);
-    QByteArray frame(kFraming.header, Qt::Uninitialized);
+    QByteArray frame(kPlistFraming.header, Qt::Uninitialized);
     qToBigEndian(static_cast<quint32>(body.size()), frame.data());
-    return sendFrame(m_channel, frame + body, kFraming, blow);
+    return sendFrame(m_channel, frame + body, kPlistFraming, blow);
 }
 
 bool sendFrame(Channel &channel, QByteArray frame, const Framing &framing, std::optional<Blow> &blow)

@@ -13,7 +13,7 @@ namespace {
 struct Service
 {
     QLatin1StringView name;
-    void (*serve)(const Connection &);
+    void (*serve)(const Connection &) = nullptr;
 };
 
 const QString kLockdown = u"com.apple.mobile.lockdown"_s;

@@ -16,11 +16,11 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-constexpr quint32 kHeaderSize = 16;
+constexpr quint32 kMuxHeader = 16;
 constexpr quint32 kMaxMessage = 4 << 20;
 constexpr quint32 kPlistVersion = 1;
 constexpr quint32 kPlistMessage = 8;
-constexpr Framing kFraming{.header = kHeaderSize, .lengthAt = 0, .lengthBytes = 4, .bigEndian = false};
+constexpr Framing kFraming{.header = kMuxHeader, .lengthAt = 0, .lengthBytes = 4, .bigEndian = false};
 
 constexpr int kProductId = 0x12A8;
 constexpr int kSpeed = 480'000'000; // bits in a second
@@ -82,8 +82,8 @@ bool sendMessage(Channel &channel, quint32 tag, const QVariantMap &message,
     if (blow)
         blow->retype(value);
     const QByteArray body = encodePlist(value);
-    QByteArray frame(kHeaderSize, Qt::Uninitialized);
-    const std::array<quint32, 4> header{kHeaderSize + static_cast<quint32>(body.size()), kPlistVersion,
+    QByteArray frame(kMuxHeader, Qt::Uninitialized);
+    const std::array<quint32, 4> header{kMuxHeader + static_cast<quint32>(body.size()), kPlistVersion,
                                         kPlistMessage, tag};
     qToLittleEndian<quint32>(header.data(), header.size(), frame.data());
     return sendFrame(channel, frame + body, kFraming, blow);
@@ -125,15 +125,15 @@ void MuxClient::run()
 
 std::optional<QVariantMap> MuxClient::receive()
 {
-    const auto header = m_channel->read(kHeaderSize);
+    const auto header = m_channel->read(kMuxHeader);
     if (!header)
         return std::nullopt;
     std::array<quint32, 4> fields{};
     qFromLittleEndian<quint32>(header->constData(), fields.size(), fields.data());
-    if (fields[0] < kHeaderSize || fields[0] > kMaxMessage)
+    if (fields[0] < kMuxHeader || fields[0] > kMaxMessage)
         return std::nullopt;
     m_tag = fields[3];
-    const auto body = m_channel->read(fields[0] - kHeaderSize);
+    const auto body = m_channel->read(fields[0] - kMuxHeader);
     if (!body)
         return std::nullopt;
     // Clients older than property lists are told that they are not understood.

@@ -8,6 +8,8 @@
 /// does not fit any more begins a new line. Height depends on width.
 class RowLayout : public QLayout
 {
+    Q_DISABLE_COPY_MOVE(RowLayout)
+
 public:
     RowLayout(QWidget *parent, int spacing);
     ~RowLayout() override;

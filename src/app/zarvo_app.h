@@ -75,6 +75,7 @@ private:
 class ZarvoApp : public QObject
 {
     Q_OBJECT
+    Q_DISABLE_COPY_MOVE(ZarvoApp)
 
 public:
     /// `resourcePath` is the folder that holds Tools/, the logo and the help page.
@@ -158,7 +159,7 @@ private:
     void showDownload(const QString &email, const QString &file);
     void downloadAll();
     bool downloadEach(const QList<AppRow> &all, const QString &parent, bool exact, Error *error); // worker
-    void finishBatch(const QString &summary, const QString &folder);                              // worker
+    void finishBatch(const QString &summary, const QString &folder, const QString &advice);       // worker
 
     // Devices (device/)
     std::optional<DeviceReply> device(const QStringList &arguments, Error *error); // worker

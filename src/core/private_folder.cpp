@@ -32,7 +32,7 @@ struct Entry
     bool isMade = false; // enrolled before it is made, so that none can be overlooked
 };
 
-struct Registry
+struct FolderRegistry
 {
     std::mutex mutex; // never held while a file system is asked: that of a dead server does not answer
     std::condition_variable changed;
@@ -46,10 +46,10 @@ struct Registry
     }
 };
 
-Registry &registry()
+FolderRegistry &folderRegistry()
 {
     static auto *const shared =
-        new Registry; // outlives every thread, also those that are not waited for at exit
+        new FolderRegistry; // outlives every thread, also those that are not waited for at exit
     return *shared;
 }
 
@@ -75,7 +75,7 @@ void removeTree(const QString &path)
 
 bool enroll(const QString &path)
 {
-    Registry &all = registry();
+    FolderRegistry &all = folderRegistry();
     const std::lock_guard lock(all.mutex);
     if (!all.closed)
         all.alive.push_back({path});
@@ -84,7 +84,7 @@ bool enroll(const QString &path)
 
 void forget(const QString &path)
 {
-    Registry &all = registry();
+    FolderRegistry &all = folderRegistry();
     const std::lock_guard lock(all.mutex);
     std::erase_if(all.alive, [&path](const Entry &entry) { return entry.path == path; });
     all.changed.notify_all();
@@ -92,7 +92,7 @@ void forget(const QString &path)
 
 bool isAlive(const QString &path)
 {
-    Registry &all = registry();
+    FolderRegistry &all = folderRegistry();
     const std::lock_guard lock(all.mutex);
     return all.find(path) != all.alive.end();
 }
@@ -100,7 +100,7 @@ bool isAlive(const QString &path)
 // False when the program has begun to leave while the folder was being made.
 bool markMade(const QString &path)
 {
-    Registry &all = registry();
+    FolderRegistry &all = folderRegistry();
     const std::lock_guard lock(all.mutex);
     if (const auto entry = all.find(path); entry != all.alive.end())
         entry->isMade = true;
@@ -111,7 +111,7 @@ bool markMade(const QString &path)
 // Body of a thread on the way out of the program.
 void removeOnceMade(const QString &path)
 {
-    Registry &all = registry();
+    FolderRegistry &all = folderRegistry();
     {
         std::unique_lock lock(all.mutex);
         all.changed.wait(lock, [&] {
@@ -197,7 +197,7 @@ void PrivateFolder::remove()
 
 void PrivateFolder::leaveHolderOf(const QString &file)
 {
-    Registry &all = registry();
+    FolderRegistry &all = folderRegistry();
     const std::lock_guard lock(all.mutex);
     std::erase_if(all.alive, [&file](const Entry &entry) { return file.startsWith(entry.path + u'/'); });
     all.changed.notify_all();
@@ -205,7 +205,7 @@ void PrivateFolder::leaveHolderOf(const QString &file)
 
 bool PrivateFolder::removeAll(std::chrono::milliseconds limit)
 {
-    Registry &all = registry();
+    FolderRegistry &all = folderRegistry();
     std::vector<Entry> left;
     {
         const std::lock_guard lock(all.mutex);

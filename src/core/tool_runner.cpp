@@ -128,10 +128,8 @@ private:
     {
         m_child->terminate();
         // Asked again: a run that has been cancelled by now counts as cancelled, whatever stopped it.
-        const QString reason = isCancelled()
-                                   ? u"Операция отменена."_s
-                                   : u"Время ожидания истекло. Проверьте подключение и повторите попытку."_s;
-        return Fail(error, ZarvoError(reason));
+        const QStringView reason = isCancelled() ? u"Операция отменена." : kTimedOutMessage;
+        return Fail(error, ZarvoError(reason.toString()));
     }
 
     const RunHooks &m_hooks;

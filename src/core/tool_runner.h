@@ -47,6 +47,10 @@ struct RunLimits
     std::optional<QList<QByteArray>> environment;
 };
 
+/// The message of a run that was ended because its time had passed.
+inline constexpr QStringView kTimedOutMessage =
+    u"Время ожидания истекло. Проверьте подключение и повторите попытку.";
+
 /// Runs the executable `path` (absolute) with `arguments` (no shell, UTF-8), waits for its end and returns
 /// what it printed. Blocks the calling thread; any thread, any number of runs at once. The child has no
 /// input, no descriptor but its two outputs, a session of its own, and ends with this process at the latest

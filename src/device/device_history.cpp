@@ -19,7 +19,7 @@ namespace {
 
 const QString kProgram = u"Zarvo"_s; // organisation and application
 const QString kSettingsKey = u"zarvo.deviceHistory.v1"_s;
-constexpr QSize kWindowSize{640, 400};
+constexpr QSize kHistorySize{640, 400};
 constexpr int kSpacing = 16;
 constexpr int kMargin = 20;
 
@@ -178,7 +178,7 @@ void ZarvoApp::refreshHistory()
 void ZarvoApp::showHistory()
 {
     if (!historyWindow) {
-        historyWindow = MakeSecondWindow(window.get(), u"Ранее подключённые устройства"_s, kWindowSize);
+        historyWindow = MakeSecondWindow(window.get(), u"Ранее подключённые устройства"_s, kHistorySize);
         historyWindow->setObjectName(u"historyWindow"_s);
         auto *content = new FlippedView;
         historyStack = new QVBoxLayout(content);

@@ -12,7 +12,7 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-constexpr QSize kWindowSize{680, 620};
+constexpr QSize kInformationSize{680, 620};
 constexpr double kTextSize = 14;
 constexpr int kInset = 18;
 
@@ -53,7 +53,7 @@ void ZarvoApp::showDetails(const QString &text)
     view->document()->setDocumentMargin(Scaled(kInset));
     view->setFont(FontOfSize(kTextSize));
 
-    QWidget *shown = MakeSecondWindow(window.get(), u"Сведения об iPhone"_s, kWindowSize);
+    QWidget *shown = MakeSecondWindow(window.get(), u"Сведения об iPhone"_s, kInformationSize);
     shown->setObjectName(u"infoWindow"_s);
     shown->setAttribute(Qt::WA_DeleteOnClose);
     auto *layout = new QVBoxLayout(shown);

@@ -14,6 +14,6 @@ std::optional<DeviceReply> LastDeviceReply(const ToolResult &result);
 /// the answer has an `error` key, with that text or, lacking one, with the advice to unlock the phone.
 std::optional<DeviceReply> JudgeDeviceRun(const ToolResult &result, Error *error = nullptr);
 
-/// The phones that a poll found: none whenever the run failed in any way (`result` absent: it did not end). Says
-/// in `error` why there is no answer, unless the run has said so itself by being absent.
+/// The phones that a poll found: none whenever the run failed in any way (`result` absent: it did not end).
+/// Says in `error` why there is no answer, unless the run has said so itself by being absent.
 QList<PhoneEntry> DiscoveredPhones(const std::optional<ToolResult> &result, Error *error = nullptr);

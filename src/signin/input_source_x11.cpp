@@ -150,7 +150,7 @@ int X11InputSource::currentGroup() const
 
 QString X11InputSource::current()
 {
-    const QString identifier = groups().value(currentGroup()).identifier;
+    QString identifier = groups().value(currentGroup()).identifier;
     lookAgain();
     return identifier;
 }

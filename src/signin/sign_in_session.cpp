@@ -2,6 +2,7 @@
 
 #include "signin/sign_in_terminal.h"
 #include "signin/sign_in_window.h"
+#include "store/store_failure_messages.h"
 
 #include <QCoreApplication>
 #include <QLabel>
@@ -85,6 +86,7 @@ void LegacyAuth::launchWithAccount(const QString &name, SecretText secret)
     transcript.clear();
     m_decoder = {};
     m_dialogue = {};
+    advice->hide();
     enter(SignInStep::Waiting);
 
     Error error;
@@ -92,9 +94,10 @@ void LegacyAuth::launchWithAccount(const QString &name, SecretText secret)
     if (!terminal)
         return fail(error.message);
     master = std::move(terminal->master);
-    if (!startTool(terminal->slave))
+    if (!startTool(terminal->slave, &error))
         return fail(
-            u"Модуль входа не запустился на этом Mac. Проверьте версию системы и сборку приложения."_s);
+            u"Модуль входа не запустился на этом Mac. Проверьте версию системы и сборку приложения."_s,
+            error.message);
     terminal->slave.reset();
     watch();
     deadline = m_now() + kStageLimit;
@@ -106,14 +109,14 @@ void LegacyAuth::launchWithAccount(const QString &name, SecretText secret)
 // The terminal also becomes the one that controls the tool's session. Then prompts that go past standard
 // input to /dev/tty are seen here as well, and closing our side hangs up on the tool and on whatever it
 // started.
-bool LegacyAuth::startTool(const FileDescriptor &slave)
+bool LegacyAuth::startTool(const FileDescriptor &slave, Error *error)
 {
     ChildProcess::Options options;
     options.path = path;
     options.arguments = {u"--format"_s, u"json"_s, u"auth"_s, u"login"_s};
     options.input = options.output = options.error = slave.get();
     options.controllingTerminal = true;
-    process = ChildProcess::start(options);
+    process = ChildProcess::start(options, error);
     return process != nullptr;
 }
 
@@ -136,7 +139,8 @@ void LegacyAuth::tick(const std::shared_ptr<ChildProcess> &child)
     if (ended && readAll)
         return finishProcess(child);
     if (deadline < m_now())
-        return fail(u"Время ожидания входа истекло. Проверьте интернет и повторите попытку."_s);
+        return fail(u"Время ожидания входа истекло. Проверьте интернет и повторите попытку."_s,
+                    m_dialogue.sentAccount ? QString() : MuteToolAdvice());
     resendButton->setEnabled(mayResend());
 }
 
@@ -159,7 +163,7 @@ bool LegacyAuth::readAvailable()
 {
     if (!master.isOpen())
         return true;
-    std::array<char, kPiece> piece;
+    std::array<char, kPiece> piece{};
     bool readAll = false;
     for (int count = 0; count < kPiecesAtOnce && !readAll; ++count) {
         const ssize_t size = ::read(master.get(), piece.data(), piece.size());
@@ -251,8 +255,9 @@ void LegacyAuth::finishProcess(const std::shared_ptr<ChildProcess> &child)
         return;
     const bool success = IsSignedIn(transcript, child->terminationStatus());
     const QString reason = SignInFailure(transcript);
+    const QString why = ForeignToolAdvice(transcript);
     if (!success)
-        return fail(reason);
+        return fail(reason, why);
     stopProcess();
     clearSecrets();
     message->setText(u"Вход выполнен."_s);
@@ -284,13 +289,15 @@ void LegacyAuth::clearSecrets()
     code->clearSecret();
 }
 
-void LegacyAuth::fail(const QString &text)
+void LegacyAuth::fail(const QString &text, const QString &why)
 {
     stopProcess();
     clearSecrets();
     m_dialogue = {};
     enter(SignInStep::Editing);
     message->setText(text);
+    advice->setText(why);
+    advice->setVisible(!why.isEmpty());
 }
 
 void LegacyAuth::tearDown()

@@ -42,6 +42,7 @@ enum class SignInStep {
 class LegacyAuth : public QObject
 {
     Q_OBJECT
+    Q_DISABLE_COPY_MOVE(LegacyAuth)
 
 public:
     /// True when the user is signed in; false when he gave up.
@@ -64,7 +65,7 @@ private:
     // Session (signin/sign_in_session.cpp)
     void start();
     void launchWithAccount(const QString &name, SecretText secret);
-    bool startTool(const FileDescriptor &slave);
+    bool startTool(const FileDescriptor &slave, Error *error);
     void watch();
     bool send(QStringView text);
     bool readAvailable();
@@ -76,7 +77,7 @@ private:
     void finishProcess(const std::shared_ptr<ChildProcess> &child);
     void stopProcess();
     void clearSecrets();
-    void fail(const QString &text);
+    void fail(const QString &text, const QString &why = {});
     void tearDown();
     void close(bool success);
     void cancel();
@@ -132,6 +133,7 @@ private:
     QLabel *keyboardNote = nullptr;
     SecretField *code = nullptr;
     QLabel *message = nullptr;
+    QLabel *advice = nullptr; // what is wrong with the tool itself; hidden otherwise
     QPushButton *resendButton = nullptr;
     QPushButton *startButton = nullptr;
     QPushButton *codeButton = nullptr;

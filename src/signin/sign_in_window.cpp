@@ -174,7 +174,10 @@ void LegacyAuth::buildFields(QVBoxLayout *stack, const QString &proposed)
     message =
         named(ZarvoLabel(u"Введите логин и пароль локально. Не отправляйте пароль или код в чат."_s, false),
               "message");
-    for (QWidget *wide : std::initializer_list<QWidget *>{account, password, keyboardNote, code, message})
+    advice = named(ZarvoLabel({}, false), "advice");
+    advice->hide();
+    for (QWidget *wide :
+         std::initializer_list<QWidget *>{account, password, keyboardNote, code, message, advice})
         stack->addWidget(wide);
 }
 

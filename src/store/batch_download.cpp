@@ -1,6 +1,8 @@
 #include "store/batch_download.h"
 
 #include "app/desktop_services.h"
+#include "app/main_window.h"
+#include "app/view_factories.h"
 #include "app/zarvo_app.h"
 #include "core/file_descriptor.h"
 #include "core/private_folder.h"
@@ -178,22 +180,30 @@ bool ZarvoApp::downloadEach(const QList<AppRow> &all, const QString &parent, boo
         return false;
     const StayAwake awake(u"Загрузка приложений"_s);
     QList<BatchEntry> report = NewBatchReport(all);
+    QString advice;
     for (qsizetype i = 0; i < all.size() && !cancelled; ++i) {
         Error failure;
         const auto file = downloadWorker(all[i], all[i].storeID, *folder, exact, &failure);
         NoteOutcome(report[i], file.value_or(QString()), failure.message, cancelled);
+        if (!failure.advice.isEmpty())
+            advice = failure.advice;
         if (!WriteBatchReport(*folder, BatchReportJSON(report), error))
             return false;
         if (cancelled || EndsBatch(report[i]))
             break;
     }
-    finishBatch(BatchSummary(report), *folder);
+    finishBatch(BatchSummary(report), *folder, advice);
     return true;
 }
 
-void ZarvoApp::finishBatch(const QString &summary, const QString &folder)
+// What ails the tool is not in the report, and would ail it the next time too.
+void ZarvoApp::finishBatch(const QString &summary, const QString &folder, const QString &advice)
 {
     setStatus(summary);
     setTransfer(folder);
-    onMain([this, summary] { notifyUnlessWatched(summary); });
+    onMain([this, summary, advice] {
+        notifyUnlessWatched(summary);
+        if (!advice.isEmpty())
+            MakeAlert(window.get(), summary, advice, {{u"Понятно"_s, {}}})->show();
+    });
 }

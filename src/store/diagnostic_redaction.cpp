@@ -21,7 +21,7 @@ constexpr qsizetype maximumLength = 1400; // of a diagnostic, in UTF-16 units
 
 struct Rule
 {
-    Redaction::Found (*find)(QStringView text, qsizetype from);
+    Redaction::Found (*find)(QStringView text, qsizetype from) = nullptr;
     QStringView replacement;
 };
 

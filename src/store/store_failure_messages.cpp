@@ -64,7 +64,8 @@ QString adviceFor(const QString &diagnostic)
 }
 
 // What a tool says that is not, or not yet, the one that this program is made for.
-constexpr std::array<QStringView, 3> foreignTool{u"unknown command", u"unknown flag", u"unknown shorthand"};
+constexpr std::array<QStringView, 4> foreignTool{u"unknown command", u"unknown flag", u"unknown shorthand",
+                                                 u"required flag"};
 
 } // namespace
 
@@ -76,13 +77,25 @@ QString ZarvoStoreFailure(const ToolResult &result, const KnownSecrets &known)
     return adviceFor(diagnostic) + u"\n\nКод модуля: "_s + QString::number(result.code) + u". "_s + reason;
 }
 
-QString StoreToolAdvice(const ToolResult &result)
+QString ForeignToolAdvice(const QString &said)
 {
-    const QString diagnostic = ZarvoSafeStoreDiagnostic(result).toLower();
+    const QString text = said.toLower();
     const bool isForeign = std::any_of(foreignTool.begin(), foreignTool.end(),
-                                       [&](QStringView words) { return diagnostic.contains(words); });
+                                       [&](QStringView words) { return text.contains(words); });
     return isForeign ? u"Эта версия ipatool не подходит: она не знает того, что ей поручено. Замените её "
                        u"более новой, как "
                        "описано в инструкции."_s
                      : QString();
+}
+
+QString StoreToolAdvice(const ToolResult &result)
+{
+    return ForeignToolAdvice(ZarvoSafeStoreDiagnostic(result));
+}
+
+QString MuteToolAdvice()
+{
+    return u"Если так каждый раз, возможно, эта ipatool ждёт того, чего Zarvo ей не скажет. Замените её "
+           u"подходящей, "
+           "как описано в инструкции."_s;
 }

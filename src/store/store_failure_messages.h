@@ -6,11 +6,17 @@
 
 #include <QString>
 
-/// What the user can do, an empty line, the tool's exit code and its redacted reason, in which nothing
-/// of `known` is left. The advice is chosen by
-/// the redacted reason too, so that nothing of the tool's raw output gets further. Never empty. Any thread.
+/// What the user can do, an empty line, the tool's exit code and its redacted reason, in which nothing of
+/// `known` is left. The advice is chosen by the redacted reason too, so that nothing of the tool's raw output
+/// gets further. Never empty. Any thread.
 QString ZarvoStoreFailure(const ToolResult &result, const KnownSecrets &known = {});
 
 /// What to do about a run that failed because the tool does not know what it was told to do: it is too old,
 /// or another program. Empty for every other failure. Any thread.
 QString StoreToolAdvice(const ToolResult &result);
+
+/// The same for what a tool has `said` in a dialogue.
+QString ForeignToolAdvice(const QString &said);
+
+/// What to do about a tool that did not answer in time, should it never do. Any thread.
+QString MuteToolAdvice();

@@ -10,7 +10,7 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-bool tellsOfFailure(const QJsonObject &object)
+bool saysItFailed(const QJsonObject &object)
 {
     const auto success = object.constFind("success"_L1);
     return object.contains("error"_L1) || (success != object.constEnd() && !JSONTruth(*success));
@@ -29,7 +29,7 @@ bool StoreRunSucceeded(int code, const QString &output)
         return false;
     bool failed = false;
     VisitJSON(output, [&failed](const QJsonObject &object) {
-        failed = tellsOfFailure(object);
+        failed = saysItFailed(object);
         return !failed;
     });
     return !failed;
@@ -60,8 +60,11 @@ std::optional<QString> ZarvoApp::store(const QStringList &arguments, RunTimeout 
 {
     const QStringList all = QStringList{u"--non-interactive"_s, u"--format"_s, u"json"_s} + arguments;
     const auto result = command(u"ipatool"_s, all, timeout, tick, error);
-    if (!result)
+    if (!result) {
+        if (error && error->message == kTimedOutMessage)
+            error->advice = MuteToolAdvice();
         return std::nullopt;
+    }
     const QString output = CombinedOutput(*result);
     if (StoreRunSucceeded(result->code, output))
         return output;

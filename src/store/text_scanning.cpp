@@ -56,7 +56,7 @@ bool isBoundaryBefore(QStringView text, qsizetype position)
     constexpr uint32_t wordCategories = U_GC_M_MASK | U_GC_ND_MASK | U_GC_PC_MASK;
     const char16_t *units = text.utf16();
     while (position > 0) {
-        UChar32 c;
+        UChar32 c = 0;
         U16_PREV(units, 0, position, c);
         if (u_charType(c) == U_FORMAT_CHAR || u_hasBinaryProperty(c, UCHAR_GRAPHEME_EXTEND))
             continue;

@@ -15,7 +15,7 @@ using Clock = std::chrono::steady_clock;
 
 namespace {
 
-constexpr auto kPatience = 30s; // for a loaded machine under a sanitizer
+constexpr auto kProgramPatience = 30s; // for a loaded machine under a sanitizer
 constexpr auto kLongestEnd = 10s;
 constexpr auto kLook = 1ms;
 
@@ -55,6 +55,7 @@ bool PilotedProgram::start(const QString &resources, const QString &destination,
         return false;
     std::vector<QByteArray> line = commandLine({resources, destination, action, archive}, smallDisk);
     std::vector<char *> arguments;
+    arguments.reserve(line.size() + 1);
     for (QByteArray &word : line)
         arguments.push_back(word.data());
     arguments.push_back(nullptr);
@@ -79,7 +80,7 @@ PilotedProgram::~PilotedProgram()
 
 bool PilotedProgram::waitForLine(QByteArrayView line)
 {
-    const auto until = Clock::now() + kPatience;
+    const auto until = Clock::now() + kProgramPatience;
     while (!m_printed.contains(QByteArray(line.toByteArray() + '\n'))) {
         const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(until - Clock::now()).count();
         pollfd readable{m_output.get(), POLLIN, 0};

@@ -13,6 +13,7 @@
 #include <atomic>
 #include <functional>
 #include <thread>
+#include <tuple>
 
 using namespace Qt::StringLiterals;
 
@@ -38,13 +39,7 @@ public:
         return true;
     }
 
-    struct Call
-    {
-        QString path;
-        QString method;
-        QVariantList arguments;
-    };
-    QList<Call> calls;
+    QList<std::tuple<QString, QString, QVariantList>> calls; // path, method, arguments
 };
 
 class DesktopServicesTest : public QObject
@@ -123,19 +118,19 @@ void DesktopServicesTest::callsTheServices()
         const StayAwake awake(u"Загрузка"_s);
     });
     QVERIFY(shown);
-    QStringList methods;
-    for (const FakeDesktop::Call &call : m_desktop.calls)
-        methods.append(call.method);
-    QCOMPARE(methods,
-             QStringList(
-                 {u"org.freedesktop.FileManager1.ShowItems"_s, u"org.freedesktop.Notifications.Notify"_s,
-                  u"org.freedesktop.portal.Inhibit.Inhibit"_s, u"org.freedesktop.portal.Request.Close"_s}));
-    QCOMPARE(m_desktop.calls[0].arguments.first().toStringList(),
+    QCOMPARE(m_desktop.calls.size(), 4);
+    const auto &[path0, show, files] = m_desktop.calls[0];
+    QCOMPARE(show, u"org.freedesktop.FileManager1.ShowItems"_s);
+    QCOMPARE(files.first().toStringList(),
              QStringList{u"file:///%D0%BF%D0%B0%D0%BF%D0%BA%D0%B0/a%20[1]%23%25.ipa"_s});
-    QCOMPARE(m_desktop.calls[1].arguments.value(4).toString(), u"Сохранено: 1"_s);
-    QCOMPARE(m_desktop.calls[2].arguments.value(1).toUInt(),
-             4U);                                       // sleep only: neither log-out nor the screen
-    QCOMPARE(m_desktop.calls[3].path, u"/request/1"_s); // the lock is given back
+    const auto &[path1, notify, notice] = m_desktop.calls[1];
+    QCOMPARE(notify, u"org.freedesktop.Notifications.Notify"_s);
+    QCOMPARE(notice.value(4).toString(), u"Сохранено: 1"_s);
+    const auto &[path2, inhibit, what] = m_desktop.calls[2];
+    QCOMPARE(inhibit, u"org.freedesktop.portal.Inhibit.Inhibit"_s);
+    QCOMPARE(what.value(1).toUInt(), 4U); // sleep only: neither log-out nor the screen
+    const auto &[request, close, none] = m_desktop.calls[3];
+    QCOMPARE(request + close, u"/request/1org.freedesktop.portal.Request.Close"_s); // the lock is given back
 }
 
 void DesktopServicesTest::cleanupTestCase()

@@ -64,8 +64,8 @@ QByteArray ContentOf(const QString &path)
 void Program::isolate()
 {
     static const QTemporaryDir home;
-    qputenv("XDG_CONFIG_HOME", QFile::encodeName(home.path()));
-    qputenv("XDG_DATA_HOME", QFile::encodeName(home.path()));
+    for (const char *folder : {"XDG_CONFIG_HOME", "XDG_DATA_HOME", "XDG_RUNTIME_DIR"})
+        qputenv(folder, QFile::encodeName(home.path()));
     for (const char *bus : {"DBUS_SESSION_BUS_ADDRESS", "DBUS_SYSTEM_BUS_ADDRESS"})
         qputenv(bus, "unix:path=/nonexistent");
 }

@@ -3,6 +3,7 @@
 #pragma once
 
 #include "app/zarvo_app.h"
+#include "support/patience.h"
 #include "support/scripted_tools.h"
 
 #include <QAbstractButton>
@@ -20,11 +21,6 @@
 #include <functional>
 #include <memory>
 #include <optional>
-
-/// Long enough for a slow machine under a sanitizer; only a failing test waits for it.
-inline constexpr int kPatience = 20'000;
-#define EVENTUALLY(condition) QTRY_VERIFY_WITH_TIMEOUT(condition, kPatience)
-#define EVENTUALLY_EQUAL(actual, expected) QTRY_COMPARE_WITH_TIMEOUT(actual, expected, kPatience)
 
 /// Rules that a tool follows before the usual ones.
 using Rules = std::function<void(Scenario &)>;

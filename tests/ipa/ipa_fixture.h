@@ -3,6 +3,7 @@
 
 #include "ipa_writer.h"
 
+#include <QScopeGuard>
 #include <QTemporaryDir>
 #include <QTest>
 
@@ -31,22 +32,22 @@ private:
     QTemporaryDir m_folder;
 };
 
-/// A lower limit of this process (RLIMIT_…) while the object lives.
-class Limit
+/// A lower limit of this process (RLIMIT_…) while the result lives.
+inline auto Limit(__rlimit_resource_t resource, rlim_t value)
 {
-public:
-    Limit(__rlimit_resource_t resource, rlim_t value)
-        : m_resource(resource)
-    {
-        const rlimit lower{value, ::getrlimit(resource, &m_before) == 0 ? m_before.rlim_max : 0};
-        if (::setrlimit(resource, &lower) != 0)
-            qFatal("cannot set a limit");
-    }
-    ~Limit() { ::setrlimit(m_resource, &m_before); }
-    Limit(const Limit &) = delete;
-    Limit &operator=(const Limit &) = delete;
+    rlimit before = {};
+    ::getrlimit(resource, &before);
+    const rlimit lower{value, before.rlim_max};
+    if (::setrlimit(resource, &lower) != 0)
+        qFatal("cannot set a limit");
+    return qScopeGuard([=] { ::setrlimit(resource, &before); });
+}
 
-private:
-    __rlimit_resource_t m_resource;
-    rlimit m_before = {};
-};
+/// An environment variable while the result lives.
+inline auto Variable(const QByteArray &name, const QByteArray &value)
+{
+    const QByteArray before = qgetenv(name.constData());
+    qputenv(name.constData(), value);
+    return qScopeGuard(
+        [=] { before.isNull() ? qunsetenv(name.constData()) : qputenv(name.constData(), before); });
+}

@@ -211,7 +211,7 @@ private Q_SLOTS:
         // A copy that breaks off in the middle leaves nothing under any name.
         const auto oldHandler = std::signal(SIGXFSZ, SIG_IGN);
         {
-            const Limit fileSize(RLIMIT_FSIZE, 1'500'000);
+            const auto fileSize = Limit(RLIMIT_FSIZE, 1'500'000);
             QVERIFY(!publishThere());
         }
         std::signal(SIGXFSZ, oldHandler);

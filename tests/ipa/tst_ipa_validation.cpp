@@ -61,6 +61,17 @@ Change renameTo(const QByteArray &to)
     };
 }
 
+// So many entries like this one within the app, each with a number behind its name.
+Change adds(const ZipEntry &entry, int count = 1)
+{
+    return [=](Entries &e) {
+        for (int i = 0; i < count; ++i) {
+            e.append(entry);
+            e.last().name = "Payload/App.app/" + entry.name + QByteArray::number(i);
+        }
+    };
+}
+
 FileChange bytes(const std::function<void(QByteArray &)> &change)
 {
     return [change](const fs::path &path) {
@@ -80,24 +91,6 @@ FileChange linkTo(const char *target)
     };
 }
 
-// An environment variable for the time of a test.
-class Variable
-{
-public:
-    Variable(const char *name, const QByteArray &value)
-        : m_name(name)
-        , m_old(qgetenv(name))
-    {
-        qputenv(name, value);
-    }
-    ~Variable() { m_old.isNull() ? qunsetenv(m_name) : qputenv(m_name, m_old); }
-    Q_DISABLE_COPY_MOVE(Variable)
-
-private:
-    const char *m_name;
-    QByteArray m_old;
-};
-
 } // namespace
 
 class TestIPAValidation : public QObject
@@ -116,17 +109,10 @@ private Q_SLOTS:
         row("plug-ins have an Info.plist, too", kSound, copyTo("Payload/App.app/PlugIns/P.app"));
         row("other app outside of Payload", kSound, copyTo("Old/Payload/App.app"));
         row("Info.plist with a suffix", kSound, copyTo("Payload/App.app/Info.plist.app"));
-        row("names that are not UTF-8 elsewhere", kSound, [](Entries &e) {
-            e.append({.name = "Payload/App.app/\xE0\xFF\xEF", .flags = 0});
-            e.append({.name = "Payload/App.app/line\nbreak"});
-        });
-        row("symbolic link", kSound, [](Entries &e) {
-            e.append({.name = "Payload/App.app/link", .data = "/etc/passwd", .mode = 0120777});
-        });
-        row("50,000 entries", kSound, [](Entries &e) {
-            for (int i = 0; i < 50'000; ++i)
-                e.append({.name = "Payload/App.app/Assets/a rather long name " + QByteArray::number(i)});
-        });
+        row("a name that is not UTF-8 elsewhere", kSound, adds({.name = "x\xE0\xFF\xEF", .flags = 0}));
+        row("a name of two lines", kSound, adds({.name = "line\nbreak"}));
+        row("symbolic link", kSound, adds({.name = "link", .data = "/etc/passwd", .mode = 0120777}));
+        row("50,000 entries", kSound, adds({.name = "Assets/a rather long name "}, 50'000));
         row("executable with a Cyrillic name", kSound, [](Entries &e) {
             e[kInfo].data = infoPropertyList({.executable = u"Приложение"_s});
             e[kExecutable].name = "Payload/App.app/Приложение";
@@ -143,11 +129,8 @@ private Q_SLOTS:
             e[kExecutable].data.resize(100);
         });
         row("no entries", kDamaged, [](Entries &e) { e.clear(); });
-        row("40 MB of complaints", kDamaged, [](Entries &e) {
-            for (int i = 0; i < 12'000; ++i)
-                e.append(
-                    {.name = QByteArray(3'500, 'x') + QByteArray::number(i), .data = "x", .damaged = true});
-        });
+        row("40 MB of complaints", kDamaged,
+            adds({.name = QByteArray(3'500, 'x'), .data = "x", .damaged = true}, 12'000));
 
         row("no app", kNoSingleApp, [](Entries &e) { e.remove(kInfo); });
         row("two apps", kNoSingleApp, copyTo("Payload/Second.app"));
@@ -283,7 +266,7 @@ private Q_SLOTS:
         QVERIFY(writeZip(inFolder("Ё.ipa"), entries));
         entries[kExecutable].damaged = true;
         QVERIFY(writeZip(inFolder("damaged.ipa"), entries));
-        const Variable set(setting.split('=')[0].constData(), setting.split('=')[1]);
+        const auto set = Variable(setting.split('=')[0], setting.split('=')[1]);
         std::setlocale(LC_ALL, "");
         const bool sound = ZarvoValidateIPA(inFolder("Ё.ipa")).has_value();
         const bool damaged = ZarvoValidateIPA(inFolder("damaged.ipa")).has_value();
@@ -326,7 +309,7 @@ private Q_SLOTS:
             entries.append({.name = QByteArray(59, 'x') + QByteArray::number(i)});
         copyTo("Payload/Second.app")(entries);
         QVERIFY(writeZip(inFolder("a.ipa"), entries));
-        const Limit fileSize(RLIMIT_FSIZE, 64 << 10);
+        const auto fileSize = Limit(RLIMIT_FSIZE, 64 << 10);
         QVERIFY2(verdict().startsWith(u"Не удалось получить полный список"), qPrintable(m_told));
     }
 
@@ -335,12 +318,12 @@ private Q_SLOTS:
     {
         QVERIFY(writeIPA(inFolder("a.ipa"), {}));
         {
-            const Limit descriptors(RLIMIT_NOFILE, 0);
+            const auto descriptors = Limit(RLIMIT_NOFILE, 0);
             QCOMPARE(verdict(), u"Не удалось открыть IPA: Слишком много открытых файлов."_s);
         }
         const fs::path temporary = inFolder("tmp");
         fs::create_directory(temporary);
-        const Variable set("TMPDIR", QByteArray::fromStdString(temporary.string()));
+        const auto set = Variable("TMPDIR", QByteArray::fromStdString(temporary.string()));
         QCOMPARE(verdict(), kSound);
         QVERIFY(verdict(u"other"_s) != kSound);
         QVERIFY(fs::is_empty(temporary)); // nothing is left behind

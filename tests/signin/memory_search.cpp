@@ -20,8 +20,8 @@ namespace {
 constexpr unsigned char kMask = 0xA5;
 constexpr qsizetype kPart = 8;
 constexpr std::size_t kBlock = 1 << 20;
-constexpr std::size_t kOverlap = 4 * 128;         // no canary is longer, in any encoding
-constexpr std::uint64_t kLargestRegion = 1 << 30; // the sanitizers' tables are larger
+constexpr std::size_t kOverlap = std::size_t{4} * 128; // no canary is longer, in any encoding
+constexpr std::uint64_t kLargestRegion = 1 << 30;      // the sanitizers' tables are larger
 
 // The bytes that are being looked at. Shared memory is a region of its own, which the search can leave out.
 char *block()

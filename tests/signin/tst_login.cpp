@@ -2,8 +2,11 @@
 #include "app/window_fixture.h"
 #include "signin/processor_time.h"
 #include "signin/sign_in_window.h"
+#include "support/rows.h"
 
 #include <QElapsedTimer>
+#include <QFile>
+#include <QLabel>
 #include <QTimer>
 
 #include <algorithm>
@@ -141,6 +144,30 @@ private Q_SLOTS:
         signIn();
         EVENTUALLY(!sheet() && m->alert());
         QCOMPARE(m->status().section(u"Причина: "_s, 1), u"[аккаунт скрыт] is not active"_s);
+    }
+
+    void saysWhatAilsTheTool_data()
+    {
+        const Rows<bool, QString> row; // the tool is there, what is said about it
+        row("no tool", false, u"Не удалось запустить «ipatool»: программы нет в папке"_s);
+        row("one that wants its account as an option", true, u"Эта версия ipatool не подходит"_s);
+    }
+
+    void saysWhatAilsTheTool()
+    {
+        const auto &[isThere, said] = Row<bool, QString>();
+        m->playStore([](Scenario &tool) {
+            tool.when({u"login"}).printsError(u"Error: required flag(s) \"email\" not set").exits(1);
+        });
+        QVERIFY(m->startWithPhone());
+        const QString tool = m->tools.path() + u"/Tools/ipatool"_s;
+        QVERIFY(isThere || QFile::remove(tool));
+        m->press("login");
+        sheet()->findChild<QLineEdit *>(u"account"_s)->setText(u"a@b.example"_s);
+        signIn();
+        const auto *advice = sheet()->findChild<QLabel *>(u"advice"_s);
+        EVENTUALLY(advice->isVisible());
+        QVERIFY2(advice->text().startsWith(said), qPrintable(advice->text()));
     }
 
     void cancelResumesThePolls()

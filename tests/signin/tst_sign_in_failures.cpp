@@ -27,7 +27,7 @@ std::optional<ssize_t> terminalTakes; // bytes of the next line; negative: an er
 
 bool isMaster(int descriptor)
 {
-    std::array<char, 64> name;
+    std::array<char, 64> name{};
     return ::ptsname_r(descriptor, name.data(), name.size()) == 0;
 }
 
@@ -58,8 +58,6 @@ Script afterCode(const QString &printed, int status)
 }
 
 } // namespace
-
-Q_DECLARE_METATYPE(Script)
 
 // The linker prefers these to the C library's.
 extern "C" int openpty(int *master, int *slave, char *name, const termios *attributes,

@@ -5,11 +5,13 @@
 
 #include <QDir>
 #include <QFile>
+#include <QScopeGuard>
 
 #include <fcntl.h>
 #include <unistd.h>
 
 #include <cstdio>
+#include <utility>
 
 using namespace Qt::StringLiterals;
 using namespace std::chrono_literals;
@@ -19,39 +21,27 @@ namespace {
 constexpr qsizetype kPasswordLength = 24;
 constexpr qsizetype kCodeLength = 6;
 
-// What this process prints goes to a file while the object lives, and then to where it was meant to go.
-class Output
+// What this process prints goes to a file while the result lives, and then to where it was meant to go.
+auto outputTo(const QString &path)
 {
-public:
-    explicit Output(const QString &path)
-        : m_path(path)
-    {
+    std::fflush(nullptr);
+    const std::pair before(::dup(STDOUT_FILENO), ::dup(STDERR_FILENO));
+    const int file =
+        ::open(QFile::encodeName(path).constData(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
+    for (const int stream : {STDOUT_FILENO, STDERR_FILENO})
+        ::dup2(file, stream);
+    ::close(file);
+    return qScopeGuard([path, before] {
         std::fflush(nullptr);
-        const int file =
-            ::open(QFile::encodeName(path).constData(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
-        ::dup2(file, STDOUT_FILENO);
-        ::dup2(file, STDERR_FILENO);
-        ::close(file);
-    }
-    ~Output()
-    {
-        std::fflush(nullptr);
-        ::dup2(m_out, STDOUT_FILENO);
-        ::dup2(m_error, STDERR_FILENO);
-        ::close(m_out);
-        ::close(m_error);
-        QFile file(m_path);
-        if (file.open(QIODevice::ReadOnly))
-            std::fputs(file.readAll().constData(), stdout);
-    }
-    Output(const Output &) = delete;
-    Output &operator=(const Output &) = delete;
-
-private:
-    QString m_path;
-    int m_out = ::dup(STDOUT_FILENO);
-    int m_error = ::dup(STDERR_FILENO);
-};
+        ::dup2(before.first, STDOUT_FILENO);
+        ::dup2(before.second, STDERR_FILENO);
+        for (const int stream : {before.first, before.second})
+            ::close(stream);
+        QFile printed(path);
+        if (printed.open(QIODevice::ReadOnly))
+            std::fputs(printed.readAll().constData(), stdout);
+    });
+}
 
 } // namespace
 
@@ -147,7 +137,7 @@ void SignInSecretsTest::nothingRemains()
     }
     const QString log = m->tools.toolPath(u"ipatool"_s) + u".log"_s;
     {
-        const Output output(temporary.path() + u"/output"_s);
+        const auto output = outputTo(temporary.path() + u"/output"_s);
         QVERIFY(m->open(kAccount));
         type("password", m_password);
         if (ending == "refused letter"_L1)

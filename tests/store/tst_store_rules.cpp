@@ -3,18 +3,18 @@
 #include "store/app_download.h"
 #include "store/diagnostic_redaction.h"
 #include "store/purchase_lookup.h"
+#include "store/store_failure_messages.h"
 #include "store/store_tool_client.h"
+#include "support/rows.h"
 
 #include <QDir>
 #include <QFile>
 #include <QTemporaryDir>
-#include <QTest>
 
 using namespace Qt::StringLiterals;
 using namespace std::chrono_literals;
 
 using Verdict = PurchaseSearch::Verdict;
-Q_DECLARE_METATYPE(PurchaseSearch::Verdict)
 
 namespace {
 
@@ -47,97 +47,105 @@ class StoreRulesTest : public QObject
 private Q_SLOTS:
     void judgesRuns_data()
     {
-        QTest::addColumn<int>("code");
-        QTest::addColumn<QString>("output");
-        QTest::addColumn<bool>("succeeded");
-        const auto row = [](const char *name, int code, const QString &output, bool succeeded) {
-            QTest::newRow(name) << code << output << succeeded;
-        };
-        row("no JSON, 0: succeeded", 0, u"done"_s, true);
-        row("nothing, 0: succeeded", 0, {}, true);
-        row("success, 0: succeeded", 0, uR"({"success":true})"_s, true);
-        row("success as a number, 0: succeeded", 0, uR"({"success":1})"_s, true);
-        row("success, 1: failed", 1, uR"({"success":true})"_s, false);
-        row("ended by a signal: failed", 9, {}, false);
-        row("no success, 0: failed", 0, uR"({"success":false})"_s, false);
-        row("success is null, 0: failed", 0, uR"({"success":null})"_s, false);
-        row("empty error, 0: failed", 0, uR"({"error":""})"_s, false);
-        row("error beside success, 0: failed", 0, uR"({"success":true,"error":null})"_s, false);
-        row("failure before success: failed", 0, u"{\"success\":false}\n{\"success\":true}"_s, false);
-        row("failure after success and noise: failed", 0, u"{\"success\":true}\nnoise\nx {\"error\":1}"_s,
-            false);
+        const Rows<int, QString, bool> row; // exit code and output; whether it succeeded
+        row("no JSON, 0", 0, u"done"_s, true);
+        row("success as a number, 0", 0, uR"({"success":1})"_s, true);
+        row("success, 1", 1, uR"({"success":true})"_s, false);
+        row("ended by a signal", 9, {}, false);
+        row("no success, 0", 0, uR"({"success":false})"_s, false);
+        row("success is null, 0", 0, uR"({"success":null})"_s, false);
+        row("empty error, 0", 0, uR"({"error":""})"_s, false);
+        row("error beside success, 0", 0, uR"({"success":true,"error":null})"_s, false);
+        row("failure before success", 0, u"{\"success\":false}\n{\"success\":true}"_s, false);
+        row("failure after success and noise", 0, u"{\"success\":true}\nnoise\nx {\"error\":1}"_s, false);
     }
 
     void judgesRuns()
     {
-        QFETCH(const int, code);
-        QFETCH(const QString, output);
-        QTEST(StoreRunSucceeded(code, output), "succeeded");
+        const auto &[code, output, succeeded] = Row<int, QString, bool>();
+        QCOMPARE(StoreRunSucceeded(code, output), succeeded);
         // What stands last in one output and first in the other must not become one line.
-        QTEST(StoreRunSucceeded(code, CombinedOutput({code, u"half"_s, output, {}})), "succeeded");
+        QCOMPARE(StoreRunSucceeded(code, CombinedOutput({code, u"half"_s, output, {}})), succeeded);
     }
 
     void findsTheAccount_data()
     {
-        QTest::addColumn<QString>("output");
-        QTest::addColumn<std::optional<QString>>("email");
-        const auto row = [](const char *name, const QString &output, const std::optional<QString> &email) {
-            QTest::newRow(name) << output << email;
-        };
+        const Rows<QString, std::optional<QString>> row;
         row("confirmed", uR"({"email":"a@b.c","success":true})"_s, u"a@b.c"_s);
-        row("confirmed without e-mail: empty", uR"({"success":true})"_s, QString());
-        row("the first confirmation decides", u"{\"success\":true}\n{\"success\":true,\"email\":\"a@b.c\"}"_s,
-            QString());
+        row("the first confirmation decides, also without e-mail",
+            u"{\"success\":true}\n{\"success\":true,\"email\":\"a@b.c\"}"_s, QString());
         row("refusals are skipped",
             u"{\"success\":false,\"email\":\"x\"}\n{\"success\":true,\"email\":\"y\"}"_s, u"y"_s);
-        row("an e-mail alone confirms nothing", uR"({"email":"a@b.c"})"_s, std::nullopt);
-        row("a text is no confirmation", uR"({"email":"a@b.c","success":"true"})"_s, std::nullopt);
+        row("an e-mail alone confirms nothing", uR"({"email":"a@b.c"})"_s, {});
+        row("a text is no confirmation", uR"({"email":"a@b.c","success":"true"})"_s, {});
     }
 
     void findsTheAccount()
     {
-        QFETCH(const QString, output);
-        QTEST(ConfirmedAccount(output), "email");
+        const auto &[output, email] = Row<QString, std::optional<QString>>();
+        QCOMPARE(ConfirmedAccount(output), email);
     }
 
     void searchesPurchases_data()
     {
-        QTest::addColumn<QString>("output");
-        QTest::addColumn<int>("page");
-        QTest::addColumn<Verdict>("verdict");
-        QTest::addColumn<QString>("id");
-        const auto row = [](const char *name, const QString &output, int page, Verdict verdict,
-                            const QString &id = {}) {
-            QTest::newRow(name) << output << page << verdict << id;
-        };
+        const Rows<QString, int, Verdict, QString>
+            row; // page of purchases and its number; the app's identifier
+        const QString app = uR"({"apps":[{"bundleID":"x","id":1},{"bundleID":"a.b"%1}],"totalCount":1})"_s;
         const QString other = uR"({"apps":[{"bundleID":"a.other","id":1}]%1})"_s;
-        row("number", uR"({"apps":[{"bundleID":"x","id":1},{"bundleID":"a.b","id":284882215}]})"_s, 1,
-            Verdict::Found, u"284882215"_s);
-        row("number beyond what a double holds", uR"({"apps":[{"bundleID":"a.b","id":9007199254740993}]})"_s,
-            1, Verdict::Found, u"9007199254740993"_s);
-        row("found without identifier", uR"({"apps":[{"bundleID":"a.b"}]})"_s, 1, Verdict::Found);
-        row("found on the last page", uR"({"apps":[{"bundleID":"a.b","id":5}],"totalCount":1})"_s, 1,
-            Verdict::Found, u"5"_s);
-        row("case differs: go on", uR"({"apps":[{"bundleID":"A.b","id":5}]})"_s, 1, Verdict::GoOn);
-        row("empty list: ended", uR"({"apps":[],"totalCount":900})"_s, 1, Verdict::Ended);
-        row("total not reached", other.arg(uR"(,"totalCount":250)"), 2, Verdict::GoOn);
-        row("total reached exactly", other.arg(uR"(,"totalCount":200)"), 2, Verdict::Ended);
-        row("no total: go on", other.arg(QString()), 99, Verdict::GoOn);
-        row("no list: go on", uR"({"success":true,"totalCount":0})"_s, 1, Verdict::GoOn);
-        row("objects without a list are passed over",
-            u"{\"level\":\"info\"}\n{\"apps\":[{\"bundleID\":\"a.b\",\"id\":6}]}"_s, 1, Verdict::Found,
-            u"6"_s);
-        row("the first decision wins", u"{\"apps\":[]}\n{\"apps\":[{\"bundleID\":\"a.b\",\"id\":6}]}"_s, 1,
-            Verdict::Ended);
+        const QString noise = u"{\"level\":\"info\"}\n"_s;
+        row("number beyond what a double holds, on the last page",
+            noise + app.arg(uR"(,"id":9007199254740993)"), 1, Verdict::Found, u"9007199254740993"_s);
+        row("found without identifier", app.arg(QString()), 1, Verdict::Found, {});
+        row("case differs: go on", uR"({"apps":[{"bundleID":"A.b","id":5}]})"_s, 1, Verdict::GoOn, {});
+        row("empty list: ended", uR"({"apps":[],"totalCount":900})"_s, 1, Verdict::Ended, {});
+        row("total not reached", other.arg(uR"(,"totalCount":250)"), 2, Verdict::GoOn, {});
+        row("total reached exactly", other.arg(uR"(,"totalCount":200)"), 2, Verdict::Ended, {});
+        row("no total: go on", other.arg(QString()), 99, Verdict::GoOn, {});
+        row("no list: go on", uR"({"success":true,"totalCount":0})"_s, 1, Verdict::GoOn, {});
+        row("the first decision wins", u"{\"apps\":[]}\n"_s + app.arg(QString()), 1, Verdict::Ended, {});
     }
 
     void searchesPurchases()
     {
-        QFETCH(const QString, output);
-        QFETCH(const int, page);
+        const auto &[output, page, verdict, id] = Row<QString, int, Verdict, QString>();
         const PurchaseSearch found = SearchPurchases(output, u"a.b"_s, page);
-        QTEST(found.verdict, "verdict");
-        QTEST(found.id, "id");
+        QCOMPARE(found.verdict, verdict);
+        QCOMPARE(found.id, id);
+    }
+
+    // What is redacted cannot match.
+    void theReasonChoosesTheAdvice_data()
+    {
+        const Rows<QString, QString> row; // the reason, how the advice begins
+        const QString other = u"Загрузку выполнить не удалось."_s;
+        row("licence, in any case", u"License IS Required"_s, u"Apple требует лицензию"_s);
+        row("missing app before the time limit", u"app not found: timed out"_s,
+            u"Apple не предоставила приложение."_s);
+        row("crash", u"panic: runtime error"_s, u"Модуль загрузки аварийно"_s);
+        row("locked storage", u"open: Operation not permitted"_s, u"Локальное хранилище"_s);
+        row("sign-in", u"failed to get account: item missing in keychain"_s, u"Нужен вход в Apple Account"_s);
+        row("time limit before the certificate", u"timed out, certificate expired"_s,
+            u"Не удалось дождаться ответа"_s);
+        row("certificate", u"x509: unknown authority"_s, u"Не удалось установить защищённое"_s);
+        row("too many requests, also within a number", u"size 14290"_s, u"Сервис ограничил"_s);
+        row("anything else", u"panic without its colon"_s, other);
+        row("what is redacted", u"GET https://example.org/timeout/429"_s, other);
+    }
+
+    void theReasonChoosesTheAdvice()
+    {
+        const auto &[reason, advice] = Row<QString, QString>();
+        const QString message = ZarvoStoreFailure({.code = 1, .out = {}, .err = reason, .data = {}});
+        QVERIFY2(message.startsWith(advice), qPrintable(message));
+    }
+
+    void theMessageHoldsCodeAndRedactedReason()
+    {
+        QCOMPARE(ZarvoStoreFailure({.code = 1, .out = {}, .err = {}, .data = {}}),
+                 u"Загрузку выполнить не удалось.\n\nКод модуля: 1. Модуль не передал описание ошибки."_s);
+        QCOMPARE(ZarvoStoreFailure({.code = -9, .out = u"%1 %2 token=abc HTTP 429"_s, .err = {}, .data = {}}),
+                 u"Сервис ограничил частоту запросов. Повторите позже.\n\n"
+                 u"Код модуля: -9. Причина: %1 %2 [секрет скрыт] HTTP 429"_s);
     }
 
     // An app that the phone gave no identifier must not be taken for a purchase without one.
@@ -148,20 +156,14 @@ private Q_SLOTS:
 
     void makesDownloadArguments()
     {
-        const QString output = u"/d/x y.ipa"_s;
-        const auto end = [&](const QString &identifier, const QString &versionID, bool exact) {
+        const auto end = [](const QString &identifier, const QString &versionID) {
             const AppRow app{u"a.b"_s, u"App"_s, u"1"_s, u"999"_s, versionID, {}};
-            return DownloadArguments(app, identifier, output, exact).sliced(5).join(u' ');
+            return DownloadArguments(app, identifier, u"/d/x y.ipa"_s, true).sliced(5).join(u' ');
         };
-        QCOMPARE(DownloadArguments({}, {}, output, false).first(5),
-                 (QStringList{u"download"_s, u"--output"_s, output, u"--platform"_s, u"iphone"_s}));
         for (const QString &identifier : {u""_s, u"0"_s, u"-5"_s, u"a42"_s})
-            QCOMPARE(end(identifier, {}, false), u"--bundle-identifier a.b"_s);
-        QCOMPARE(end({}, u"7"_s, true), u"--bundle-identifier a.b --external-version-id 7"_s);
-        QCOMPARE(end(u"42"_s, u"7"_s, true), u"--app-id 42 --external-version-id 7"_s);
-        QCOMPARE(end(u"42"_s, u"7"_s, false), u"--app-id 42"_s);
+            QCOMPARE(end(identifier, u"7"_s), u"--bundle-identifier a.b --external-version-id 7"_s);
         for (const QString &unknown : {u""_s, u"0"_s})
-            QCOMPARE(end(u"42"_s, unknown, true), u"--app-id 42"_s);
+            QCOMPARE(end(u"42"_s, unknown), u"--app-id 42"_s);
     }
 
     void decidesOnTheVersion()
@@ -199,14 +201,6 @@ private Q_SLOTS:
         QVERIFY(QFile::link(u"/usr"_s, folder.filePath(u"a/way out"_s)));
         QCOMPARE(FolderSize(folder.path()), 15);
         QCOMPARE(FolderSize(folder.filePath(u"missing"_s)), 0);
-    }
-
-    void describesProgress()
-    {
-        const auto text = [](qint64 bytes) { return ProgressText(bytes, 65s).replace(QChar::Nbsp, u' '); };
-        QCOMPARE(text(0), u"Получено 0 Б • 65 с"_s);
-        QCOMPARE(text(2'500'000), u"Получено 2,5 МБ • 65 с"_s);
-        QCOMPARE(text(4'200'000'000), u"Получено 4,2 ГБ • 65 с"_s);
     }
 
     // Seven million objects, which kept together need 600 MB, in less output than the runner accepts.

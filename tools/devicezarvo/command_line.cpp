@@ -9,8 +9,8 @@ namespace {
 struct CommandForm
 {
     QStringView word;
-    Request::Command command;
-    qsizetype parameters; // after the word: the phone, then the file
+    Request::Command command = Request::Command::Help;
+    qsizetype parameters = 0; // after the word: the phone, then the file
 };
 
 constexpr std::array<CommandForm, 7> kForms{{

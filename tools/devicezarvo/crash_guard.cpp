@@ -11,7 +11,7 @@
 
 namespace {
 
-constexpr int kSignals[]{SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGABRT};
+constexpr int kCrashes[]{SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGABRT};
 constexpr std::string_view kNotice = "devicezarvo: the library crashed\n";
 
 // A signal handler reaches nothing but globals.
@@ -36,13 +36,13 @@ void useStack(int flags)
     ::sigaltstack(&stack, nullptr);
 }
 
-void handleSignals(void (*handler)(int))
+void handleCrashes(void (*handler)(int))
 {
     struct sigaction action = {};
     action.sa_handler = handler;
     // Reset, so that a crash within the handler is the end.
     action.sa_flags = static_cast<int>(SA_ONSTACK | SA_RESETHAND);
-    for (const int signal : kSignals)
+    for (const int signal : kCrashes)
         ::sigaction(signal, &action, nullptr);
 }
 
@@ -52,12 +52,12 @@ CrashGuard::CrashGuard(Answer &answer)
 {
     guarded = &answer;
     useStack(0);
-    handleSignals(onCrash);
+    handleCrashes(onCrash);
 }
 
 CrashGuard::~CrashGuard()
 {
-    handleSignals(SIG_DFL);
+    handleCrashes(SIG_DFL);
     useStack(SS_DISABLE);
     guarded = nullptr;
 }
