@@ -8,6 +8,8 @@ REAL    := build/real
 UNITS   := build/lint
 PICTURES := docs/screenshots
 JOBS    ?= $(shell nproc 2>/dev/null || echo 2)
+# How long `make fuzz` runs each fuzzer.
+SECONDS ?= 60
 
 # Looked up when used: the compiler cache is optional and may come or go.
 LAUNCHER = -DCMAKE_CXX_COMPILER_LAUNCHER=$(shell command -v ccache)
@@ -15,14 +17,15 @@ LAUNCHER = -DCMAKE_CXX_COMPILER_LAUNCHER=$(shell command -v ccache)
 FIXED_ADDRESSES = $(shell setarch -R true 2>/dev/null && echo setarch -R)
 
 SOURCES = $(shell find src tools demo tests bench -name '*.cpp' -o -name '*.h')
+FUZZERS = $(wildcard fuzz/*.cpp fuzz/*.h)
 
 configure-and-build = cmake --preset $(1) $(LAUNCHER) && cmake --build --preset $(1) --parallel $(JOBS)
 # Most tests wait for something most of the time.
 run-tests = ctest --test-dir build/$(1) --output-on-failure --no-tests=error --parallel $$(( 2 * $(JOBS) ))
 
 .DEFAULT_GOAL := help
-.PHONY: help deps deps-lint deps-package build test run run-real demo-tour screenshots bench asan tsan lint format fuzz \
-        package package-trial clean
+.PHONY: help deps deps-lint deps-package deps-fuzz build test run run-real demo-tour screenshots bench asan tsan lint \
+        format fuzz package package-trial clean
 
 help: ## this list
 	@sed -n 's/^\([a-z -]*\):[^#]*## \(.*\)/  make \1\t\2/p' $(firstword $(MAKEFILE_LIST)) | expand -t 24
@@ -91,7 +94,7 @@ deps-lint: deps
 # sanitizers, so they are spared the analyser's walk through every branch, which takes half the time, and cppcheck,
 # which gives up at most of them.
 lint: deps-lint build ## check format and look for faults without running
-	clang-format --dry-run -Werror $(SOURCES)
+	clang-format --dry-run -Werror $(SOURCES) $(FUZZERS)
 	cppcheck --quiet --error-exitcode=1 --enable=warning,performance,portability --inline-suppr --library=qt \
 	    --std=c++20 --template='{file}:{line}:{column}: error: {message} [{id}]' -j $(JOBS) -I src src tools demo bench
 	rm -rf $(UNITS) && tools/lint-units $(RELEASE) $(UNITS)
@@ -100,7 +103,7 @@ lint: deps-lint build ## check format and look for faults without running
 	@echo "Nothing found."
 
 format: deps-lint ## format the sources in place
-	clang-format -i $(SOURCES)
+	clang-format -i $(SOURCES) $(FUZZERS)
 
 deps-package: deps
 	@tools/install-packages packaging/debian-packages-package.txt
@@ -114,8 +117,12 @@ package: deps-package build ## make the Debian package and check it: build/packa
 package-trial: package ## as root: install the package on a bare Debian, show its window, remove it (MIRROR=address)
 	packaging/try-on-bare-system build/package/*.deb build/package/window.png $(MIRROR)
 
-fuzz: ## not there yet
-	@echo "make $@: not there yet." >&2; exit 1
+deps-fuzz: deps
+	@tools/install-packages packaging/debian-packages-fuzz.txt
+
+fuzz: deps-fuzz ## run each fuzzer for a while on its corpus: SECONDS=60
+	$(call configure-and-build,fuzz)
+	fuzz/run build/fuzz $(SECONDS) $(JOBS)
 
 clean: ## remove all that was built
 	rm -rf build

@@ -7,14 +7,17 @@ target_compile_definitions(zarvo_options INTERFACE
     QT_NO_NARROWING_CONVERSIONS_IN_CONNECT QT_NO_FOREACH QT_NO_KEYWORDS
     U_USING_ICU_NAMESPACE=0 U_SHOW_CPLUSPLUS_API=1)
 
-set(ZARVO_SANITIZER "" CACHE STRING "asan (with UBSan), tsan, or nothing")
+set(ZARVO_SANITIZER "" CACHE STRING "asan (with UBSan), tsan, fuzzer (with both of asan), or nothing")
 if(ZARVO_SANITIZER STREQUAL "asan")
     # Frames are kept and optimisation is light: readable reports in a time that a test run can bear.
     set(zarvo_flags -fsanitize=address,undefined -fno-sanitize-recover=all -fno-omit-frame-pointer -O1)
 elseif(ZARVO_SANITIZER STREQUAL "tsan")
     set(zarvo_flags -fsanitize=thread -fno-omit-frame-pointer -O1)
+elseif(ZARVO_SANITIZER STREQUAL "fuzzer")
+    # Clang only. Everything counts its branches; the main function comes with the fuzzers alone.
+    set(zarvo_flags -fsanitize=fuzzer-no-link,address,undefined -fno-sanitize-recover=all -fno-omit-frame-pointer -O1)
 elseif(NOT ZARVO_SANITIZER STREQUAL "")
-    message(FATAL_ERROR "ZARVO_SANITIZER is asan, tsan or empty")
+    message(FATAL_ERROR "ZARVO_SANITIZER is asan, tsan, fuzzer or empty")
 endif()
 
 if(ZARVO_SANITIZER)

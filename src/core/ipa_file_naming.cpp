@@ -1,7 +1,8 @@
 #include "core/ipa_file_naming.h"
 
-#include <QTextBoundaryFinder>
+#include <unicode/brkiter.h>
 
+#include <memory>
 #include <utility>
 
 using namespace Qt::StringLiterals;
@@ -16,6 +17,19 @@ constexpr QStringView kTrimmed = u" .-";
 bool isControl(QChar c)
 {
     return c.category() == QChar::Other_Control || c.category() == QChar::Other_Format;
+}
+
+// Half of a surrogate pair, which the JSON of a tool can hold, has no UTF-8: what stands for it on the disk
+// must be counted and shown as well.
+QString withoutHalves(QString text)
+{
+    for (qsizetype i = 0; i < text.size(); ++i) {
+        if (text[i].isHighSurrogate() && i + 1 < text.size() && text[i + 1].isLowSurrogate())
+            ++i;
+        else if (text[i].isSurrogate())
+            text[i] = QChar::ReplacementCharacter;
+    }
+    return text;
 }
 
 QString withoutForbidden(QString text)
@@ -36,13 +50,20 @@ QStringView trimmed(QStringView text)
     return text;
 }
 
-// Cuts between grapheme clusters only, at the last one that fits.
+// Cuts between grapheme clusters only, at the last one that fits. Qt's own search for them takes surrogate
+// pairs apart in a text with letters of some Asian scripts.
 QString bounded(QStringView text, qsizetype bytes)
 {
-    QTextBoundaryFinder finder(QTextBoundaryFinder::Grapheme, text.data(), text.size());
+    const icu::UnicodeString units(false, text.utf16(), static_cast<int32_t>(text.size()));
+    UErrorCode status = U_ZERO_ERROR;
+    const std::unique_ptr<icu::BreakIterator> clusters(
+        icu::BreakIterator::createCharacterInstance(icu::Locale::getRoot(), status));
+    if (U_FAILURE(status))
+        return {};
+    clusters->setText(units);
     qsizetype end = 0;
     qsizetype used = 0;
-    for (qsizetype next = finder.toNextBoundary(); next > 0; next = finder.toNextBoundary()) {
+    for (qsizetype next = clusters->next(); next != icu::BreakIterator::DONE; next = clusters->next()) {
         used += text.sliced(end, next - end).toUtf8().size();
         if (used > bytes)
             break;
@@ -53,8 +74,8 @@ QString bounded(QStringView text, qsizetype bytes)
 
 QString component(const QString &text, const QString &fallback, qsizetype bytes)
 {
-    const QString clean = withoutForbidden(text).simplified();
-    QString result = bounded(trimmed(clean), bytes);
+    const QString clean = withoutForbidden(withoutHalves(text)).simplified();
+    const QString result = bounded(trimmed(clean), bytes);
     return result.isEmpty() ? fallback : result;
 }
 

@@ -185,8 +185,10 @@ Found findBearer(QStringView text, qsizetype from)
         if (Scan::startOfWord(text, at, blanks, word) < 0 || !Scan::isBoundaryBefore(text, at))
             continue;
         const qsizetype value = Scan::endOfRun(text, blanks, Scan::isBlank);
+        if (value == blanks)
+            continue; // before the value is looked at: it can hold many more of these words
         const qsizetype end = Scan::endOfRun(text, value, isBareValueCharacter);
-        if (value > blanks && end > value)
+        if (end > value)
             return Match{at, end};
     }
     return {};

@@ -72,6 +72,12 @@ private Q_SLOTS:
         named("blanks collapse, of all kinds", u"  a \u00A0\u2003\u2028 b  "_s, u"a b"_s);
         named("blanks alone: fallback", u" \u3000 "_s, fallback);
         named("ends trimmed of dots, hyphens and blanks", u".- .a.-b. -."_s, u"a.-b"_s);
+        named("half of a pair: the character that stands for it", u"a"_s + QChar(0xD83D) + u"b"_s,
+              u"a\uFFFDb"_s);
+        named("halves of pairs: bounded as they are on the disk", QString(180, QChar(0xDE42)),
+              QString(60, QChar::ReplacementCharacter));
+        named("emoji behind a letter that Qt takes pairs apart for: dropped whole",
+              u"\u1030"_s + QString(175, u'1') + u"🙂"_s, u"\u1030"_s + QString(175, u'1'));
         named("parent folder: fallback", u".."_s, fallback);
         named("180 Latin letters of 200", x(200), x(180));
         named("90 Cyrillic letters of 100", QString(100, u'ж'), QString(90, u'ж'));
