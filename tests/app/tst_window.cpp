@@ -158,18 +158,15 @@ void WindowTest::keepsColumnsWide()
     QVERIFY(m->startWithPhone());
     const auto *table = m->find<QTableView>("table");
     QHeaderView *header = table->horizontalHeader();
-    const QStringList titles{u"Приложение"_s, u"Версия"_s, u"Идентификатор"_s};
-    const int widths[] = {370, 120, 400};
-    const int least[] = {140, 80, 140};
-    for (int column = 0; column < 3; ++column) {
-        QCOMPARE(table->model()->headerData(column, Qt::Horizontal).toString(), titles[column]);
-        QVERIFY(column == 2 || header->sectionSize(column) == Scaled(widths[column]));
+    QCOMPARE(header->sectionSize(0), Scaled(370));
+    QCOMPARE(header->sectionSize(1), Scaled(120));
+    for (const auto &[column, least] : {std::pair(0, 140), std::pair(1, 80), std::pair(2, 140)}) {
         header->resizeSection(column, 10);
-        QVERIFY(header->sectionSize(column) >= Scaled(least[column]));
+        QVERIFY(header->sectionSize(column) >= Scaled(least));
     }
     header->resizeSection(0, 2000);
-    QCOMPARE(header->sectionSize(2), Scaled(least[2])); // as narrow as it may be
-    header->resizeSection(0, Scaled(widths[0]));
+    QCOMPARE(header->sectionSize(2), Scaled(140)); // as narrow as it may be
+    header->resizeSection(0, Scaled(370));
     QCOMPARE(header->length(), table->viewport()->width()); // the last one takes what is left
 }
 
@@ -230,7 +227,10 @@ void WindowTest::tellsScreenReaders()
     QCOMPARE(accessibleName(m->find<QLabel>("ownerLabel")), u"Выбрано: Tom & <b>Jerry</b> 1"_s);
     QAccessibleInterface *view = QAccessible::queryAccessibleInterface(m->find<QTableView>("table"));
     QCOMPARE(view->tableInterface()->cellAt(0, 0)->text(QAccessible::Name), u"Tom & <b>Jerry</b>"_s);
-    QCOMPARE(view->tableInterface()->columnDescription(0), u"Приложение"_s);
+    QStringList titles;
+    for (int column = 0; column < view->tableInterface()->columnCount(); ++column)
+        titles.append(view->tableInterface()->columnDescription(column));
+    QCOMPARE(titles, (QStringList{u"Приложение"_s, u"Версия"_s, u"Идентификатор"_s}));
 
     m->storeSays({u"auth"}, uR"({"error":"a & <b>b</b>"})");
     m->press("checkAccount");

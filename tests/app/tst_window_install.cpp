@@ -1,13 +1,20 @@
+// IPAs for installing: chosen, dragged onto the window, named on the command line; and the installing.
 #include "app/window_fixture.h"
 #include "support/rows.h"
 
+#include <QApplication>
+#include <QDir>
+#include <QDragEnterEvent>
 #include <QFile>
+#include <QMimeData>
+#include <QProcess>
 
 using namespace Qt::StringLiterals;
 
 namespace {
 
 constexpr auto kLong = std::chrono::milliseconds(3 * kPatience); // what ends earlier was ended
+const QString kNone = u"IPA не выбран"_s;
 const QString kDone = u"{\"success\":true}"_s;
 constexpr QStringView kConfirmed =
     u"Установка подтверждена. Откройте приложение на iPhone: может потребоваться "
@@ -32,6 +39,41 @@ private:
         return both;
     }
 
+    /// Drags the names, of the files beside the tools, to the middle of the view and drops them there; gives
+    /// what becomes of them for the program that they come from.
+    Qt::DropAction drop(const QStringList &names, const QWidget *onto, Qt::DropActions possible)
+    {
+        QList<QUrl> urls;
+        for (const QString &name : names)
+            urls.append(name.contains(u':') ? QUrl(name) : QUrl::fromLocalFile(m->tools.filePath(name)));
+        QMimeData data;
+        data.setUrls(urls);
+        data.setText(urls.first().toString()); // as file managers do
+        const QPoint place = onto->mapTo(m->window(), onto->rect().center());
+        const Qt::MouseButtons button = Qt::LeftButton;
+        QWindow *window = m->window()->windowHandle();
+        QDragEnterEvent enter(place, possible, &data, button, {});
+        QCoreApplication::sendEvent(window, &enter);
+        QDragMoveEvent move(place, possible, &data, button, {});
+        move.setDropAction(enter.dropAction()); // as the toolkit's own drag goes on
+        move.setAccepted(enter.isAccepted());
+        QCoreApplication::sendEvent(window, &move);
+        if (!move.isAccepted()) {
+            QDragLeaveEvent leave;
+            QCoreApplication::sendEvent(window, &leave);
+            return Qt::IgnoreAction;
+        }
+        QDropEvent drop(place, possible, &data, button, {});
+        QCoreApplication::sendEvent(window, &drop);
+        return drop.isAccepted() ? drop.dropAction() : Qt::IgnoreAction;
+    }
+    void makeFiles() const
+    {
+        for (const char *name : {"picture.png", "UPPER.IPA"})
+            m->tools.touch(QString::fromLatin1(name));
+        QVERIFY(QDir().mkpath(m->tools.filePath(u"folder.ipa"_s)));
+    }
+
     qsizetype m_known = 0;
 
 private Q_SLOTS:
@@ -52,30 +94,15 @@ private Q_SLOTS:
         QCOMPARE(m->status(), u"Проверка IPA…"_s);
         EVENTUALLY_EQUAL(m->status(), u"Передача IPA и установка на iPhone…"_s);
         m->go();
-        EVENTUALLY_EQUAL(m->status(), kConfirmed);
         EVENTUALLY(!m->isBusy());
+        QCOMPARE(m->status(), kConfirmed);
         QCOMPARE(m->namesListed(), (QStringList{u"заметки"_s, u"заметки"_s, u"Агент"_s}));
         QCOMPARE(newCalls(),
                  (QList<QStringList>{{u"install"_s, u"PHONE-1"_s, m->notesIPA}, {u"apps"_s, u"PHONE-1"_s}}));
         QCOMPARE(m->text("ipaLabel"), u"notes.ipa"_s);
         QVERIFY(m->find("installButton")->isEnabled());
-        m->press("reloadApps");
-        EVENTUALLY_EQUAL(m->namesListed(), (QStringList{u"Агент"_s, u"заметки"_s, u"заметки"_s}));
-        EVENTUALLY(!m->isBusy());
-    }
-
-    void declines()
-    {
-        QVERIFY(chooseBoth());
-        const QString before = m->status();
-        m->press("installButton");
-        QVERIFY(m->answerAlert(u"Отмена"_s));
-        m->press("installButton");
-        QTest::keyClick(m->alert(), Qt::Key_Escape);
-        EVENTUALLY(!m->alert());
-        QVERIFY(!m->isBusy());
-        QCOMPARE(m->status(), before);
-        QCOMPARE(newCalls(), QList<QStringList>());
+        QVERIFY(m->perform("reloadApps"));
+        QCOMPARE(m->namesListed(), (QStringList{u"Агент"_s, u"заметки"_s, u"заметки"_s}));
     }
 
     void explainsFailures_data()
@@ -91,8 +118,7 @@ private Q_SLOTS:
         row("said to be done, but the apps cannot be read", kDone, 0, {}, u"Телефон заблокирован."_s, 2);
         row("ended well, but nothing said", u"{}"_s, 0, u"2.1"_s, refused, 1);
         row("said to be done, but ended badly", kDone, 1, u"2.1"_s, refused, 1);
-        row("refused with a reason", u"{\"success\":false,\"error\":\"%1\"}"_s.arg(full), 0, u"2.1"_s, full,
-            1);
+        row("refused", u"{\"success\":false,\"error\":\"%1\"}"_s.arg(full), 0, u"2.1"_s, full, 1);
         row("a damaged archive never reaches the phone", kDone, 0, u"2.1"_s,
             u"IPA повреждён или не является ZIP-архивом."_s, 0);
     }
@@ -150,43 +176,109 @@ private Q_SLOTS:
         m->press("installButton");
         QVERIFY(m->answerAlert(u"Установить"_s));
         EVENTUALLY_EQUAL(newCalls().size(), 1);
-        const pid_t child = m->tools.events(u"devicezarvo"_s, u"call").last()["pid"_L1].toInt();
-        m->press("cancelButton");
-        EVENTUALLY(!m->isBusy());
-        QCOMPARE(m->status(), u"Операция отменена."_s);
-        QVERIFY(!m->alert());
-        EVENTUALLY(!IsProcessAlive(child));
+        QVERIFY(m->cancels(u"devicezarvo"_s));
         QCOMPARE(newCalls().size(), 1);
     }
 
-    void needsFileAndPhone()
+    void needsFileAndPhoneAndConsent()
     {
         QVERIFY(m->startWithApps());
+        const QString before = m->status();
         m->ask("installButton");
         QVERIFY(!m->alert());
-        QVERIFY(m->chooseIPA(m->notesIPA));
+        QVERIFY(m->chooseIPA(m->notesIPA) && m->chooseIPA(m->tools.toolPath(u"ipatool"_s)));
+        QCOMPARE(m->text("ipaLabel"), u"notes.ipa"_s); // only an IPA can be chosen
+        m->press("installButton");
+        QVERIFY(m->answerAlert(u"Отмена"_s));
+        m->press("installButton");
+        QTest::keyClick(m->alert(), Qt::Key_Escape);
+        EVENTUALLY(!m->alert());
+        QVERIFY(!m->isBusy());
+        QCOMPARE(m->status(), before);
         m->choosePhone(Qt::Key_Home);
         QVERIFY(!m->find("installButton")->isEnabled());
         m->ask("installButton");
         QVERIFY(!m->alert());
-        QVERIFY(m->chooseIPA(m->tools.toolPath(u"ipatool"_s)));
-        QCOMPARE(m->text("ipaLabel"), u"notes.ipa"_s); // only an IPA can be chosen
+        QVERIFY(!m->deviceCalls().last().contains(u"install"_s));
     }
 
-    // Where no file manager can be asked to select a file: its folder is opened.
+    // Its folder, where no file manager can be asked to select it; what was saved goes before what was
+    // chosen.
     void showsTheFile()
     {
         const OpenedFiles opened;
         QVERIFY(m->startWithApps());
         m->press("reveal"); // nothing to show yet
-        QVERIFY(m->chooseIPA(m->notesIPA));
-        m->press("reveal");
-        EVENTUALLY_EQUAL(opened.paths, QStringList{m->tools.path()});
         QVERIFY(m->chooseApp(u"Карты"_s) && m->download());
         EVENTUALLY(!m->isBusy());
         QVERIFY(m->chooseIPA(m->notesIPA));
-        m->press("reveal"); // what was saved goes before what was chosen
-        EVENTUALLY_EQUAL(opened.paths.value(1), m->destination.path());
+        m->press("reveal");
+        EVENTUALLY_EQUAL(opened.paths, QStringList{m->destination.path()});
+    }
+
+    void takesDroppedIPAsOnly_data()
+    {
+        const Rows<QStringList, QByteArray, Qt::DropActions, QString, Qt::DropAction>
+            row; // files, where, possible
+        const Qt::DropActions any = Qt::CopyAction | Qt::MoveAction | Qt::LinkAction;
+        const QStringList notes{u"notes.ipa"_s};
+        row("on the table", notes, "table", any, u"notes.ipa"_s, Qt::CopyAction);
+        row("on a field", notes, "search", any, u"notes.ipa"_s, Qt::CopyAction);
+        row("in capitals", {u"UPPER.IPA"_s}, "statusLabel", any, u"UPPER.IPA"_s, Qt::CopyAction);
+        row("one that can only be linked", notes, "statusLabel", Qt::LinkAction, u"notes.ipa"_s,
+            Qt::LinkAction);
+        const auto refused = [&](const char *name, const QStringList &files, Qt::DropActions possible) {
+            row(name, files, "search", possible, kNone, Qt::IgnoreAction);
+        };
+        refused("one that can only be moved stays", notes, Qt::MoveAction);
+        refused("a picture does nothing", {u"picture.png"_s}, any);
+        refused("two IPAs", {u"notes.ipa"_s, u"maps.ipa"_s}, any);
+        refused("a folder", {u"folder.ipa"_s}, any);
+        refused("a file that is gone", {u"gone.ipa"_s}, any);
+        refused("an address in the net", {u"https://example.org/app.ipa"_s}, any);
+    }
+
+    void takesDroppedIPAsOnly()
+    {
+        const auto &[names, onto, possible, chosen, action] =
+            Row<QStringList, QByteArray, Qt::DropActions, QString, Qt::DropAction>();
+        makeFiles();
+        QVERIFY(m->startWithApps());
+        const auto *place = m->find<QWidget>(onto.constData());
+        m->storeSaysLater({u"auth"}, u"{\"success\":true}");
+        m->press("checkAccount");
+        QCOMPARE(drop(names, place, possible), Qt::IgnoreAction); // not during a job
+        QCOMPARE(m->text("ipaLabel"), kNone);
+        m->go();
+        EVENTUALLY(!m->isBusy());
+        QCOMPARE(drop(names, place, possible), action);
+        QCOMPARE(m->text("ipaLabel"), chosen);
+        QCOMPARE(m->find("installButton")->isEnabled(), chosen != kNone);
+        QCOMPARE(m->find<QLineEdit>("search")->text(), QString());
+    }
+
+    void choosesExistingIPAsOnly_data()
+    {
+        const Rows<QStringList, QString> row; // the arguments, what is chosen
+        row("nothing given", {}, kNone);
+        row("in capitals, with an option of the toolkit", {u"-style"_s, u"fusion"_s, u"UPPER.IPA"_s},
+            u"UPPER.IPA"_s);
+        row("a picture", {u"picture.png"_s}, kNone);
+        row("a check without its identifier", {u"--verify-ipa"_s, u"notes.ipa"_s}, kNone);
+        row("two IPAs", {u"notes.ipa"_s, u"maps.ipa"_s}, kNone);
+    }
+
+    void choosesExistingIPAsOnly()
+    {
+        const auto &[arguments, chosen] = Row<QStringList, QString>();
+        makeFiles();
+        QProcess program;
+        program.setWorkingDirectory(m->tools.path());
+        program.start(QString::fromLocal8Bit(ZARVO_PILOT),
+                      QStringList{m->tools.path(), m->destination.path(), u"show"_s} + arguments);
+        QVERIFY(program.waitForFinished(kPatience));
+        QCOMPARE(QString::fromUtf8(program.readAllStandardOutput()).trimmed(), chosen);
+        QCOMPARE(program.exitCode(), 0);
     }
 };
 

@@ -1,6 +1,5 @@
 // The phone's details in windows of their own, and the history of phones.
 #include "app/window_fixture.h"
-#include "support/rows.h"
 
 #include <QAction>
 #include <QPlainTextEdit>
@@ -17,8 +16,6 @@ const QStringList kEmpty{u"История устройств пуста."_s};
 const QString kHere = u"Телефон\niOS 17.4 • Подключён"_s;
 const QString kAway = u"Телефон\niOS 17.4 • Не подключён"_s;
 
-using Damage = std::function<void()>;
-
 QVariantMap entry(const QVariant &id, const QVariant &name, const QVariant &ios)
 {
     return {{u"id"_s, id}, {u"name"_s, name}, {u"ios"_s, ios}};
@@ -27,15 +24,6 @@ QVariantMap entry(const QVariant &id, const QVariant &name, const QVariant &ios)
 void store(const QVariant &history)
 {
     QSettings(u"Zarvo"_s, u"Zarvo"_s).setValue(u"zarvo.deviceHistory.v1"_s, history);
-}
-
-Damage damaged(const QByteArray &content)
-{
-    return [content] {
-        store(QVariantList{entry(u"1"_s, u"А"_s, u"1"_s)}); // makes the folder
-        QFile file(Program::settingsFile());
-        QVERIFY(file.open(QIODevice::WriteOnly) && file.write(content) == content.size());
-    };
 }
 
 } // namespace
@@ -82,61 +70,41 @@ private:
         button(index)->setFocus();
         QTest::keyClick(button(index), Qt::Key_Space);
     }
-    void read() const
-    {
-        m->press("infoButton");
-        EVENTUALLY(!m->isBusy());
-    }
 
 private Q_SLOTS:
-    void showsDetails_data()
-    {
-        const Rows<QString, QString, int, QString>
-            row; // information, battery and how it ended; what is shown
-        const QString model =
-            uR"({"details":[{"label":"Модель","value":"<b>iPhone</b>"},{"label":"Память"}]})"_s;
-        const QString battery = uR"({"details":[{"label":"Заряд","value":80}]})"_s;
-        const QString told = u"Модель\n<b>iPhone</b>\n\nПамять\n\n\n"_s;
-        row("information, then battery", model, battery, 0, told + u"Заряд\n80\n\n"_s);
-        row("without battery", model, battery, 1, told);
-        row("nothing to tell", u"{}"_s, u"{}"_s, 0, {});
-    }
-
     void showsDetails()
     {
-        const auto &[info, battery, code, expected] = Row<QString, QString, int, QString>();
         QVERIFY(m->startWithApps());
-        {
-            Scenario tool = m->tools.add(u"devicezarvo"_s);
-            tool.when({u"info", u"PHONE-1"}).awaits(m->tools.filePath(u"go"_s)).prints(info);
-            tool.when({u"battery", u"PHONE-1"}).prints(battery).exits(code);
-        }
+        const auto answer = [&](QStringView info, int code) {
+            m->playDevice([&](Scenario &tool) {
+                tool.when({u"info"}).awaits(m->tools.filePath(u"go"_s)).prints(info).exits(code);
+                tool.when({u"battery"}).prints(uR"({"details":[{"label":"Заряд","value":80}]})").exits(code);
+            });
+        };
+        const auto textIn = [](QWidget *window) { return window->findChild<QPlainTextEdit *>(); };
+        answer(uR"({"details":[{"label":"Модель","value":"<b>iPhone</b>"},{"label":"Память"}]})", 0);
         m->press("infoButton");
         QCOMPARE(m->status(), u"Чтение сведений об iPhone…"_s);
         m->go();
-        EVENTUALLY_EQUAL(shown("infoWindow").size(), 1);
         EVENTUALLY(!m->isBusy());
-        QWidget *window = shown("infoWindow").first();
-        QCOMPARE(window->windowTitle(), u"Сведения об iPhone"_s);
-        const auto *text = window->findChild<QPlainTextEdit *>();
-        QCOMPARE(text->toPlainText(), expected);
-        QVERIFY(text->isReadOnly());
         QCOMPARE(m->status(), u"Сведения обновлены. Недоступные показатели отмечены явно."_s);
-        QVERIFY(!m->alert());
-        read(); // each reading has its own window
+        QWidget *window = shown("infoWindow").value(0);
+        QCOMPARE(window->windowTitle(), u"Сведения об iPhone"_s);
+        QCOMPARE(textIn(window)->toPlainText(), u"Модель\n<b>iPhone</b>\n\nПамять\n\n\nЗаряд\n80\n\n"_s);
+        QVERIFY(textIn(window)->isReadOnly());
+
+        m->playDevice(); // without battery; each reading has its own window
+        QVERIFY(m->perform("infoButton"));
         QCOMPARE(shown("infoWindow").size(), 2);
+        QCOMPARE(textIn(shown("infoWindow").last())->toPlainText(), u"Модель\niPhone\n\n"_s);
         window->close();
         EVENTUALLY_EQUAL(shown("infoWindow").size(), 1);
         QVERIFY(m->window()->isVisible());
-    }
 
-    void explainsMissingDetails()
-    {
-        QVERIFY(m->startWithApps());
-        m->deviceSays({u"info"}, uR"({"error":"Телефон заблокирован."})", 1);
-        read();
+        answer(uR"({"error":"Телефон заблокирован."})", 1);
+        QVERIFY(m->perform("infoButton"));
         QCOMPARE(m->alertTexts().value(1), u"Телефон заблокирован."_s);
-        QCOMPARE(shown("infoWindow").size(), 0);
+        QCOMPARE(shown("infoWindow").size(), 1);
         QVERIFY(m->answerAlert(u"Понятно"_s));
         m->choosePhone(Qt::Key_Home);
         m->ask("infoButton"); // no phone, nothing to ask
@@ -173,33 +141,28 @@ private Q_SLOTS:
         QCOMPARE(history(), expected);
     }
 
-    void survivesDamagedSettings_data()
-    {
-        const Rows<QStringList, Damage> row; // the history, and what happens before the start
-        row("entries that are none are left out, the others keep their order",
-            {u"Б\niOS 16 • Не подключён"_s, u"А\niOS  • Не подключён"_s}, [] {
-                const QString x = u"x"_s;
-                store(QVariantList{entry(u"2"_s, u"Б"_s, u"16"_s), 5, x, QVariantList{1}, entry({}, x, x),
-                                   entry(u""_s, x, x), entry(7, x, x), entry(u"3"_s, {}, x),
-                                   entry(u"1"_s, u"А"_s, 17)});
-            });
-        row("a text instead of a list", kEmpty, [] { store(u"text"_s); });
-        row("a map instead of a list", kEmpty, [] { store(entry(u"1"_s, u"А"_s, u"1"_s)); });
-        row("no settings file", kEmpty, damaged("\0\xff[[[=\n@Variant(\0\0\0\x09\xff\xff\xff\xff)\n"_ba));
-        row("a value cut short", kEmpty,
-            damaged("[General]\nzarvo.deviceHistory.v1=@Variant(\\0\\0\\0\\b\\0\\0\\0\\x3\\0"));
-    }
-
+    // Entries that are none are left out, the others keep their order.
     void survivesDamagedSettings()
     {
-        const auto &[texts, damage] = Row<QStringList, Damage>();
-        damage();
-        QVERIFY(m->startWithPhone());
-        QCOMPARE(openedHistory(), texts);
-        m->choosePhone();
-        EVENTUALLY(!m->isBusy());
-        QVERIFY(m->restart()); // what is damaged does not keep the new entry from being stored
-        QVERIFY(openedHistory().contains(kHere));
+        const QString x = u"x"_s;
+        const QVariantMap one = entry(u"2"_s, u"Б"_s, u"16"_s);
+        QVariantList mixed{one, 5, x, QVariantList{1}, entry({}, x, x), entry(u""_s, x, x)};
+        mixed << entry(7, x, x) << entry(x, {}, x) << entry(u"1"_s, u"А"_s, 17);
+        const QStringList both{u"Б\niOS 16 • Не подключён"_s, u"А\niOS  • Не подключён"_s};
+        for (const QVariant &stored : {QVariant(mixed), QVariant(one), QVariant()}) {
+            m.emplace();
+            store(stored);
+            QFile file(Program::settingsFile());
+            QVERIFY(stored.isValid() ||
+                    (file.open(QIODevice::WriteOnly) && file.write("\0\xff[[[=\n@Variant(\0\0\x09"_ba) > 0));
+            file.close();
+            QVERIFY(m->startWithPhone());
+            QCOMPARE(openedHistory(), stored == mixed ? both : kEmpty);
+            m->choosePhone();
+            EVENTUALLY(!m->isBusy());
+            QVERIFY(m->restart()); // what is damaged does not keep the new entry from being stored
+            QVERIFY(openedHistory().contains(kHere));
+        }
     }
 
     void forgetsAPhone()
@@ -262,22 +225,16 @@ private Q_SLOTS:
     void closesWithKeys()
     {
         QVERIFY(m->startWithApps());
-        for (const QKeyCombination keys : {QKeyCombination(Qt::Key_Escape), Qt::CTRL | Qt::Key_W}) {
-            openedHistory();
-            QWidget *window = shown("historyWindow").value(0);
-            QVERIFY(window);
-            QTest::keyClick(window, keys.key(), keys.keyboardModifiers());
-            QVERIFY2(window->isHidden(), qPrintable(QKeySequence(keys).toString()));
-        }
         openedHistory();
+        QWidget *window = shown("historyWindow").value(0);
         bool hasQuit = false;
-        const auto actions = m->window()->findChildren<QAction *>();
-        for (QAction *action : actions) {
-            if (action->text() == u"Завершить Zarvo")
-                QObject::connect(action, &QAction::triggered, action, [&] { hasQuit = true; });
-        }
-        QTest::keyClick(shown("historyWindow").first(), Qt::Key_Q, Qt::ControlModifier);
+        for (QAction *action : m->window()->findChildren<QAction *>())
+            connect(action, &QAction::triggered, action,
+                    [&, action] { hasQuit |= action->text() == u"Завершить Zarvo"; });
+        QTest::keyClick(window, Qt::Key_Q, Qt::ControlModifier);
         QVERIFY(hasQuit);
+        QTest::keyClick(window, Qt::Key_W, Qt::ControlModifier);
+        QVERIFY(window->isHidden());
     }
 };
 

@@ -45,6 +45,14 @@ QPushButton *buttonReading(const QWidget *parent, const QString &title)
     return nullptr;
 }
 
+QStringList firstColumn(const QAbstractItemModel *model)
+{
+    QStringList texts;
+    for (int row = 0; row < model->rowCount(); ++row)
+        texts.append(model->index(row, 0).data().toString());
+    return texts;
+}
+
 } // namespace
 
 QByteArray ContentOf(const QString &path)
@@ -111,11 +119,6 @@ void Program::storeSays(const Words &words, QStringView text, int code)
     playStore([&](Scenario &tool) { tool.when(words).prints(text).exits(code); });
 }
 
-void Program::deviceSaysLater(const Words &words, QStringView text)
-{
-    playDevice([&](Scenario &tool) { tool.when(words).awaits(tools.filePath(u"go"_s)).prints(text); });
-}
-
 void Program::storeSaysLater(const Words &words, QStringView text)
 {
     playStore([&](Scenario &tool) { tool.when(words).awaits(tools.filePath(u"go"_s)).prints(text); });
@@ -174,25 +177,31 @@ QWidget *Program::window() const
 
 QStringList Program::phonesListed() const
 {
-    const auto *picker = find<QComboBox>("phonePicker");
-    QStringList listed;
-    for (int i = 0; i < picker->count(); ++i)
-        listed.append(picker->itemText(i));
-    return listed;
+    return firstColumn(find<QComboBox>("phonePicker")->model());
 }
 
 QStringList Program::namesListed() const
 {
-    const QAbstractItemModel *model = find<QTableView>("table")->model();
-    QStringList listed;
-    for (int row = 0; row < model->rowCount(); ++row)
-        listed.append(model->index(row, 0).data().toString());
-    return listed;
+    return firstColumn(find<QTableView>("table")->model());
 }
 
 void Program::press(const char *button) const
 {
     QTest::mouseClick(find(button), Qt::LeftButton);
+}
+
+bool Program::perform(const char *button) const
+{
+    press(button);
+    return QTest::qWaitFor([this] { return !isBusy(); }, kPatience);
+}
+
+bool Program::cancels(const QString &tool) const
+{
+    const pid_t child = tools.events(tool, u"call").last().value("pid"_L1).toInt();
+    const bool isOver =
+        perform("cancelButton") && QTest::qWaitFor([=] { return !IsProcessAlive(child); }, kPatience);
+    return isOver && status() == u"Операция отменена." && !alert();
 }
 
 void Program::choosePhone(Qt::Key key) const
@@ -301,11 +310,6 @@ QStringList Program::workingFolders() const
     for (const QString &name : saved())
         found += PrivateFoldersIn(destination.filePath(name), u".zarvo-");
     return found;
-}
-
-QByteArray Program::savedBytes(const QString &name) const
-{
-    return ContentOf(destination.filePath(name));
 }
 
 void ProgramTest::cleanup()

@@ -49,7 +49,6 @@ public:
     void deviceSays(const Words &words, QStringView text, int code = 0);
     void storeSays(const Words &words, QStringView text, int code = 0);
     /// The same, but not before go().
-    void deviceSaysLater(const Words &words, QStringView text);
     void storeSaysLater(const Words &words, QStringView text);
     void go() const { tools.touch(QStringLiteral("go")); }
     /// The arguments of the calls so far; those of the device tool without the polls.
@@ -80,6 +79,11 @@ public:
     QStringList namesListed() const;
 
     void press(const char *button) const;
+    /// Presses the button and waits until nothing runs; false when that takes too long.
+    bool perform(const char *button) const;
+    /// Cancels the job in which the tool runs; true when both have ended and the status says no more than
+    /// that.
+    bool cancels(const QString &tool) const;
     /// What a press on the button asks for, also when the button is disabled.
     void ask(const char *button) const { Q_EMIT find(button)->clicked(); }
     /// Unfolds the list of phones, presses a key in it, by default the one that leads to the last phone, and
@@ -110,7 +114,6 @@ public:
 
     /// The names in the destination folder, hidden ones included.
     QStringList saved() const;
-    QByteArray savedBytes(const QString &name) const;
     /// The names of the private folders in the destination folder, and in the folders there.
     QStringList workingFolders() const;
 
