@@ -24,8 +24,8 @@ configure-and-build = cmake --preset $(1) $(LAUNCHER) && cmake --build --preset 
 run-tests = ctest --test-dir build/$(1) --output-on-failure --no-tests=error --parallel $$(( 2 * $(JOBS) ))
 
 .DEFAULT_GOAL := help
-.PHONY: help deps deps-lint deps-package deps-fuzz build test run run-real demo-tour screenshots bench asan tsan lint \
-        format fuzz package package-trial clean
+.PHONY: help deps deps-bench deps-lint deps-package deps-fuzz build test run run-real demo-tour screenshots bench asan \
+        tsan lint format fuzz package package-trial clean
 
 help: ## this list
 	@sed -n 's/^\([a-z -]*\):[^#]*## \(.*\)/  make \1\t\2/p' $(firstword $(MAKEFILE_LIST)) | expand -t 24
@@ -74,6 +74,9 @@ screenshots: build ## take the pictures of docs/screenshots anew, from the tour
 	@$(MAKE) --no-print-directory tour
 	@mkdir -p $(PICTURES)
 	for name in window sign-in phone; do cp $(TOUR)/$$name.png $(PICTURES)/; done
+
+deps-bench: deps ## install what `make bench` compares with; it does without as well
+	@tools/install-packages packaging/debian-packages-bench.txt
 
 bench: build ## measure
 	cmake --build --preset release --target zarvo_bench --parallel $(JOBS)

@@ -22,6 +22,24 @@ namespace {
 
 bool missed = false;
 
+double timeOf(clockid_t clock)
+{
+    timespec time = {};
+    ::clock_gettime(clock, &time);
+    return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) * 1e-9;
+}
+
+std::vector<double> timesBy(clockid_t clock, int rounds, const std::function<void()> &work)
+{
+    std::vector<double> times;
+    for (int round = 0; round < rounds; ++round) {
+        const double start = timeOf(clock);
+        work();
+        times.push_back(timeOf(clock) - start);
+    }
+    return times;
+}
+
 QByteArray readFile(const char *path)
 {
     QFile file(QString::fromLatin1(path));
@@ -32,9 +50,7 @@ QByteArray readFile(const char *path)
 
 double now()
 {
-    timespec time = {};
-    ::clock_gettime(CLOCK_MONOTONIC, &time);
-    return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) * 1e-9;
+    return timeOf(CLOCK_MONOTONIC);
 }
 
 double median(std::vector<double> values)
@@ -51,13 +67,12 @@ double worst(const std::vector<double> &values)
 
 std::vector<double> timesOf(int rounds, const std::function<void()> &work)
 {
-    std::vector<double> times;
-    for (int round = 0; round < rounds; ++round) {
-        const double start = now();
-        work();
-        times.push_back(now() - start);
-    }
-    return times;
+    return timesBy(CLOCK_MONOTONIC, rounds, work);
+}
+
+std::vector<double> processorTimesOf(int rounds, const std::function<void()> &work)
+{
+    return timesBy(CLOCK_THREAD_CPUTIME_ID, rounds, work);
 }
 
 BareRun runBare(const QStringList &command, bool keepOutput)
@@ -95,6 +110,10 @@ BareRun runBare(const QStringList &command, bool keepOutput)
     rusage usage = {};
     ::wait4(child, &run.status, 0, &usage);
     run.seconds = now() - start;
+    const auto seconds = [](const timeval &time) {
+        return double(time.tv_sec) + double(time.tv_usec) * 1e-6;
+    };
+    run.processor = seconds(usage.ru_utime) + seconds(usage.ru_stime);
     run.megabytes = static_cast<double>(usage.ru_maxrss) * 1024 / 1e6;
     return run;
 }

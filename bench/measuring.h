@@ -18,11 +18,14 @@ double worst(const std::vector<double> &values);
 
 /// How long each of `rounds` runs of `work` took, in seconds.
 std::vector<double> timesOf(int rounds, const std::function<void()> &work);
+/// The same in seconds of the processor, for work that waits for nothing: what else runs does not count.
+std::vector<double> processorTimesOf(int rounds, const std::function<void()> &work);
 
 /// A child run as barely as the system allows: started, waited for.
 struct BareRun
 {
     double seconds = 0;
+    double processor = 0; ///< seconds of the processor, of the child and the children it waited for
     double megabytes = 0; ///< largest resident memory of the child itself
     int status = 0;
     QByteArray output;
@@ -45,12 +48,17 @@ QWidget *mainWindow();
 
 void benchRunner(const QString &self);
 void benchIPA(const QString &zarvo, const QString &folder);
-void benchRedaction();
+void benchRedaction(const QString &folder);
 void benchDevices(const QString &tool, const QString &virtualPhone, const QString &folder);
 void benchWindow(const QString &self, const QString &folder);
+void benchDisplay(const QString &zarvo, const QString &folder);
 void benchBatch(const QString &parent);
+void benchQuitting(const QString &parent);
 
 /// Modes in which the program runs itself as a child.
 int printTime();
 int showWindowOnce(int argc, char **argv);
 int publishOnly(const char *source, const char *destination);
+void countRedaction(const char *shape, const char *size);
+void countValidation(const char *file);
+void countKeystroke(int argc, char **argv, int apps);
