@@ -101,6 +101,12 @@ void Program::playStore(const Rules &first)
     scenario.when({u"download"}).copies(notesIPA).prints(u"{\"success\":true}");
 }
 
+void Program::playUnzip(const Rules &rules)
+{
+    Scenario scenario = tools.add(u"unzip"_s);
+    rules(scenario);
+}
+
 // What a desktop does when the window comes and when a dialog of it goes.
 bool Program::activate() const
 {

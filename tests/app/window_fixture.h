@@ -3,6 +3,7 @@
 #pragma once
 
 #include "app/zarvo_app.h"
+#include "support/patience.h"
 #include "support/scripted_tools.h"
 
 #include <QAbstractButton>
@@ -17,11 +18,6 @@
 
 #include <functional>
 #include <memory>
-
-/// Long enough for a slow machine under a sanitizer; only a failing test waits for it.
-inline constexpr int kPatience = 20'000;
-#define EVENTUALLY(condition) QTRY_VERIFY_WITH_TIMEOUT(condition, kPatience)
-#define EVENTUALLY_EQUAL(actual, expected) QTRY_COMPARE_WITH_TIMEOUT(actual, expected, kPatience)
 
 /// Rules that a tool follows before the usual ones.
 using Rules = std::function<void(Scenario &)>;
@@ -45,6 +41,8 @@ public:
 
     void playDevice(const Rules &first = {});
     void playStore(const Rules &first = {});
+    /// Nobody runs this one unless the test leads somebody to it.
+    void playUnzip(const Rules &rules);
 
     /// Starts the program; true when its window is the active one.
     bool start();

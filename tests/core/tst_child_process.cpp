@@ -130,18 +130,6 @@ private Q_SLOTS:
         QVERIFY(!ZarvoCommand(program, arguments, kAmple)); // the reason is not asked for
     }
 
-    void doesNotWaitForGrandchildren()
-    {
-        tool().prints(u"done").leavesGrandchild(60s).exits(0);
-        const auto result = run();
-        QVERIFY(result);
-        QCOMPARE(result->out, u"done"_s);
-        QVERIFY(m_tools->waitForEvents(u"tool"_s, u"grandchild", 1));
-        const pid_t grandchild = pidOf(events(u"grandchild").first());
-        QVERIFY(IsProcessAlive(grandchild));
-        ::kill(grandchild, SIGKILL);
-    }
-
     void endsWhenAnotherThreadTerminatesIt()
     {
         tool().sleeps(60s);

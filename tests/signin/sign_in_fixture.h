@@ -4,6 +4,7 @@
 
 #include "signin/input_source.h"
 #include "signin/sign_in_session.h"
+#include "support/patience.h"
 #include "support/scripted_tools.h"
 
 #include <QDialog>
@@ -15,11 +16,6 @@
 
 #include <chrono>
 #include <memory>
-
-/// Long enough for a slow machine under a sanitizer; only a failing test waits for it.
-inline constexpr int kPatience = 20'000;
-#define EVENTUALLY(condition) QTRY_VERIFY_WITH_TIMEOUT(condition, kPatience)
-#define EVENTUALLY_EQUAL(actual, expected) QTRY_COMPARE_WITH_TIMEOUT(actual, expected, kPatience)
 
 inline constexpr QStringView kAccountPrompt = u"enter Apple ID (email address or phone number): ";
 inline constexpr QStringView kPasswordPrompt = u"enter password: ";
