@@ -9,14 +9,11 @@
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
-#include <unistd.h>
 
-#include <atomic>
 #include <csignal>
 #include <fstream>
 #include <functional>
 #include <iterator>
-#include <thread>
 
 using namespace Qt::StringLiterals;
 
@@ -30,11 +27,6 @@ const QString kForeign = u"В выбранной папке уже есть др
 const QString kNotReplaced = u"Не удалось заменить ранее сохранённый IPA."_s;
 
 const IPAInfo kInfo{u"com.example.app"_s, u"1.0"_s};
-
-// Enough for every order of the two sides' steps to come up many times.
-constexpr int kRaceRounds = 400;
-constexpr auto kRaceStep = std::chrono::nanoseconds(500);
-constexpr int kPublishingRaceRounds = 60; // each one validates an IPA
 
 // Memory of its own: a volume that is not the one of the temporary files.
 constexpr const char *kOtherVolume = "/dev/shm";
@@ -59,29 +51,6 @@ dev_t deviceOf(const fs::path &file)
 size_t entriesIn(const fs::path &folder)
 {
     return static_cast<size_t>(std::distance(fs::directory_iterator(folder), {}));
-}
-
-// Publishes while another thread acts on the same name, and returns what publishing said.
-bool race(const std::function<bool()> &publish, const std::function<void()> &act, int round)
-{
-    std::atomic<int> ready = 0;
-    const auto start = [&ready] {
-        ++ready;
-        while (ready < 2)
-            std::this_thread::yield();
-    };
-    std::thread other([&] {
-        start();
-        // A little later every round: the other side's moment wanders through ours.
-        const auto moment = std::chrono::steady_clock::now() + (round % 100) * kRaceStep;
-        while (std::chrono::steady_clock::now() < moment) {
-        }
-        act();
-    });
-    start();
-    const bool published = publish();
-    other.join();
-    return published;
 }
 
 // What happens before the first, second… exchange or exclusive rename: an errno value makes the call fail.
@@ -397,54 +366,6 @@ private Q_SLOTS:
         const bool isLeft = there != "foreign" && beside != "foreign";
         QCOMPARE(contents(source), std::string(isLeft ? "foreign" : ""));
         QCOMPARE(exists(source.parent_path()), isLeft);
-    }
-
-    void raceWithCreation_data() { everyWayOfMoving_data(); }
-
-    // Whoever creates the file first has the name; the other one is told so, and nobody's bytes are lost.
-    void raceWithCreation()
-    {
-        QFETCH(MoveWay, way);
-        int ours = 0;
-        for (int round = 0; round < kRaceRounds; ++round) {
-            fs::remove(m_destination);
-            write(m_source, "new");
-            bool created = false;
-            const bool moved =
-                race([&] { return MoveWithoutReplacing(m_source, m_destination, nullptr, way); },
-                     [&] {
-                         const FileDescriptor file(
-                             ::open(m_destination.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
-                         created = file.isOpen() && ::write(file.get(), "foreign", 7) == 7;
-                     },
-                     round);
-            QCOMPARE(moved, !created);
-            QCOMPARE(contents(m_destination), std::string(created ? "foreign" : "new"));
-            QCOMPARE(exists(m_source), created);
-            ours += moved ? 1 : 0;
-        }
-        qInfo("%d of %d names were ours", ours, kRaceRounds);
-    }
-
-    // The earlier copy is being checked while another file takes its name.
-    void raceWithPublishing()
-    {
-        const fs::path other = m_destination.parent_path() / "other";
-        for (int round = 0; round < kPublishingRaceRounds; ++round) {
-            QVERIFY(writeIPA(m_source, {.padding = 11}));
-            QVERIFY(writeIPA(m_destination, {}));
-            write(other, "foreign");
-            Error error;
-            const bool published =
-                race([&] { return publish(&error); },
-                     [&] {
-                         std::this_thread::sleep_for(std::chrono::microseconds(round * 500));
-                         ::rename(other.c_str(), m_destination.c_str());
-                     },
-                     round);
-            QCOMPARE(contents(m_destination), std::string("foreign"));
-            QCOMPARE(error.message, published ? QString() : kForeign);
-        }
     }
 
 private:
