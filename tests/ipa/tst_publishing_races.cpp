@@ -18,9 +18,11 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <atomic>
 #include <cerrno>
 #include <climits>
+#include <cmath>
 #include <csignal>
 #include <fstream>
 #include <iterator>
@@ -38,12 +40,15 @@ namespace {
 constexpr int kSample = 200; // rounds in the usual run; ZARVO_ROUNDS for more
 constexpr int kMostDeeds = 60;
 constexpr auto kLongestPause = 12ms; // as long as looking at an earlier copy takes
+constexpr auto kLongestHesitation = 1000us;
 constexpr const char *kName = "Банк 1.0.ipa";
 const IPAInfo kInfo{u"com.example.app"_s, u"1.0"_s};
 
 /// What the file system offers us; the other process always has everything.
 enum Offer { Everything, NoExchange, NoLinksEither };
 std::atomic<Offer> offer = Everything;
+
+enum Kind { Foreign, Link, EarlierCopy };
 
 /// What both processes see.
 struct Board
@@ -52,8 +57,11 @@ struct Board
     std::atomic<int> ready; // that the rival has prepared
     std::atomic<int> published;
     std::atomic<int> resting; // that the rival has finished
-    std::atomic<int> made;    // files of the rival so far
+    std::atomic<int> moments; // at which our side was about to change names
+    std::atomic<int> made;    // files of the rival in this round
+    std::array<std::atomic<Kind>, 2 * kMostDeeds> kinds;
 };
+Board *board = nullptr;
 static_assert(std::atomic<int>::is_always_lock_free);
 
 Board *openBoard(const fs::path &folder)
@@ -89,18 +97,10 @@ std::string stamped(const fs::path &folder, char kind, int number)
     return bytes + stamp;
 }
 
-enum Kind { Foreign, Link, EarlierCopy };
-
-Kind kindOf(int number, Offer offered)
+std::string bytesOf(const fs::path &folder, int number)
 {
-    const int draw = static_cast<int>(std::minstd_rand(static_cast<unsigned>(number) * 7919 + 1)() % 8);
-    return draw < 4 ? Foreign : draw == 4 || offered != Everything ? Link : EarlierCopy;
-}
-
-std::string bytesOf(const fs::path &folder, int number, Offer offered)
-{
-    return kindOf(number, offered) == EarlierCopy ? stamped(folder, 'c', number)
-                                                  : "foreign " + std::to_string(number);
+    return board->kinds[static_cast<size_t>(number)] == EarlierCopy ? stamped(folder, 'c', number)
+                                                                    : "foreign " + std::to_string(number);
 }
 
 class Rival
@@ -109,7 +109,6 @@ public:
     Rival(fs::path folder, Offer offered)
         : m_folder(std::move(folder))
         , m_name(m_folder / "out" / kName)
-        , m_board(openBoard(m_folder))
         , m_offered(offered)
     {
     }
@@ -117,57 +116,82 @@ public:
     [[noreturn]] void run()
     {
         for (int round = 1;; ++round) {
-            waitFor(m_board->round, round);
+            waitFor(board->round, round);
             m_random.seed(static_cast<unsigned>(round));
-            if (m_random() % 2 == 0)
+            const bool lurks = chance() < 0.5;
+            if (lurks)
+                move(keep(make(m_offered == Everything ? EarlierCopy : Foreign)), m_name, RENAME_NOREPLACE);
+            else if (chance() < 0.5)
                 act();
-            m_board->ready = round;
-            // Now hurried, now slow: its deeds fall between any two of ours.
-            const double hurry = std::uniform_real_distribution(0.0, 1.0)(m_random);
-            for (int deed = 0; deed < kMostDeeds && m_board->published < round; ++deed) {
-                const auto pause = std::uniform_real_distribution(0.0, 1.0)(m_random) * hurry * hurry * hurry;
-                const auto until = Clock::now() + pause * kLongestPause;
-                while (Clock::now() < until && m_board->published < round)
-                    std::this_thread::yield();
+            m_calm = std::pow(chance(), 3.0) * kLongestPause;
+            board->ready = round;
+            for (int deed = 0; deed < kMostDeeds && board->published < round; ++deed) {
+                lurks ? waitForMoment(round) : pause(chance() * m_calm, round);
                 act();
             }
-            waitFor(m_board->published, round);
-            m_board->resting = round;
+            waitFor(board->published, round);
+            board->resting = round;
         }
     }
 
 private:
     using Clock = std::chrono::steady_clock;
+    using Pause = std::chrono::duration<double, std::milli>;
 
-    static bool rename(const fs::path &from, const fs::path &to, unsigned flags)
+    double chance() { return std::uniform_real_distribution(0.0, 1.0)(m_random); }
+
+    static void pause(Pause time, int round)
+    {
+        const auto until = Clock::now() + time;
+        while (Clock::now() < until && board->published < round)
+            std::this_thread::yield();
+    }
+
+    // Until our side is about to change names, and then some.
+    void waitForMoment(int round)
+    {
+        const int moments = board->moments;
+        while (board->moments == moments && board->published < round)
+            std::this_thread::yield();
+        pause(chance() * kLongestHesitation, round);
+    }
+
+    static bool move(const fs::path &from, const fs::path &to, unsigned flags)
     {
         return ::syscall(SYS_renameat2, AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), flags) == 0;
     }
 
     fs::path keep(int number) const { return m_folder / "own" / std::to_string(number); }
 
-    int make()
+    Kind anyKind()
     {
-        const int number = m_board->made;
-        const std::string bytes = bytesOf(m_folder, number, m_offered);
-        if (kindOf(number, m_offered) == Link)
+        const double draw = chance();
+        return draw < 0.5 ? Foreign : draw < 0.6 || m_offered != Everything ? Link : EarlierCopy;
+    }
+
+    int make(Kind kind)
+    {
+        const int number = board->made;
+        board->kinds[static_cast<size_t>(number)] = kind;
+        const std::string bytes = bytesOf(m_folder, number);
+        if (kind == Link)
             fs::create_symlink(bytes, keep(number));
         else
             std::ofstream(keep(number), std::ios::binary) << bytes;
-        ++m_board->made;
+        ++board->made;
         return number;
     }
 
-    bool createInPlace()
+    void createInPlace()
     {
-        const int number = m_board->made;
         const FileDescriptor file(::open(m_name.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
-        if (!file.isOpen() || kindOf(number, m_offered) == Link)
-            return file.isOpen() && ::unlink(m_name.c_str()) == 0;
-        const std::string bytes = bytesOf(m_folder, number, m_offered);
-        const bool isWhole = ::write(file.get(), bytes.data(), bytes.size()) == ssize_t(bytes.size());
-        ++m_board->made;
-        return isWhole;
+        if (!file.isOpen())
+            return;
+        const int number = board->made;
+        board->kinds[static_cast<size_t>(number)] = Foreign;
+        const std::string bytes = bytesOf(m_folder, number);
+        if (::write(file.get(), bytes.data(), bytes.size()) == ssize_t(bytes.size()))
+            ++board->made;
     }
 
     // Where names cannot be exchanged, whoever replaces or takes away can still slip between a look and a
@@ -178,21 +202,21 @@ private:
         switch (m_random() % 5) {
         case 0:
             if (!onlyFreeNames) {
-                rename(m_name, m_folder / "own" / ("taken" + std::to_string(m_taken++)), RENAME_NOREPLACE);
+                move(m_name, m_folder / "own" / ("taken" + std::to_string(m_taken++)), RENAME_NOREPLACE);
                 return;
             }
             [[fallthrough]];
         case 1:
             if (!onlyFreeNames) {
-                rename(keep(make()), m_name, RENAME_EXCHANGE);
+                move(keep(make(anyKind())), m_name, RENAME_EXCHANGE);
                 return;
             }
             [[fallthrough]];
         case 2:
-            (void)!::link(keep(make()).c_str(), m_name.c_str());
+            (void)!::link(keep(make(anyKind())).c_str(), m_name.c_str());
             return;
         case 3:
-            rename(keep(make()), m_name, RENAME_NOREPLACE);
+            move(keep(make(anyKind())), m_name, RENAME_NOREPLACE);
             return;
         default:
             createInPlace();
@@ -201,26 +225,44 @@ private:
 
     fs::path m_folder;
     fs::path m_name;
-    Board *m_board;
     Offer m_offered;
     std::minstd_rand m_random;
+    Pause m_calm{};
     int m_taken = 0;
 };
 
 } // namespace
 
-// These take the place of the C library's for this program.
+// These take the place of the C library's for this program. Each hesitates now and then, as any program may
+// when the machine is busy: what was looked at before may be another thing by then.
+static void hesitate()
+{
+    static std::minstd_rand random;
+    if (board)
+        ++board->moments;
+    if (random() % 2 == 0)
+        std::this_thread::sleep_for(random() % 100 * kLongestHesitation / 100);
+}
+
 extern "C" int renameat2(int from, const char *source, int to, const char *destination,
                          unsigned flags) noexcept
 {
+    hesitate();
     errno = EINVAL;
     return offer == Everything
                ? static_cast<int>(::syscall(SYS_renameat2, from, source, to, destination, flags))
                : -1;
 }
 
+extern "C" int rename(const char *source, const char *destination) noexcept
+{
+    hesitate();
+    return static_cast<int>(::syscall(SYS_renameat2, AT_FDCWD, source, AT_FDCWD, destination, 0U));
+}
+
 extern "C" int linkat(int from, const char *source, int to, const char *destination, int flags) noexcept
 {
+    hesitate();
     errno = EPERM;
     return offer == NoLinksEither
                ? -1
@@ -237,11 +279,11 @@ private Q_SLOTS:
 
 private:
     QString publish(int round);
-    QString wrong(int round, int firstMade, Offer offered, const QString &outcome);
+    QString wrong(int round, const QString &outcome);
 
     QTemporaryDir m_folder{QDir::tempPath() + u"/zarvo-race-XXXXXX"_s};
     const fs::path m_root{m_folder.path().toStdString()};
-    Board *const m_board = openBoard(m_root);
+    int m_made = 0;
     std::map<QString, int> m_outcomes;
     int m_replaced = 0;
 };
@@ -258,8 +300,9 @@ void PublishingRacesTest::losesNothing()
 {
     QFETCH(const Offer, offered);
     QVERIFY(writeIPA(m_root / "archive", {}));
-    QVERIFY(m_board);
-    new (m_board) Board{};
+    board = openBoard(m_root);
+    QVERIFY(board);
+    new (board) Board{};
     QProcess rival;
     rival.setProcessChannelMode(QProcess::ForwardedChannels);
     fs::create_directories(m_root / "out");
@@ -274,17 +317,18 @@ void PublishingRacesTest::losesNothing()
 
     offer = offered;
     m_outcomes.clear();
-    m_replaced = 0;
+    m_replaced = m_made = 0;
     const int rounds = std::max(kSample, qEnvironmentVariableIntValue("ZARVO_ROUNDS"));
     for (int round = 1; round <= rounds; ++round) {
-        const int firstMade = m_board->made;
-        m_board->round = round;
-        waitFor(m_board->ready, round);
+        board->made = 0;
+        board->round = round;
+        waitFor(board->ready, round);
         const QString outcome = publish(round);
-        m_board->published = round;
-        waitFor(m_board->resting, round);
-        QCOMPARE(wrong(round, firstMade, offered, outcome), QString());
+        board->published = round;
+        waitFor(board->resting, round);
+        QCOMPARE(wrong(round, outcome), QString());
         ++m_outcomes[outcome];
+        m_made += board->made;
         for (const char *folder : {"out", "own"}) {
             fs::remove_all(m_root / folder);
             fs::create_directory(m_root / folder);
@@ -292,7 +336,7 @@ void PublishingRacesTest::losesNothing()
     }
     offer = Everything;
     qInfo("%d rounds, %d files of the other process: none lost or changed, %d earlier copies replaced",
-          rounds, m_board->made.load(), m_replaced);
+          rounds, m_made, m_replaced);
     for (const auto &[sentence, times] : m_outcomes)
         qInfo("%6d × %s", times, sentence.isEmpty() ? "published" : qPrintable(sentence));
 }
@@ -312,7 +356,7 @@ QString PublishingRacesTest::publish(int round)
 }
 
 // What has been lost or cut, in words.
-QString PublishingRacesTest::wrong(int round, int firstMade, Offer offered, const QString &outcome)
+QString PublishingRacesTest::wrong(int round, const QString &outcome)
 {
     static const QStringList sentences{
         u"В выбранной папке уже есть ссылка с таким именем. Выберите другую папку."_s,
@@ -334,10 +378,10 @@ QString PublishingRacesTest::wrong(int round, int firstMade, Offer offered, cons
     if (take(stamped(m_root, 'o', round)) != published)
         return published ? u"ours is nowhere"_s : u"ours has been left"_s;
     int copiesGone = 0;
-    for (int number = firstMade; number < m_board->made; ++number) {
-        if (take(bytesOf(m_root, number, offered)))
+    for (int number = 0; number < board->made; ++number) {
+        if (take(bytesOf(m_root, number)))
             continue;
-        if (kindOf(number, offered) != EarlierCopy)
+        if (board->kinds[static_cast<size_t>(number)] != EarlierCopy)
             return u"file %1 is lost"_s.arg(number);
         ++copiesGone;
     }
@@ -353,6 +397,7 @@ int main(int argc, char **argv)
     const QStringList arguments = QCoreApplication::arguments();
     if (arguments.value(1) == "--rival"_L1) {
         ::prctl(PR_SET_PDEATHSIG, SIGKILL);
+        board = openBoard(arguments.value(2).toStdString());
         Rival(arguments.value(2).toStdString(), static_cast<Offer>(arguments.value(3).toInt())).run();
     }
     qputenv("QTEST_FUNCTION_TIMEOUT", QByteArray::number(INT_MAX)); // ten thousand rounds take their time
