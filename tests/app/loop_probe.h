@@ -53,8 +53,9 @@ public:
         const Time passed = wall() - m_began;
         longest = std::max(longest, passed);
         longestOwn = std::max(longestOwn, passed - (waited() - m_waited));
-        if (m_status && (said.isEmpty() || said.last() != m_status->text()))
-            said.append(m_status->text());
+        const auto *label = qobject_cast<QLabel *>(m_status.data());
+        if (label && (said.isEmpty() || said.last() != label->text()))
+            said.append(label->text());
         start(); // for the rest of a handler that had an event loop of its own
         return handled;
     }
@@ -76,7 +77,7 @@ private:
     }
 
     FileDescriptor m_schedule{::open("/proc/thread-self/schedstat", O_RDONLY | O_CLOEXEC)};
-    QPointer<QLabel> m_status;
+    QPointer<QObject> m_status; // asked what it is: a label sends events while it dies
     Time m_began{};
     Time m_waited{};
     int m_depth = 0;
