@@ -31,6 +31,7 @@ constexpr auto kForMainThread = 400ms;
 
 void cleanUp()
 {
+    ChildProcess::leave();
     ChildProcess::killAll();
     PrivateFolder::removeAll(kForRemoval);
 }
@@ -91,6 +92,7 @@ int RunWindow(int &argc, char **argv, const WindowedOptions &options)
     if (options.launched)
         options.launched();
     QApplication::exec();
+    ChildProcess::leave(); // before anybody is asked to end
     controller.applicationWillTerminate();
     ChildProcess::terminateAll(); // also what the job waits for, but cannot cancel
     ChildProcess::waitForAll(kForChildren);

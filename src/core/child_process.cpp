@@ -269,6 +269,9 @@ void watch(const std::shared_ptr<State> &state, std::unique_ptr<Launch> launch)
     }
     {
         const std::lock_guard lock(state->mutex);
+        // No other group can have the number before the child is reaped.
+        if (ChildRegistry::isLeaving())
+            ::kill(-pid, SIGKILL);
         state->status = waitStatus(pid);
         state->phase = State::Phase::Ended;
         state->changed.notify_all();
@@ -335,6 +338,11 @@ int ChildProcess::terminationStatus() const
 {
     const std::lock_guard lock(m_state->mutex);
     return m_state->status;
+}
+
+void ChildProcess::leave()
+{
+    ChildRegistry::leave();
 }
 
 void ChildProcess::terminateAll()

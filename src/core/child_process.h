@@ -53,6 +53,9 @@ public:
     /// Its exit status, or the number of the signal that ended it. Meaningful once it has ended.
     int terminationStatus() const;
 
+    /// The first step on the way out of the program: a child that ends from now on takes with it what it
+    /// leaves in its process group, which nobody could end later.
+    static void leave();
     /// Asks every child of this process to end (SIGTERM).
     static void terminateAll();
     /// Ends every child of this process at once (SIGKILL), for the way out of the program. Children started

@@ -11,6 +11,7 @@ struct Registry
     std::mutex mutex;
     std::condition_variable emptied;
     std::vector<std::shared_ptr<State>> alive;
+    bool leaving = false;
     bool closed = false;
 };
 
@@ -40,6 +41,20 @@ void ChildRegistry::forget(const std::shared_ptr<State> &child)
     std::erase(all.alive, child);
     if (all.alive.empty())
         all.emptied.notify_all();
+}
+
+void ChildRegistry::leave()
+{
+    Registry &all = registry();
+    const std::lock_guard lock(all.mutex);
+    all.leaving = true;
+}
+
+bool ChildRegistry::isLeaving()
+{
+    Registry &all = registry();
+    const std::lock_guard lock(all.mutex);
+    return all.leaving;
 }
 
 bool ChildRegistry::isClosed()

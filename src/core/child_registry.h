@@ -45,6 +45,10 @@ namespace ChildRegistry {
 bool enroll(const std::shared_ptr<ChildProcess::State> &child);
 /// Lets go of one that has ended or could not be started.
 void forget(const std::shared_ptr<ChildProcess::State> &child);
+/// From now on a child's group ends with it.
+void leave();
+/// True once leave() was called.
+bool isLeaving();
 /// True once all were ended for good.
 bool isClosed();
 /// Sends the signals, in their order, to every child that runs; `close` lets no further one start.

@@ -104,9 +104,13 @@ private:
     {
         if (m_action == u"install" && !view<QPushButton>("installButton")->isEnabled())
             return press("chooseIPA"); // that chooser has no event loop of its own
-        static const std::map<QString, const char *> buttons{
-            {u"download"_s, "downloadButton"}, {u"verify"_s, "downloadButton"}, {u"batch"_s, "allButton"},
-            {u"install"_s, "installButton"},   {u"info"_s, "infoButton"},       {u"login"_s, "login"}};
+        static const std::map<QString, const char *> buttons{{u"download"_s, "downloadButton"},
+                                                             {u"verify"_s, "downloadButton"},
+                                                             {u"batch"_s, "allButton"},
+                                                             {u"install"_s, "installButton"},
+                                                             {u"info"_s, "infoButton"},
+                                                             {u"login"_s, "login"},
+                                                             {u"poll"_s, "refresh"}};
         table->selectRow(table->model()->rowCount() - 1);
         begin(buttons.at(m_action));
     }
@@ -129,12 +133,23 @@ private:
             QTimer::singleShot(0, this, [this, button] { press(button); });
     }
 
+    static void signIn(QWidget *sheet)
+    {
+        if (!sheet)
+            return;
+        for (const char *field : {"account", "password"})
+            QTest::keyClicks(sheet->findChild<QLineEdit *>(QLatin1StringView(field)), u"owner"_s);
+        QTest::mouseClick(sheet->findChild<QPushButton *>(u"startButton"_s), Qt::LeftButton);
+    }
+
     void watch()
     {
         if (m_action == u"install" && !isBusy()) {
             if (auto *alert = qobject_cast<QDialog *>(QApplication::activeModalWidget()))
                 QTest::keyClick(alert, Qt::Key_Return);
         }
+        if (m_action == u"login" && !m_said)
+            signIn(QApplication::activeModalWidget());
         static const std::map<QString, QString> signs{{u"download"_s, u"Загрузка:"_s},
                                                       {u"batch"_s, u"Загрузка:"_s},
                                                       {u"verify"_s, u"Проверка IPA:"_s},

@@ -21,6 +21,7 @@ using namespace Qt::StringLiterals;
 namespace {
 
 constexpr auto kForever = 300s;
+constexpr int kOften = 1'000'000;
 constexpr int kApps = 6;
 constexpr qint64 kSmall = 2'000'000;
 constexpr qint64 kLarge = 500'000'000; // a check of it by unzip takes a good part of a second
@@ -59,6 +60,28 @@ QString appID(int number)
 
 using Way = std::function<void(const PilotedProgram &)>;
 
+/// What a tool does that the program leaves in the middle of its work; the file says that it has done so.
+using Nature = std::function<void(Scenario &, const QString &ready)>;
+
+const std::map<QString, Nature> &natures()
+{
+    static const std::map<QString, Nature> all{
+        {u"heeds SIGTERM"_s, [](Scenario &tool, const QString &ready) { tool.touches(ready); }},
+        {u"heeds nothing"_s,
+         [](Scenario &tool, const QString &ready) {
+             tool.ignoresTermination().ignores(SIGHUP).touches(ready);
+         }},
+        {u"stopped"_s, [](Scenario &tool, const QString &ready) { tool.touches(ready).stops(); }},
+        {u"its child heeds nothing"_s,
+         [](Scenario &tool, const QString &ready) { tool.leavesGrandchild(kForever, true).touches(ready); }},
+        {u"both heed nothing"_s,
+         [](Scenario &tool, const QString &ready) {
+             tool.ignoresTermination().ignores(SIGHUP).leavesGrandchild(kForever, true).touches(ready);
+         }},
+    };
+    return all;
+}
+
 const std::map<QString, Way> &orderlyWays()
 {
     static const std::map<QString, Way> ways{
@@ -91,7 +114,7 @@ private Q_SLOTS:
     void cleanupTestCase();
 
 private:
-    void play(std::chrono::milliseconds download);
+    void play(std::chrono::milliseconds download, const QString &action = {}, const QString &nature = {});
     QString inFolder(const QString &name) const { return m_folder.filePath(name); }
     bool prepareDestination();
     /// What is wrong in the destination, in words; empty when nothing is.
@@ -128,8 +151,15 @@ void QuittingTest::cleanup()
 }
 
 // All apps have one identifier, so that one archive serves for all of them; their names differ.
-void QuittingTest::play(std::chrono::milliseconds download)
+void QuittingTest::play(std::chrono::milliseconds download, const QString &action, const QString &nature)
 {
+    const QString ready = inFolder(u"ready"_s);
+    QFile::remove(ready);
+    const auto stays = [&](Scenario &tool) {
+        if (!nature.isEmpty())
+            natures().at(nature)(tool, ready);
+        tool.sleeps(kForever);
+    };
     QByteArray apps = "{\"apps\":[";
     for (int i = 0; i < kApps; ++i)
         apps += QStringLiteral(R"(%1{"id":"%2","name":"App %3","version":"1.0","storeID":"%4"})")
@@ -138,14 +168,20 @@ void QuittingTest::play(std::chrono::milliseconds download)
                     .arg(i + 1)
                     .toUtf8();
     Scenario device = m_tools.add(u"devicezarvo"_s);
-    device.when({u"devices"}).prints(uR"({"devices":[{"id":"P","name":"Phone","ios":"17"}]})");
+    device.when({u"devices"}).times(action == u"poll" ? 1 : kOften);
+    device.prints(uR"({"devices":[{"id":"P","name":"Phone","ios":"17"}]})");
+    stays(device.when({u"devices"}));
     device.when({u"apps"}).prints(QString::fromUtf8(apps + "]}"));
-    device.when({u"install"}).ignoresTermination().sleeps(kForever);
+    stays(device.when({u"install"}));
     device.when({u"info"}).prints(u"{\"details\":[]}");
     device.when({u"battery"}).prints(u"{\"details\":[]}");
     Scenario store = m_tools.add(u"ipatool"_s);
+    if (action == u"check")
+        stays(store.when({u"auth", u"info"}));
     store.when({u"auth", u"info"}).prints(u"{\"email\":\"a@example.com\",\"success\":true}");
-    store.when({u"auth", u"login"}).sleeps(kForever);
+    stays(store.when({u"auth", u"login"}));
+    if (action == u"verify")
+        store.when({u"download"}).copies(inFolder(u"large.ipa"_s)).prints(u"{\"success\":true}");
     store.when({u"download", u"--app-id"})
         .grows(kSmall, download, u"{--output}.tmp")
         .copies(inFolder(u"small.ipa"_s))
@@ -183,43 +219,44 @@ void QuittingTest::leavesNothing_data()
 {
     QTest::addColumn<QString>("action");
     QTest::addColumn<QString>("way");
+    QTest::addColumn<QString>("nature"); // of the tool; empty: not asked for
     for (const auto &[way, act] : orderlyWays()) {
         for (const QString &action : {u"batch"_s, u"verify"_s})
-            QTest::addRow("%s, %s", qPrintable(action), qPrintable(way)) << action << way;
+            QTest::addRow("%s, %s", qPrintable(action), qPrintable(way)) << action << way << QString();
     }
-    for (const QString &action : {u"idle"_s, u"check"_s, u"install"_s, u"info"_s, u"login"_s})
-        QTest::addRow("%s", qPrintable(action)) << action << u"SIGTERM"_s;
-    QTest::newRow("info, window closed") << u"info"_s << u"window closed"_s;
+    for (const QString &action : {u"check"_s, u"poll"_s, u"install"_s, u"login"_s}) {
+        for (const auto &[nature, play] : natures())
+            QTest::addRow("%s, %s", qPrintable(action), qPrintable(nature))
+                << action << u"SIGTERM"_s << nature;
+    }
+    QTest::newRow("check, heeds nothing, SIGKILL") << u"check"_s << u"SIGKILL"_s << u"heeds nothing"_s;
+    QTest::newRow("idle") << u"idle"_s << u"SIGTERM"_s << QString();
+    for (const QString &way : {u"SIGTERM"_s, u"window closed"_s})
+        QTest::addRow("info, %s", qPrintable(way)) << u"info"_s << way << QString();
 }
 
 void QuittingTest::leavesNothing()
 {
     QFETCH(const QString, action);
     QFETCH(const QString, way);
-    play(2s);
-    if (action == u"check")
-        m_tools.add(u"ipatool"_s).ignoresTermination().sleeps(kForever);
-    if (action == u"verify")
-        m_tools.add(u"ipatool"_s)
-            .when({u"auth"})
-            .prints(u"{\"email\":\"a@example.com\",\"success\":true}")
-            .when({u"download"})
-            .copies(inFolder(u"large.ipa"_s))
-            .prints(u"{\"success\":true}");
+    QFETCH(const QString, nature);
+    const bool orderly = way != u"SIGKILL"; // else the system ends the child, and the folder stays
     for (int round = 0; round < rounds(1); ++round) {
         QVERIFY(prepareDestination());
         m_tmpdir = nullptr;
         m_tmpdir = std::make_unique<TemporaryTmpdir>();
+        play(2s, action, nature);
         PilotedProgram program;
         QVERIFY(program.start(m_tools.path(), m_destination, action, inFolder(u"small.ipa"_s)));
         QVERIFY2(program.waitForLine("at work"), program.printed().constData());
-        orderlyWays().at(way)(program);
+        QTRY_VERIFY_WITH_TIMEOUT(nature.isEmpty() || QFile::exists(inFolder(u"ready"_s)), 20'000);
+        orderly ? orderlyWays().at(way)(program) : program.signal(SIGKILL);
         const PilotedProgram::End end = program.waitForEnd();
-        QCOMPARE(end.status, 0);
+        QCOMPARE(end.status, orderly ? 0 : -SIGKILL);
         QVERIFY2(end.after < kNoWaiting, qPrintable(u"%1 ms"_s.arg(end.after.count())));
         m_durations[way].append(end.after.count());
-        QCOMPARE(PilotedProgram::survivors(200ms), 0);
-        QCOMPARE(damage(true), QString());
+        QCOMPARE(PilotedProgram::survivors(orderly ? 200ms : 2000ms), 0);
+        QCOMPARE(damage(orderly), QString());
     }
 }
 

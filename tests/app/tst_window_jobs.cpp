@@ -5,7 +5,6 @@
 #include <QClipboard>
 #include <QFile>
 
-#include <csignal>
 #include <functional>
 #include <optional>
 
@@ -30,18 +29,13 @@ struct Fault
 const Fault kFaults[] = {
     {"missing", u"Не удалось запустить «ipatool»: программы нет в папке ", {}},
     {"not executable", u"Не удалось запустить «ipatool»: файл ", {}},
-    {"killed", u"Загрузку выполнить не удалось.", [](Scenario &tool) { tool.raises(SIGKILL); }},
-    {"endless output", u"Модуль вывел слишком много данных. Повторите попытку.",
-     [](Scenario &tool) { tool.floods(-1); }},
     {"not UTF-8", kNotConfirmed,
      [](Scenario &tool) { tool.printsBytes("{\"success\":true,\"apps\":[],\"x\":\"\xff\"}"); }},
     {"nested deeply", kNotConfirmed,
      [](Scenario &tool) { tool.prints(u"{\"success\":true,\"apps\":"_s + QString(kDepth, u'[')); }},
-    {"half a line", kNotConfirmed, [](Scenario &tool) { tool.prints(u"{\"success\":true,\"apps\":[{\"id"); }},
     {"another program", u"Загрузку выполнить не удалось.\n\nКод модуля: 1. Причина: Error: unknown command",
      [](Scenario &tool) { tool.printsError(u"Error: unknown command \"auth\"").exits(1); },
      u"Эта версия ipatool не подходит"},
-    {"nothing", kNotConfirmed, [](Scenario &tool) { tool.exits(0); }},
 };
 
 /// The tool goes wrong in the calls whose arguments contain `word`.

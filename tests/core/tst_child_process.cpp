@@ -1,16 +1,12 @@
-#include "core/private_folder.h"
 #include "tool_fixture.h"
 
-#include <QCoreApplication>
 #include <QDir>
-#include <QProcess>
 #include <QTest>
 
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <future>
 #include <thread>
 
 using namespace Qt::StringLiterals;
@@ -130,18 +126,6 @@ private Q_SLOTS:
         QVERIFY(!ZarvoCommand(program, arguments, kAmple)); // the reason is not asked for
     }
 
-    void doesNotWaitForGrandchildren()
-    {
-        tool().prints(u"done").leavesGrandchild(60s).exits(0);
-        const auto result = run();
-        QVERIFY(result);
-        QCOMPARE(result->out, u"done"_s);
-        QVERIFY(m_tools->waitForEvents(u"tool"_s, u"grandchild", 1));
-        const pid_t grandchild = pidOf(events(u"grandchild").first());
-        QVERIFY(IsProcessAlive(grandchild));
-        ::kill(grandchild, SIGKILL);
-    }
-
     void endsWhenAnotherThreadTerminatesIt()
     {
         tool().sleeps(60s);
@@ -191,83 +175,7 @@ private Q_SLOTS:
         QVERIFY(result);
         QCOMPARE(result->code, 3);
     }
-
-    void endsChildrenWhenItDies_data()
-    {
-        QTest::addColumn<QString>("mode");
-        QTest::addColumn<bool>("leavesFolder");
-        QTest::newRow("killed: the child ends too") << u"--wait"_s << true;
-        QTest::newRow("leaves without waiting for its worker: no child, no folder") << u"--leave"_s << false;
-    }
-
-    void endsChildrenWhenItDies()
-    {
-        QFETCH(const QString, mode);
-        QFETCH(const bool, leavesFolder);
-        tool().ignoresTermination().touches(file(u"ready"_s)).sleeps(60s);
-        QProcess program;
-        program.setProcessChannelMode(QProcess::ForwardedChannels);
-        program.start(QCoreApplication::applicationFilePath(), {mode, path(), file(u"ready"_s)});
-        QTRY_VERIFY_WITH_TIMEOUT(isThere(u"ready"_s), 20'000);
-        QVERIFY(isAnythingAlive() || mode == "--leave"_L1);
-        if (mode == "--wait"_L1)
-            ::kill(static_cast<pid_t>(program.processId()), SIGKILL);
-        QTRY_COMPARE_WITH_TIMEOUT(program.state(), QProcess::NotRunning, 20'000);
-        if (mode == "--leave"_L1)
-            QCOMPARE(program.exitCode(), 0);
-        QTRY_VERIFY(!isAnythingAlive());
-        const QStringList left = PrivateFoldersIn(m_tmpdir->path());
-        QCOMPARE(left.size(), leavesFolder ? 1 : 0);
-        for (const QString &name : left)
-            QDir(m_tmpdir->path() + u'/' + name).removeRecursively();
-    }
 };
 
-namespace {
-
-constexpr auto kNever = 1h;
-
-// The program that a test ends: it waits for the tool until it is killed.
-int waitForTool(const QString &path)
-{
-    return ZarvoCommand(path, {}, kNever) ? 0 : 1;
-}
-
-// The program that quits while a worker is in the middle of a run, and does not wait for the worker: 0 when
-// the child has ended and nothing can be started any more.
-int leaveTool(const QString &path, const QString &ready)
-{
-    std::promise<std::shared_ptr<ChildProcess>> started;
-    std::thread([path, &started] {
-        RunHooks hooks;
-        hooks.started = [&](const std::shared_ptr<ChildProcess> &child) { started.set_value(child); };
-        hooks.tick = [] { std::this_thread::sleep_for(kNever); };
-        ZarvoCommand(path, {}, kNever, hooks);
-    }).detach();
-    const auto child = started.get_future().get();
-    while (!QFileInfo::exists(ready))
-        std::this_thread::sleep_for(5ms);
-    ChildProcess::killAll();
-    const bool removed = PrivateFolder::removeAll(20s);
-    ChildProcess::Options another;
-    another.path = path;
-    const bool over = removed && child->waitForExit(20s) && !ChildProcess::start(another) &&
-                      !PrivateFolder::createTemporary();
-    std::_Exit(over ? 0 : 1);
-}
-
-} // namespace
-
-int main(int argc, char **argv)
-{
-    QCoreApplication application(argc, argv);
-    const QStringList arguments = QCoreApplication::arguments();
-    if (arguments.value(1) == "--wait"_L1)
-        return waitForTool(arguments.value(2));
-    if (arguments.value(1) == "--leave"_L1)
-        return leaveTool(arguments.value(2), arguments.value(3));
-    ChildProcessTest test;
-    return QTest::qExec(&test, argc, argv);
-}
-
+QTEST_GUILESS_MAIN(ChildProcessTest)
 #include "tst_child_process.moc"

@@ -2,7 +2,6 @@
 
 #include <QTest>
 
-#include <sys/resource.h>
 #include <sys/stat.h>
 
 #include <algorithm>
@@ -19,13 +18,6 @@ namespace {
 constexpr QStringView kCancelled = u"Операция отменена.";
 constexpr QStringView kTimedOut = u"Время ожидания истекло. Проверьте подключение и повторите попытку.";
 constexpr QStringView kTooMuch = u"Модуль вывел слишком много данных. Повторите попытку.";
-
-qint64 peakMemory()
-{
-    rusage usage = {};
-    ::getrusage(RUSAGE_SELF, &usage);
-    return qint64{usage.ru_maxrss} * 1024;
-}
 
 } // namespace
 
@@ -113,10 +105,6 @@ private Q_SLOTS:
         const Script nothing = [](Scenario &) {};
         const Script sleeps = [](Scenario &s) { s.sleeps(60s); };
         QTest::newRow("sleeping: ends") << nothing << sleeps << true;
-        QTest::newRow("stopped: goes on and ends")
-            << nothing << Script([](Scenario &s) { s.stops(); }) << true;
-        QTest::newRow("with a grandchild: both end")
-            << Script([](Scenario &s) { s.leavesGrandchild(60s); }) << sleeps << true;
         QTest::newRow("ignoring the request: left alone, folder gone")
             << Script([](Scenario &s) { s.ignoresTermination(); }) << sleeps << false;
         QTest::newRow("ignoring the request and making files: folder gone")
@@ -220,19 +208,6 @@ private Q_SLOTS:
         QCOMPARE(error.message, accepted ? QString() : kTooMuch.toString());
         if (accepted)
             QCOMPARE(result->out, QString(1000, u'x'));
-    }
-
-    void survivesAFlood()
-    {
-        tool().when({u"err"}).floodsError(-1).when({}).ignoresTermination().floods(-1);
-        const qint64 before = peakMemory();
-        for (const QStringList &arguments : {QStringList(), QStringList(u"err"_s)}) {
-            Error error;
-            QVERIFY(!run(arguments, {}, &error));
-            QCOMPARE(error.message, kTooMuch);
-            QCOMPARE_LT(peakMemory() - before, qint64{16} << 20);
-            QTRY_VERIFY(!isAnythingAlive());
-        }
     }
 
     // Sleeping between polls would make every run last a whole period after a tick, however fast the machine;

@@ -5,7 +5,6 @@
 #include "support/rows.h"
 
 #include <sys/syscall.h>
-#include <unistd.h>
 
 #include <chrono>
 #include <csignal>
@@ -31,7 +30,6 @@ const IPAInfo kInfo{u"com.example.app"_s, u"1.0"_s};
 constexpr int kRaceRounds = 400;
 constexpr auto kRaceStep = std::chrono::nanoseconds(500);
 constexpr auto kHeadStart = std::chrono::microseconds(200); // until the other thread is there
-constexpr int kPublishingRaceRounds = 60;                   // each one validates an IPA
 
 // Memory of its own: a volume that is not the one of the temporary files.
 constexpr const char *kOtherVolume = "/dev/shm";
@@ -344,24 +342,6 @@ private Q_SLOTS:
         fs::remove(m_destination);
         QVERIFY(!move());
         QCOMPARE(entriesIn(m_chosen), size_t{0}); // nothing to move: the name stays free
-    }
-
-    // The earlier copy is being checked while another file takes its name.
-    void raceWithPublishing()
-    {
-        const fs::path other = m_chosen / "other";
-        for (int round = 0; round < kPublishingRaceRounds; ++round) {
-            QVERIFY(writeIPA(m_source, {.padding = 11}) && writeIPA(m_destination, {}));
-            write(other, "foreign");
-            Error error;
-            const auto takeTheName = [&] {
-                std::this_thread::sleep_for(std::chrono::microseconds(round * 500));
-                ::rename(other.c_str(), m_destination.c_str());
-            };
-            const bool published = race([&] { return publish(&error); }, takeTheName, round);
-            QCOMPARE(contents(m_destination), std::string("foreign"));
-            QCOMPARE(error.message, published ? QString() : kForeign);
-        }
     }
 
 private:

@@ -17,6 +17,7 @@
 
 #include <fcntl.h>
 #include <sys/file.h>
+#include <sys/prctl.h>
 #include <sys/stat.h>
 #include <termios.h>
 #include <unistd.h>
@@ -39,6 +40,8 @@ constexpr int kAwaitedInVain = 98;
 constexpr int kBadScenario = 99;
 constexpr milliseconds kPause{5};
 constexpr milliseconds kAwaitLimit{20'000};
+
+char *ownName = nullptr; // argv[0]
 
 struct Call
 {
@@ -194,6 +197,21 @@ void ignoreSignal(const Call &, const QJsonObject &, const QJsonValue &value)
     ::signal(value.toInt(), SIG_IGN);
 }
 
+void closeOutputs(const Call &, const QJsonObject &, const QJsonValue &)
+{
+    for (const int standard : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO})
+        ::close(standard);
+}
+
+// Both names that others see: the one of the thread and the one of the command line, as long as the old one.
+void changeTitle(const Call &, const QJsonObject &, const QJsonValue &value)
+{
+    const QByteArray title = value.toString().toUtf8();
+    ::prctl(PR_SET_NAME, title.constData());
+    for (qsizetype i = 0; ownName[i] != '\0'; ++i)
+        ownName[i] = title[i % title.size()];
+}
+
 // {"grow": bytes, "within": ms, "path": text}: the file grows as a download does, without filling the disk.
 void grow(const Call &call, const QJsonObject &step, const QJsonValue &value)
 {
@@ -219,11 +237,14 @@ void copyFile(const Call &call, const QJsonObject &step, const QJsonValue &value
         giveUp(kBadScenario, u"cannot copy to %1"_s.arg(target));
 }
 
-// A process of its own that keeps the outputs open.
-void grandchild(const Call &call, const QJsonObject &, const QJsonValue &value)
+// {"grandchild": ms, "stubborn": true}: a process of its own that keeps the outputs open; a stubborn one
+// heeds no polite signal.
+void grandchild(const Call &call, const QJsonObject &step, const QJsonValue &value)
 {
     if (::fork() != 0)
         return;
+    for (const int polite : {SIGTERM, SIGHUP})
+        ::signal(polite, step.value("stubborn"_L1).toBool() ? SIG_IGN : SIG_DFL);
     log(call, {{u"event"_s, u"grandchild"_s}});
     std::this_thread::sleep_for(inMilliseconds(value));
     ::_exit(0);
@@ -310,6 +331,8 @@ constexpr std::array kSteps{
     Step{"exit"_L1, exitWith},             // code
     Step{"raise"_L1, raiseSignal},         // signal; SIGSTOP stops the tool until it is continued
     Step{"ignore"_L1, ignoreSignal},       // signal
+    Step{"close"_L1, closeOutputs},        // true
+    Step{"title"_L1, changeTitle},         // text
     Step{"grow"_L1, grow},                 // bytes
     Step{"copy"_L1, copyFile},             // file
     Step{"grandchild"_L1, grandchild},     // its life in milliseconds
@@ -368,6 +391,7 @@ QJsonObject chooseRule(const Call &call, const QJsonArray &rules)
 int main(int argc, char **argv)
 {
     Call call;
+    ownName = argv[0];
     for (int i = 1; i < argc; ++i)
         call.arguments.append(QString::fromLocal8Bit(argv[i]));
     const QJsonObject given = whatWasGiven(call); // before anything else is opened

@@ -2,6 +2,7 @@
 
 #include <QDir>
 #include <QFile>
+#include <QFileInfo>
 #include <QJsonDocument>
 #include <QSaveFile>
 #include <QTest>
@@ -9,6 +10,7 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <utility>
 
 using namespace Qt::StringLiterals;
@@ -44,11 +46,6 @@ QList<QByteArray> statFields(const QString &pid)
 {
     const QByteArray stat = readFile(u"/proc/%1/stat"_s.arg(pid));
     return stat.mid(stat.lastIndexOf(')') + 2).split(' ');
-}
-
-qsizetype entryCount(const QString &folder)
-{
-    return QDir(folder).entryList(QDir::AllEntries | QDir::System | QDir::NoDotAndDotDot).size();
 }
 
 } // namespace
@@ -186,12 +183,19 @@ QList<pid_t> OwnChildren()
 
 qsizetype OwnDescriptorCount()
 {
-    return entryCount(u"/proc/self/fd"_s) - 1; // without the one that reads the folder
+    const QFileInfoList all = QDir(u"/proc/self/fd"_s).entryInfoList(QDir::AllEntries | QDir::System);
+    return std::count_if(all.begin(), all.end(), [](const QFileInfo &one) {
+        const QString target = one.symLinkTarget(); // none: the one that reads the folder, closed by now
+        return one.isSymLink() && !target.isEmpty() && !target.endsWith(u"anon_inode:[eventfd]");
+    });
 }
 
 qsizetype OwnThreadCount()
 {
-    return entryCount(u"/proc/self/task"_s);
+    const QStringList all = QDir(u"/proc/self/task"_s).entryList(QDir::Dirs | QDir::NoDotAndDotDot);
+    return std::count_if(all.begin(), all.end(), [](const QString &task) {
+        return !readFile(u"/proc/self/task/%1/comm"_s.arg(task)).startsWith("Thread (pooled)");
+    });
 }
 
 bool IsProcessAlive(pid_t pid)

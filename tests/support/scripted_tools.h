@@ -53,6 +53,9 @@ public:
     Scenario &stops() { return raises(SIGSTOP); }
     Scenario &ignores(int signal) { return step(QStringLiteral("ignore"), signal); }
     Scenario &ignoresTermination() { return ignores(SIGTERM); }
+    Scenario &closesOutputs() { return step(QStringLiteral("close"), true); }
+    /// Calls itself something else, for whoever looks at the list of processes.
+    Scenario &changesTitle(QStringView title) { return step(QStringLiteral("title"), title.toString()); }
     /// A file of so many (sparse) bytes grows at `path`, by default where the option --output says.
     Scenario &grows(qint64 bytes, std::chrono::milliseconds within, QStringView path = u"{--output}")
     {
@@ -65,10 +68,10 @@ public:
     {
         return step(QStringLiteral("copy"), file, {{QStringLiteral("path"), path.toString()}});
     }
-    /// Leaves a process that holds the outputs for this time.
-    Scenario &leavesGrandchild(std::chrono::milliseconds life)
+    /// Leaves a process that holds the outputs for this time; a stubborn one ignores SIGTERM and SIGHUP.
+    Scenario &leavesGrandchild(std::chrono::milliseconds life, bool stubborn = false)
     {
-        return step(QStringLiteral("grandchild"), in(life));
+        return step(QStringLiteral("grandchild"), in(life), {{QStringLiteral("stubborn"), stubborn}});
     }
     /// Waits until the file exists; gives up with an exit code of its own after the limit.
     Scenario &awaits(const QString &file, std::chrono::milliseconds limit = std::chrono::seconds(20))
@@ -159,6 +162,7 @@ private:
 
 /// The children of this process, those that wait to be reaped included.
 QList<pid_t> OwnChildren();
+/// Both without what the toolkit keeps for its pool of threads, half a minute each.
 qsizetype OwnDescriptorCount();
 qsizetype OwnThreadCount();
 /// False for a process that has ended, also when nobody has reaped it yet.

@@ -1,0 +1,461 @@
+// Every way in which a child can misbehave, against everything that starts children.
+#include "app/loop_probe.h"
+#include "app/window_fixture.h"
+#include "signin/sign_in_fixture.h"
+
+#include <QFile>
+#include <QMimeDatabase>
+#include <QTimer>
+
+#include <sys/resource.h>
+
+#include <algorithm>
+#include <atomic>
+#include <csignal>
+#include <map>
+#include <mutex>
+#include <thread>
+#include <vector>
+
+using namespace Qt::StringLiterals;
+using namespace std::chrono_literals;
+
+namespace {
+
+#if defined(__SANITIZE_THREAD__) || defined(__SANITIZE_ADDRESS__)
+constexpr auto kAnswersWithin = 500ms; // the same work takes several times as long
+#else
+constexpr auto kAnswersWithin = 100ms;
+#endif
+constexpr qint64 kMemoryForFlood = qint64{16} << 20;
+constexpr RunTimeout kShort = 200ms; // in place of the limit, once the tool misbehaves
+constexpr auto kForever = 300s;
+
+/// How a child ends that misbehaves.
+enum Ending { NotByItself, WithoutAnAnswer, OfASignal, OfItsOutput };
+
+struct Behaviour
+{
+    const char *name;
+    Ending ending;
+    Rules before = {}; // then the limit of time begins to run
+    Rules after = {};
+    int left = 0; // processes that nobody promises to end while the program runs
+};
+
+const Rules kLeavesGrandchild = [](Scenario &tool) { tool.leavesGrandchild(kForever); };
+const Behaviour kBehaviours[] = {
+    {"never ends", NotByItself},
+    {"ignores SIGTERM", NotByItself, [](Scenario &tool) { tool.ignoresTermination(); }, {}, 1},
+    {"stops itself", NotByItself, {}, [](Scenario &tool) { tool.stops(); }},
+    {"closes its outputs, goes on", NotByItself, [](Scenario &tool) { tool.closesOutputs(); }},
+    {"changes its title", NotByItself, [](Scenario &tool) { tool.changesTitle(u") Z 1 1 ("); }},
+    {"with a grandchild, never ends", NotByItself, kLeavesGrandchild},
+    {"leaves a grandchild with its outputs", WithoutAnAnswer, kLeavesGrandchild, {}, 1},
+    {"prints for ever", OfItsOutput, [](Scenario &tool) { tool.ignoresTermination(); },
+     [](Scenario &tool) { tool.floods(-1); }},
+    {"prints errors for ever", OfItsOutput, {}, [](Scenario &tool) { tool.floodsError(-1); }},
+    {"prints nothing", WithoutAnAnswer},
+    {"prints NULs", WithoutAnAnswer, [](Scenario &tool) { tool.printsBytes(QByteArray(1000, '\0')); }},
+    {"prints half a line", WithoutAnAnswer,
+     [](Scenario &tool) { tool.prints(u"{\"success\":true,\"apps\":[{\"id"); }},
+    {"ends of a signal", OfASignal},
+};
+
+struct Caller
+{
+    const char *name;
+    QString tool;
+    QStringView word; // in the command lines of the runs that go wrong
+    std::chrono::seconds limit;
+    bool (*begin)(const Program &);
+    std::array<QStringView, 4> sentences; // for each ending
+};
+
+constexpr QStringView kNoPhone = u"Подключите iPhone кабелем и выберите его в списке.";
+constexpr QStringView kNoApps =
+    u"Подключите и разблокируйте iPhone, подтвердите доверие к Mac и выберите устройство заново.";
+constexpr QStringView kTimedOut = u"Время ожидания истекло. Проверьте подключение и повторите попытку.";
+constexpr QStringView kTooMuch = u"Модуль вывел слишком много данных. Повторите попытку.";
+constexpr QStringView kNotConfirmed = u"Вход не подтверждён. Выполните вход в Apple Account.";
+constexpr QStringView kNotDownloaded = u"Загрузку выполнить не удалось.\n\nКод модуля: ";
+constexpr QStringView kNotInstalled = u"iOS не подтвердила установку.";
+constexpr QStringView kDamaged = u"IPA повреждён или не является ZIP-архивом.";
+constexpr QStringView kNoList = u"Не удалось получить полный список файлов IPA. ";
+constexpr QStringView kNoInfo = u"В IPA нет корректного Info.plist.";
+constexpr QStringView kSaved = u"IPA сохранён: ";
+constexpr QStringView kNotSignedIn =
+    u"Вход не выполнен. Проверьте пароль, код подтверждения и соединение с Apple.";
+constexpr QStringView kSignInTimedOut =
+    u"Время ожидания входа истекло. Проверьте интернет и повторите попытку.";
+
+bool press(const Program &program, const char *button)
+{
+    program.press(button);
+    return true;
+}
+
+bool downloadMaps(const Program &program)
+{
+    return program.chooseApp(u"Карты"_s) && program.download();
+}
+
+bool install(const Program &program)
+{
+    return program.chooseIPA(program.mapsIPA) && press(program, "installButton") &&
+           program.answerAlert(u"Установить"_s);
+}
+
+bool chooseThePhone(const Program &program)
+{
+    program.choosePhone();
+    return true;
+}
+
+// The poll and the read of the apps make no words of a tool's faults. A purchase that is not found is looked
+// for by another name, and a test of integrity says all with its status.
+const Caller kCallers[] = {
+    {"poll",
+     u"devicezarvo"_s,
+     u"devices",
+     15s,
+     [](const Program &p) { return press(p, "refresh"); },
+     {kNoPhone, kNoPhone, kNoPhone, kNoPhone}},
+    {"apps", u"devicezarvo"_s, u"apps", 40s, chooseThePhone, {kNoApps, kNoApps, kNoApps, kNoApps}},
+    {"account",
+     u"ipatool"_s,
+     u"info",
+     30s,
+     [](const Program &p) { return press(p, "checkAccount"); },
+     {kTimedOut, kNotConfirmed, kNotDownloaded, kTooMuch}},
+    {"purchases",
+     u"ipatool"_s,
+     u"list-purchases",
+     180s,
+     [](const Program &p) { return p.chooseApp(u"заметки"_s) && p.download(); },
+     {kTimedOut, kSaved, kNotDownloaded, kTooMuch}},
+    {"download",
+     u"ipatool"_s,
+     u"download",
+     1200s,
+     downloadMaps,
+     {kTimedOut, kDamaged, kNotDownloaded, kTooMuch}},
+    {"install",
+     u"devicezarvo"_s,
+     u"install",
+     900s,
+     install,
+     {kTimedOut, kNotInstalled, kNotInstalled, kTooMuch}},
+    {"unzip -t", u"unzip"_s, u"-tqq", 300s, downloadMaps, {kTimedOut, kSaved, kDamaged, kDamaged}},
+    {"unzip -Z1", u"unzip"_s, u"-Z1", 60s, downloadMaps, {kTimedOut, kNoList, kNoList, kTooMuch}},
+    {"unzip -Zt", u"unzip"_s, u"-Zt", 60s, downloadMaps, {kTimedOut, kNoList, kNoList, kTooMuch}},
+    {"unzip -p", u"unzip"_s, u"-p", 60s, downloadMaps, {kTimedOut, kNoInfo, kNoInfo, kNoInfo}},
+    {"sign-in",
+     u"ipatool"_s,
+     u"login",
+     300s,
+     nullptr,
+     {kSignInTimedOut, kNotSignedIn, kNotSignedIn, kSignInTimedOut}},
+    {"its code",
+     u"ipatool"_s,
+     u"code",
+     300s,
+     nullptr,
+     {kSignInTimedOut, kNotSignedIn, kNotSignedIn, kSignInTimedOut}},
+};
+
+/// The signals whose default is to end a process, or some of them: ZARVO_ROUNDS=1 tries all.
+QList<int> signalsToTry(const Caller &caller)
+{
+    if (qEnvironmentVariableIntValue("ZARVO_ROUNDS") == 0)
+        return caller.begin ? QList{SIGHUP, SIGKILL, SIGSEGV, SIGPIPE, SIGTERM} : QList{SIGHUP, SIGKILL};
+    const QList<int> harmless{SIGCHLD, SIGCONT, SIGSTOP, SIGTSTP, SIGTTIN, SIGTTOU, SIGURG, SIGWINCH};
+    QList<int> numbers;
+    for (int number = 1; number <= SIGRTMAX; ++number) {
+        if (!harmless.contains(number) && (number < 32 || number >= SIGRTMIN))
+            numbers.append(number);
+    }
+    return numbers;
+}
+
+/// Which runs go wrong, and what became of them. Set while none of them runs.
+struct Spoiled
+{
+    std::mutex mutex;
+    QStringView word;
+    bool endsByItself = false;
+    QString ready; // there once the tool misbehaves
+    QString unzip; // in place of the real one
+    std::vector<std::chrono::duration<double>> limits;
+    std::atomic<int> ended = 0;
+} spoiled;
+
+qint64 peakMemory()
+{
+    rusage usage = {};
+    ::getrusage(RUSAGE_SELF, &usage);
+    return qint64{usage.ru_maxrss} * 1024;
+}
+
+} // namespace
+
+// The linker leads all calls of the runner here (--wrap), so that a limit of twenty minutes can be waited for
+// and unzip, which is called by a path of the system, can be played.
+#define RUNNER                                                                                               \
+    "_Z12ZarvoCommandRK7QStringRK5QListIS_ENSt6chrono8durationIdSt5ratioILl1ELl1EEEERK8RunHooksP5ErrorRK9"   \
+    "RunLimits"
+std::optional<ToolResult> GivenRunner(const QString &, const QStringList &, RunTimeout, const RunHooks &,
+                                      Error *, const RunLimits &) asm("__real_" RUNNER);
+std::optional<ToolResult> SpoiledRunner(const QString &, const QStringList &, RunTimeout, const RunHooks &,
+                                        Error *, const RunLimits &) asm("__wrap_" RUNNER);
+
+std::optional<ToolResult> SpoiledRunner(const QString &path, const QStringList &arguments, RunTimeout timeout,
+                                        const RunHooks &hooks, Error *error, const RunLimits &limits)
+{
+    std::unique_lock lock(spoiled.mutex);
+    if (spoiled.word.isEmpty() || !arguments.contains(spoiled.word))
+        return lock.unlock(), GivenRunner(path, arguments, timeout, hooks, error, limits);
+    const QString tool = path == "/usr/bin/unzip"_L1 ? spoiled.unzip : path;
+    const QString ready = spoiled.ready;
+    const RunTimeout given = spoiled.endsByItself ? timeout : kShort;
+    spoiled.limits.push_back(timeout);
+    lock.unlock();
+
+    RunHooks patient = hooks;
+    patient.started = [&](const std::shared_ptr<ChildProcess> &child) {
+        if (hooks.started)
+            hooks.started(child);
+        while (child->isRunning() && !QFile::exists(ready)) // the clock has not begun to run
+            std::this_thread::sleep_for(1ms);
+    };
+    const auto result = GivenRunner(tool, arguments, given, patient, error, limits);
+    lock.lock();
+    ++spoiled.ended;
+    return result;
+}
+
+class HostileChildrenTest : public QObject
+{
+    Q_OBJECT
+
+public:
+    static LoopProbe &probe() { return *static_cast<LoopProbe *>(qApp); }
+
+private Q_SLOTS:
+    void initTestCase()
+    {
+        QMimeDatabase().mimeTypeForName(u"text/plain"_s); // keeps a file open from the first dialog on
+        m_threads = OwnThreadCount();
+    }
+    void theProbeSeesADelay();
+    void meets_data();
+    void meets();
+    void cleanupTestCase();
+
+private:
+    static void play(Scenario &tool, const Behaviour &behaviour, int signal);
+    static void spoil(Program &program, const Caller &caller, const Behaviour &behaviour, int signal);
+    void meetInTheWindow(const Caller &caller, const Behaviour &behaviour, int signal);
+    void meetSigningIn(const Caller &caller, const Behaviour &behaviour, int signal);
+    void checkWhatIsLeft(const ScriptedTools &tools, const Caller &caller, int left);
+    void note(const Caller &caller, const Behaviour &behaviour);
+
+    struct Cell
+    {
+        int runs = 0;
+        LoopProbe::Time longestOwn{};
+    };
+    std::map<QByteArray, std::map<QByteArray, Cell>> m_matrix;
+    LoopProbe::Time m_longest{};
+    qsizetype m_children = 0;
+    qsizetype m_threads = 0;
+};
+
+void HostileChildrenTest::theProbeSeesADelay()
+{
+    probe().begin(nullptr);
+    QTimer::singleShot(0, this, [] { std::this_thread::sleep_for(2 * kAnswersWithin); });
+    EVENTUALLY(probe().longestOwn > kAnswersWithin);
+}
+
+void HostileChildrenTest::meets_data()
+{
+    QTest::addColumn<const Behaviour *>("behaviour");
+    QTest::addColumn<const Caller *>("caller");
+    for (const Behaviour &behaviour : kBehaviours) {
+        for (const Caller &caller : kCallers)
+            QTest::addRow("%s, %s", caller.name, behaviour.name) << &behaviour << &caller;
+    }
+}
+
+void HostileChildrenTest::meets()
+{
+    QFETCH(const Behaviour *const, behaviour);
+    QFETCH(const Caller *const, caller);
+    for (const int signal : behaviour->ending == OfASignal ? signalsToTry(*caller) : QList{0}) {
+        caller->begin ? meetInTheWindow(*caller, *behaviour, signal)
+                      : meetSigningIn(*caller, *behaviour, signal);
+        if (QTest::currentTestFailed())
+            return qWarning("signal %d", signal);
+        note(*caller, *behaviour);
+    }
+}
+
+void HostileChildrenTest::play(Scenario &tool, const Behaviour &behaviour, int signal)
+{
+    if (behaviour.before)
+        behaviour.before(tool);
+    tool.touches(spoiled.ready);
+    if (behaviour.after)
+        behaviour.after(tool);
+    if (signal > 0)
+        tool.raises(signal);
+    if (behaviour.ending == NotByItself)
+        tool.sleeps(kForever);
+}
+
+void HostileChildrenTest::spoil(Program &program, const Caller &caller, const Behaviour &behaviour,
+                                int signal)
+{
+    const std::lock_guard lock(spoiled.mutex);
+    spoiled.word = caller.word;
+    spoiled.endsByItself = behaviour.ending != NotByItself;
+    spoiled.ready = program.tools.filePath(u"ready"_s);
+    spoiled.unzip = program.tools.toolPath(u"unzip"_s);
+    spoiled.limits.clear();
+    spoiled.ended = 0;
+    const Rules rules = [&](Scenario &tool) { play(tool.when({caller.word}), behaviour, signal); };
+    if (caller.tool == "ipatool"_L1)
+        program.playStore(rules);
+    else if (caller.tool == "devicezarvo"_L1)
+        program.playDevice(rules);
+    else
+        program.playUnzip(rules);
+}
+
+void HostileChildrenTest::meetInTheWindow(const Caller &caller, const Behaviour &behaviour, int signal)
+{
+    Program program;
+    QVERIFY(caller.word == u"apps" ? program.startWithPhone() : program.startWithApps());
+    EVENTUALLY_EQUAL(OwnThreadCount(), m_threads); // also the first poll's
+    const qsizetype descriptors = OwnDescriptorCount();
+    const qint64 memory = peakMemory();
+    spoil(program, caller, behaviour, signal);
+    probe().begin(program.find<QLabel>("statusLabel"));
+    QVERIFY(caller.begin(program));
+    const QStringView sentence = caller.sentences[behaviour.ending];
+    EVENTUALLY(spoiled.ended > 0 && probe().hasSaid(sentence) && !program.isBusy());
+
+    // What is asked quietly shows no alert, what succeeds none either; anything else one, with the sentence.
+    const bool isQuiet = caller.limit == 15s || caller.limit == 40s || sentence == kSaved;
+    EVENTUALLY_EQUAL(program.alert() != nullptr, !isQuiet);
+    if (program.alert()) {
+        QCOMPARE(program.alert()->findChildren<QLabel *>().value(1)->text(), program.status());
+        QCOMPARE(program.status().count(u'\n'), sentence.contains(u'\n') ? 2 : 0);
+        QVERIFY(program.answerAlert(u"Понятно"_s));
+    }
+    QVERIFY2(probe().longestOwn < kAnswersWithin, "the window did not answer");
+    QCOMPARE_LT(peakMemory() - memory, kMemoryForFlood);
+    {
+        const std::lock_guard lock(spoiled.mutex);
+        spoiled.word = {};
+        for (const auto limit : spoiled.limits)
+            QCOMPARE(limit, caller.limit);
+    }
+    EVENTUALLY_EQUAL(PrivateFoldersIn(program.temporary.path()) +
+                         PrivateFoldersIn(program.destination.path(), u".zarvo-"),
+                     QStringList());
+    checkWhatIsLeft(program.tools, caller, behaviour.left);
+    EVENTUALLY_EQUAL(OwnDescriptorCount(), descriptors);
+}
+
+void HostileChildrenTest::meetSigningIn(const Caller &caller, const Behaviour &behaviour, int signal)
+{
+    SignIn signIn;
+    spoiled.ready = signIn.tools.filePath(u"ready"_s);
+    {
+        Scenario tool = signIn.tools.add(caller.tool);
+        if (caller.word == u"code")
+            UntilCode(tool).prints(kCodePrompt).awaits(signIn.tools.filePath(u"asked"_s));
+        play(tool, behaviour, signal);
+    }
+    QVERIFY(signIn.open());
+    const qsizetype descriptors = OwnDescriptorCount();
+    probe().begin(signIn.find<QLabel>("message"));
+    QVERIFY(signIn.start());
+    if (caller.word == u"code")
+        EVENTUALLY_EQUAL(signIn.message(), kEnterCode);
+    signIn.tools.touch(u"asked"_s);
+    EVENTUALLY(QFile::exists(spoiled.ready));
+    const QStringView sentence = caller.sentences[behaviour.ending];
+    if (sentence == kSignInTimedOut)
+        signIn.now += caller.limit + 1ms;
+    EVENTUALLY_EQUAL(signIn.message(), sentence);
+    QVERIFY(signIn.isEditing());
+    QVERIFY2(probe().longestOwn < kAnswersWithin, "the window did not answer");
+    EVENTUALLY(signIn.running().isEmpty());
+    checkWhatIsLeft(signIn.tools, caller, 0);
+    EVENTUALLY_EQUAL(OwnDescriptorCount(), descriptors);
+}
+
+// Whoever is left by the rules is ended here; then nobody may be, and no thread that watched over them.
+void HostileChildrenTest::checkWhatIsLeft(const ScriptedTools &tools, const Caller &caller, int left)
+{
+    QList<pid_t> hostile;
+    for (const QJsonObject &child :
+         tools.events(caller.tool, u"call") + tools.events(caller.tool, u"grandchild"))
+        hostile.append(child.value("pid"_L1).toInt());
+    const auto alive = [&] { return std::count_if(hostile.begin(), hostile.end(), IsProcessAlive); };
+    const qsizetype spoiledRuns = caller.begin ? static_cast<qsizetype>(spoiled.limits.size()) : 1;
+    EVENTUALLY_EQUAL(alive(), left * spoiledRuns);
+    m_children += hostile.size();
+    for (const pid_t pid : hostile) {
+        if (left > 0 && IsProcessAlive(pid))
+            ::kill(pid, SIGKILL);
+    }
+    EVENTUALLY_EQUAL(OwnChildren(), QList<pid_t>());
+    EVENTUALLY_EQUAL(OwnThreadCount(), m_threads);
+}
+
+void HostileChildrenTest::note(const Caller &caller, const Behaviour &behaviour)
+{
+    Cell &cell = m_matrix[behaviour.name][caller.name];
+    ++cell.runs;
+    cell.longestOwn = std::max(cell.longestOwn, probe().longestOwn);
+    m_longest = std::max(m_longest, probe().longest);
+}
+
+void HostileChildrenTest::cleanupTestCase()
+{
+    const auto inMilliseconds = [](LoopProbe::Time time) { return static_cast<double>(time.count()) / 1e6; };
+    constexpr int kFirst = 38;
+    constexpr int kColumn = 10;
+    QString table = u"runs/longest own work, ms"_s.leftJustified(kFirst);
+    for (const Caller &caller : kCallers)
+        table += QString::fromLatin1(caller.name).rightJustified(kColumn);
+    Cell all;
+    for (const Behaviour &behaviour : kBehaviours) {
+        table += u'\n' + QString::fromLatin1(behaviour.name).leftJustified(kFirst);
+        for (const Caller &caller : kCallers) {
+            const Cell cell = m_matrix[behaviour.name][caller.name];
+            all = {all.runs + cell.runs, std::max(all.longestOwn, cell.longestOwn)};
+            table += u"%1/%2"_s.arg(cell.runs)
+                         .arg(inMilliseconds(cell.longestOwn), 0, 'f', 0)
+                         .rightJustified(kColumn);
+        }
+    }
+    qInfo("\n%s\n%d runs, %lld processes; longest event %.1f ms, by the clock on the wall %.1f ms",
+          qPrintable(table), all.runs, static_cast<long long>(m_children), inMilliseconds(all.longestOwn),
+          inMilliseconds(m_longest));
+}
+
+int main(int argc, char **argv)
+{
+    Program::isolate();
+    LoopProbe application(argc, argv);
+    HostileChildrenTest test;
+    // The toolkit's warnings of what its platform cannot do would use up the messages before the table comes.
+    return QTest::qExec(&test, LoopProbe::arguments() + QStringList{u"-maxwarnings"_s, u"0"_s});
+}
+
+#include "tst_hostile_children.moc"
