@@ -295,6 +295,12 @@ void PhoneRulesTest::readsArchives_data()
                          entry("iTunesMetadata.plist", "<plist/>")}
         << u"ru.primer.kot"_s << QByteArray("licence") << QByteArray("<plist/>");
     QTest::newRow("not from the store") << sound << u"ru.primer.kot"_s << QByteArray() << QByteArray();
+    const QString wide =
+        u"\uFEFF<plist><dict><key>CFBundleIdentifier</key><string>ru.primer.kot</string></dict></plist>"_s;
+    QTest::newRow("description in UTF-16, which Zarvo accepts")
+        << QList{entry("Payload/App.app/Info.plist",
+                       QByteArray(reinterpret_cast<const char *>(wide.utf16()), wide.size() * 2))}
+        << u"ru.primer.kot"_s << QByteArray() << QByteArray();
     QTest::newRow("description within an extension only: no IPA")
         << QList{entry("Payload/App.app/PlugIns/X.app/Info.plist",
                        infoPropertyList({.id = u"ru.primer.kot"_s}))}
