@@ -26,7 +26,7 @@ void checkApp(const QJsonValue &app)
 void checkRecord(const QJsonValue &record)
 {
     const QJsonObject object = record.toObject();
-    for (const QJsonValue &value : object)
+    for (const auto &value : object)
         Require(value.isString() && value.toString().size() <= kLongestText,
                 "a record has texts, and short ones");
 }

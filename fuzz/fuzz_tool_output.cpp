@@ -97,7 +97,7 @@ bool endsList(const QJsonObject &object)
     const QJsonValue total = object["totalCount"_L1];
     return object.contains("apps"_L1) &&
            (object["apps"_L1].toArray().isEmpty() ||
-            (!total.isUndefined() && IntegerValue(JSONText(total)) <= kPage * kPurchasesPerPage));
+            (!total.isUndefined() && IntegerValue(JSONText(total)) <= qint64{kPage} * kPurchasesPerPage));
 }
 
 void checkPurchases(const QString &output, const QList<QJsonObject> &objects)

@@ -71,7 +71,7 @@ void checkAccepted(const std::filesystem::path &file, const IPAInfo &info)
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size)
 {
-    const QString folder = temporaryFolder();
+    const QString &folder = temporaryFolder();
     static const QTemporaryDir archives(folder + u"-archives"_s);
     const std::filesystem::path file = archives.filePath(u"archive.ipa"_s).toStdString();
     Require(WriteArchive(file, BytesOf(data, size)), "the folder for temporary files can be written to");
