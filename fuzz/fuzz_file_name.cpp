@@ -35,6 +35,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
     Require(!u" .-"_s.contains(file.front()), "a name is not hidden, no option, and begins with no blank");
     Require(file.endsWith(kSuffix) && file.size() > kSuffix.size() + 1,
             "a name has its parts and its suffix");
+    const auto isOtherBlank = [](QChar c) { return c.isSpace() && c != u' '; };
+    Require(std::none_of(file.begin(), file.end(), isOtherBlank) && !file.contains(u"  "_s),
+            "a name has single blanks only");
     Require(file.isValidUtf16(), "no character of a name is cut in two");
     Require(QFile::decodeName(onDisk) == file, "a name comes back from the disk as it was");
     Require(ZarvoFilename(name, version) == file, "the same app and version always give the same name");

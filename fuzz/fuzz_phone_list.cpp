@@ -17,10 +17,16 @@ namespace {
 constexpr qsizetype kLongestText = 4096 + 64; // a text of the phone, and words beside it
 constexpr int kWhole = 100;
 
+void checkApp(const QJsonValue &app)
+{
+    Require(!app["id"_L1].toString().isEmpty(), "an app has an identifier");
+    Require(!app["name"_L1].toString().isEmpty(), "an app has a name");
+}
+
 void checkRecord(const QJsonValue &record)
 {
     const QJsonObject object = record.toObject();
-    for (const QJsonValue &value : object)
+    for (const auto &value : object)
         Require(value.isString() && value.toString().size() <= kLongestText,
                 "a record has texts, and short ones");
 }
@@ -41,11 +47,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
 
     QJsonArray apps;
     AppendAppRecords(list.get(), apps);
-    if (const auto app = AppRecord(list.get())) {
-        Require(!app->value("id"_L1).toString().isEmpty(), "an app has an identifier");
-        Require(!app->value("name"_L1).toString().isEmpty(), "an app has a name");
+    if (const auto app = AppRecord(list.get()))
         apps.append(*app);
-    }
+    std::for_each(apps.begin(), apps.end(), checkApp);
     checkRecords(apps);
     checkRecords(InfoLines(list.get(), PlistMember(list.get(), "disk")));
     checkRecords(BatteryLines(list.get(), PlistMember(list.get(), "gauge")));

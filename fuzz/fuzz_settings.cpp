@@ -12,7 +12,8 @@
 
 using namespace Qt::StringLiterals;
 
-// A list can claim to have billions of members. Qt takes no for an answer when it asks for their memory.
+// A list can claim to have billions of members: Qt takes no for an answer when it asks for their memory.
+// NOLINTNEXTLINE(bugprone-reserved-identifier): the name is the sanitizer's
 extern "C" const char *__asan_default_options()
 {
     return "allocator_may_return_null=1";
@@ -33,7 +34,7 @@ QVariant valueInFile(QByteArrayView bytes)
     Require(file.open(QIODevice::WriteOnly) && file.write(bytes.data(), bytes.size()) == bytes.size(),
             "the folder for temporary files can be written to");
     file.close();
-    const QVariant value = QSettings(name, QSettings::IniFormat).value(kSettingsKey);
+    QVariant value = QSettings(name, QSettings::IniFormat).value(kSettingsKey);
     file.remove();
     return value;
 }

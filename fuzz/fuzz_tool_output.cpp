@@ -91,6 +91,15 @@ bool holdsMatch(const QJsonObject &object)
     return std::any_of(apps.begin(), apps.end(), isMatch);
 }
 
+/// Whether an object says that there are no more purchases than the pages up to this one have shown.
+bool endsList(const QJsonObject &object)
+{
+    const QJsonValue total = object["totalCount"_L1];
+    return object.contains("apps"_L1) &&
+           (object["apps"_L1].toArray().isEmpty() ||
+            (!total.isUndefined() && IntegerValue(JSONText(total)) <= qint64{kPage} * kPurchasesPerPage));
+}
+
 void checkPurchases(const QString &output, const QList<QJsonObject> &objects)
 {
     using Verdict = PurchaseSearch::Verdict;
@@ -99,6 +108,8 @@ void checkPurchases(const QString &output, const QList<QJsonObject> &objects)
     Require(search.verdict != Verdict::Found || isThere, "an app that is found is among the purchases");
     Require(search.verdict != Verdict::GoOn || !isThere,
             "an app that is among the purchases ends the search");
+    Require(search.verdict != Verdict::Ended || std::any_of(objects.begin(), objects.end(), endsList),
+            "the search ends with the list");
     Require(search.verdict == Verdict::Found || search.id.isEmpty(), "only what is found has an identifier");
     Require(search.id.size() <= kLongestText, "an identifier is bounded");
 }

@@ -6,9 +6,12 @@
 #include "ipa_contents.h"
 
 #include <QDir>
+#include <QFile>
 #include <QTemporaryDir>
 
 #include <zip.h>
+
+#include <memory>
 
 using namespace Qt::StringLiterals;
 
@@ -30,19 +33,29 @@ bool isEmpty(const QString &folder)
     return QDir(folder).isEmpty(QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot);
 }
 
-bool opens(const std::filesystem::path &file)
+/// Whether the device tool's library takes the archive, and sees the names that unzip sees. For unzip a name
+/// ends at a NUL, for the library it goes on with a blank; the device tool then finds no app, and says so.
+bool isPlain(const std::filesystem::path &path)
 {
     int code = 0;
-    zip_t *const archive = zip_open(file.c_str(), ZIP_RDONLY, &code);
-    if (archive)
-        zip_discard(archive);
-    return archive != nullptr;
+    const std::unique_ptr<zip_t, void (*)(zip_t *)> archive(zip_open(path.c_str(), ZIP_RDONLY, &code),
+                                                            zip_discard);
+    QFile file(path);
+    if (!archive || !file.open(QIODevice::ReadOnly))
+        return false;
+    const QByteArray bytes = file.readAll();
+    const auto count = static_cast<zip_uint64_t>(zip_get_num_entries(archive.get(), 0));
+    for (zip_uint64_t i = 0; i < count; ++i) {
+        if (!bytes.contains(zip_get_name(archive.get(), i, ZIP_FL_ENC_RAW)))
+            return false;
+    }
+    return true;
 }
 
 void checkAccepted(const std::filesystem::path &file, const IPAInfo &info)
 {
     // The device tool takes no app without an identifier, and its library not every archive that unzip takes.
-    if (!info.id.isEmpty() && opens(file)) {
+    if (!info.id.isEmpty() && isPlain(file)) {
         const auto contents = ReadIPAContents(QString::fromStdString(file.string()));
         Require(contents && contents->bundleID == info.id, "another reader finds the same app");
     }
@@ -58,7 +71,7 @@ void checkAccepted(const std::filesystem::path &file, const IPAInfo &info)
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size)
 {
-    const QString folder = temporaryFolder();
+    const QString &folder = temporaryFolder();
     static const QTemporaryDir archives(folder + u"-archives"_s);
     const std::filesystem::path file = archives.filePath(u"archive.ipa"_s).toStdString();
     Require(WriteArchive(file, BytesOf(data, size)), "the folder for temporary files can be written to");

@@ -242,6 +242,12 @@ private Q_SLOTS:
         row("not from the store", sound, u"ru.primer.kot  "_s);
         row("description within an extension only: no IPA",
             {{.name = "Payload/App.app/PlugIns/X.app/Info.plist", .data = info}}, {});
+        const QString wide =
+            u"\uFEFF<plist><dict><key>CFBundleIdentifier</key><string>ru.primer.kot</string></dict></plist>"_s;
+        row("description in UTF-16, which Zarvo accepts",
+            {{.name = "Payload/App.app/Info.plist",
+              .data = QByteArray(reinterpret_cast<const char *>(wide.utf16()), wide.size() * 2)}},
+            u"ru.primer.kot  "_s);
         row("description damaged: no IPA", {{.name = "Payload/App.app/Info.plist", .data = "no plist"}}, {});
     }
 

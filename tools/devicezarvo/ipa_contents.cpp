@@ -1,6 +1,6 @@
 #include "ipa_contents.h"
 
-#include "plist_value.h"
+#include "ipa/property_list.h"
 
 #include <QFile>
 
@@ -70,15 +70,17 @@ std::optional<IPAContents> ReadIPAContents(const QString &file, Failure *failure
     if (!archive)
         return std::nullopt;
     const QByteArray folder = appFolder(archive.get());
-    const Plist info = ParsePlist(memberBytes(archive.get(), folder + "Info.plist"));
-    const QString executable = PlistText(PlistMember(info.get(), "CFBundleExecutable"));
+    // Read as Zarvo itself does: what it has accepted as one app must not be another here, or none.
+    const auto info = PropertyDictionary::read(memberBytes(archive.get(), folder + "Info.plist"));
+    const auto text = [&](const char *key) { return info ? info->text(key).value_or(QString()) : QString(); };
     IPAContents contents;
-    contents.bundleID = PlistText(PlistMember(info.get(), "CFBundleIdentifier"));
+    contents.bundleID = text("CFBundleIdentifier");
     if (folder.isEmpty() || contents.bundleID.isEmpty()) {
         Fail(failure, FailureOf(Fault::BadFile));
         return std::nullopt;
     }
-    contents.sinf = memberBytes(archive.get(), folder + "SC_Info/" + executable.toUtf8() + ".sinf");
+    contents.sinf =
+        memberBytes(archive.get(), folder + "SC_Info/" + text("CFBundleExecutable").toUtf8() + ".sinf");
     contents.metadata = memberBytes(archive.get(), "iTunesMetadata.plist");
     return contents;
 }
