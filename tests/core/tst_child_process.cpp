@@ -1,12 +1,16 @@
+#include "core/private_folder.h"
+#include "support/rows.h"
 #include "tool_fixture.h"
 
+#include <QCoreApplication>
 #include <QDir>
-#include <QTest>
+#include <QProcess>
 
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <future>
 #include <thread>
 
 using namespace Qt::StringLiterals;
@@ -75,55 +79,42 @@ private Q_SLOTS:
 
     void refusesWhatCannotBeStarted_data()
     {
-        QTest::addColumn<QByteArray>("content"); // null: no file
-        QTest::addColumn<int>("mode");           // 0: a folder
-        QTest::addColumn<QStringList>("arguments");
-        QTest::addColumn<QString>("reason");
-
-        const QString missing =
-            u"программы нет в папке %1. Установите её, как описано в инструкции Zarvo, и повторите"_s;
+        const Rows<QByteArray, mode_t, QString, QString>
+            row; // content (none: no file), mode, argument; reason
         const QString denied =
             u"файл %1/odd не разрешено выполнять. Разрешите это в свойствах файла и повторите"_s;
         const QString foreign =
             u"файл %1/odd не подходит для этого компьютера. Замените его сборкой для этой "
             "системы и этого процессора"_s;
-        QTest::newRow("missing") << QByteArray() << 0700 << QStringList() << missing;
-        QTest::newRow("not executable") << QByteArray("#!/bin/sh\n") << 0600 << QStringList() << denied;
-        QTest::newRow("a folder") << QByteArray("") << 0 << QStringList() << denied;
-        QTest::newRow("interpreter missing")
-            << QByteArray("#!/no/such\n") << 0700 << QStringList() << foreign;
-        QTest::newRow("no program at all") << QByteArray("words") << 0700 << QStringList() << foreign;
-        QTest::newRow("an argument that would be cut")
-            << QByteArray("#!/bin/sh\n") << 0700 << QStringList(u"a"_s + QChar::Null + u"b"_s)
-            << u"Недопустимый аргумент"_s;
+        row("missing", {}, 0700, {},
+            u"программы нет в папке %1. Установите её, как описано в инструкции Zarvo, и повторите"_s);
+        row("not executable", "#!/bin/sh\n", 0600, {}, denied);
+        row("a folder", "", 0, {}, denied);
+        row("interpreter missing", "#!/no/such\n", 0700, {}, foreign);
+        row("no program at all", "words", 0700, {}, foreign);
+        row("an argument that would be cut", "#!/bin/sh\n", 0700, u"a"_s + QChar::Null + u"b"_s,
+            u"Недопустимый аргумент"_s);
     }
 
     void refusesWhatCannotBeStarted()
     {
-        QFETCH(const QByteArray, content);
-        QFETCH(const int, mode);
-        QFETCH(const QStringList, arguments);
-        QFETCH(const QString, reason);
+        const auto &[content, mode, argument, reason] = Row<QByteArray, mode_t, QString, QString>();
         const QString program = m_tools->toolPath(u"odd"_s);
-        if (mode == 0) {
-            QVERIFY(QDir().mkdir(program));
-        } else if (!content.isNull()) {
+        QVERIFY(mode > 0 || QDir().mkdir(program));
+        if (!content.isEmpty()) {
             QFile written(program);
-            QVERIFY(written.open(QIODevice::WriteOnly));
-            written.write(content);
-            written.close();
-            QCOMPARE(::chmod(QFile::encodeName(program).constData(), static_cast<mode_t>(mode)), 0);
+            QVERIFY(written.open(QIODevice::WriteOnly) && written.write(content) > 0);
+            QCOMPARE(::fchmod(written.handle(), mode), 0);
         }
         bool started = false;
         RunHooks hooks;
         hooks.started = [&](const auto &) { started = true; };
         Error error;
-        QVERIFY(!ZarvoCommand(program, arguments, kAmple, hooks, &error));
-        const QString folder = QFileInfo(program).path();
-        QCOMPARE(error.message,
-                 u"Не удалось запустить «odd»: "_s + QString(reason).replace(u"%1"_s, folder) + u'.');
+        QVERIFY(!ZarvoCommand(program, {argument}, kAmple, hooks, &error));
+        QCOMPARE(error.message, u"Не удалось запустить «odd»: "_s +
+                                    QString(reason).replace(u"%1"_s, QFileInfo(program).path()) + u'.');
         QVERIFY(!started);
-        QVERIFY(!ZarvoCommand(program, arguments, kAmple)); // the reason is not asked for
+        QVERIFY(!ZarvoCommand(program, {argument}, kAmple)); // the reason is not asked for
     }
 
     void endsWhenAnotherThreadTerminatesIt()
@@ -150,32 +141,74 @@ private Q_SLOTS:
         }
     }
 
-    void keepsStatusWhenChildSignalIsIgnored_data()
-    {
-        using Handler = void (*)(int);
-        QTest::addColumn<Handler>("handler");
-        QTest::addColumn<int>("flags");
-        QTest::newRow("ignored, as inherited from a careless launcher") << Handler(SIG_IGN) << 0;
-        QTest::newRow("no statuses kept, with a handler") << Handler([](int) {}) << SA_NOCLDWAIT;
-    }
-
+    // Ignored, as inherited from a careless launcher; or with a handler, and no statuses kept.
     void keepsStatusWhenChildSignalIsIgnored()
     {
-        using Handler = void (*)(int);
-        QFETCH(const Handler, handler);
-        QFETCH(const int, flags);
         tool().exits(3);
-        struct sigaction before = {};
-        struct sigaction careless = {};
-        careless.sa_handler = handler;
-        careless.sa_flags = flags;
-        QCOMPARE(::sigaction(SIGCHLD, &careless, &before), 0);
-        const auto result = run();
-        ::sigaction(SIGCHLD, &before, nullptr);
-        QVERIFY(result);
-        QCOMPARE(result->code, 3);
+        for (const int flags : {0, SA_NOCLDWAIT}) {
+            struct sigaction before = {};
+            struct sigaction careless = {};
+            careless.sa_flags = flags;
+            careless.sa_handler = flags == 0 ? SIG_IGN : [](int) {};
+            QCOMPARE(::sigaction(SIGCHLD, &careless, &before), 0);
+            const auto result = run();
+            ::sigaction(SIGCHLD, &before, nullptr);
+            QVERIFY(result);
+            QCOMPARE(result->code, 3);
+        }
+    }
+
+    // No child stays, no folder, though nobody waits for the worker.
+    void leavesWithoutWaitingForItsWorker()
+    {
+        tool().ignoresTermination().touches(file(u"ready"_s)).sleeps(60s);
+        QProcess program;
+        program.setProcessChannelMode(QProcess::ForwardedChannels);
+        program.start(QCoreApplication::applicationFilePath(), {u"--leave"_s, path(), file(u"ready"_s)});
+        QTRY_COMPARE_WITH_TIMEOUT(program.state(), QProcess::NotRunning, 40'000);
+        QCOMPARE(program.exitStatus(), QProcess::NormalExit);
+        QCOMPARE(program.exitCode(), 0);
+        QTRY_VERIFY(isThere(u"ready"_s) && !isAnythingAlive());
     }
 };
 
-QTEST_GUILESS_MAIN(ChildProcessTest)
+namespace {
+
+constexpr auto kNever = 1h;
+
+// The program that quits while a worker is in the middle of a run, and does not wait for the worker: 0 when
+// the child has ended and nothing can be started any more.
+int leaveTool(const QString &path, const QString &ready)
+{
+    std::promise<std::shared_ptr<ChildProcess>> started;
+    std::thread([path, &started] {
+        RunHooks hooks;
+        hooks.started = [&](const std::shared_ptr<ChildProcess> &child) { started.set_value(child); };
+        hooks.tick = [] { std::this_thread::sleep_for(kNever); };
+        ZarvoCommand(path, {}, kNever, hooks);
+    }).detach();
+    const auto child = started.get_future().get();
+    while (!QFileInfo::exists(ready))
+        std::this_thread::sleep_for(5ms);
+    ChildProcess::killAll();
+    const bool removed = PrivateFolder::removeAll(20s);
+    ChildProcess::Options another;
+    another.path = path;
+    const bool over = removed && child->waitForExit(20s) && !ChildProcess::start(another) &&
+                      !PrivateFolder::createTemporary();
+    std::_Exit(over ? 0 : 1);
+}
+
+} // namespace
+
+int main(int argc, char **argv)
+{
+    QCoreApplication application(argc, argv);
+    const QStringList arguments = QCoreApplication::arguments();
+    if (arguments.value(1) == "--leave"_L1)
+        return leaveTool(arguments.value(2), arguments.value(3));
+    ChildProcessTest test;
+    return QTest::qExec(&test, argc, argv);
+}
+
 #include "tst_child_process.moc"
