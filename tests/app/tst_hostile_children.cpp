@@ -228,7 +228,7 @@ std::optional<ToolResult> SpoiledRunner(const QString &path, const QStringList &
         while (child->isRunning() && !QFile::exists(ready)) // the clock has not begun to run
             std::this_thread::sleep_for(1ms);
     };
-    const auto result = GivenRunner(tool, arguments, given, patient, error, limits);
+    auto result = GivenRunner(tool, arguments, given, patient, error, limits);
     lock.lock();
     ++spoiled.ended;
     return result;

@@ -135,6 +135,7 @@ private:
 class OpenedFiles : public QObject
 {
     Q_OBJECT
+    Q_DISABLE_COPY(OpenedFiles)
 
 public:
     OpenedFiles() { QDesktopServices::setUrlHandler(QStringLiteral("file"), this, "open"); }

@@ -85,7 +85,7 @@ private Q_SLOTS:
         int affected = 0;
         std::deque<Run> runs;
         for (int seed = 0; seed < phonesPerRow(); ++seed) {
-            const QString command = words[seed % words.size()];
+            const QString &command = words[seed % words.size()];
             QStringList arguments{u"--verbose"_s, command};
             if (command != "devices"_L1)
                 arguments.append(phoneID(seed));

@@ -59,7 +59,7 @@ struct Board
     std::atomic<int> resting; // that the rival has finished
     std::atomic<int> moments; // at which our side was about to change names
     std::atomic<int> made;    // files of the rival in this round
-    std::array<std::atomic<Kind>, 2 * kMostDeeds> kinds;
+    std::array<std::atomic<Kind>, size_t{2} * kMostDeeds> kinds;
 };
 Board *board = nullptr;
 static_assert(std::atomic<int>::is_always_lock_free);

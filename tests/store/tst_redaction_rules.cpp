@@ -36,7 +36,7 @@ public:
     QString next()
     {
         QString text;
-        for (int left = pick(mostFragments) + 1; left > 0; --left) {
+        for (qsizetype left = pick(mostFragments) + 1; left > 0; --left) {
             const QStringList &kind = m_kinds[pick(m_kinds.size())];
             text += kind[pick(kind.size())];
         }
