@@ -19,13 +19,13 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-constexpr int kRounds = 9;
-constexpr double kPatience = 20; // seconds
-constexpr int kPatienceMs = 20'000;
+constexpr int kShowRounds = 9;
+constexpr double kShowPatience = 20; // seconds
+constexpr int kShowPatienceMs = 20'000;
 constexpr auto kLook = 500us;
 constexpr int kSmallestSide = 200; // of a window that is more than a help
-constexpr double kStart = 0.200;
-constexpr double kMemory = 70;
+constexpr double kShownStart = 0.200;
+constexpr double kShownMemory = 70;
 
 template <typename Reply>
 struct Free
@@ -118,7 +118,7 @@ std::optional<Start> startOnce(const QStringList &command, const QByteArray &dis
     const double start = now();
     program.start(command[0], command.sliced(1));
     std::optional<Start> measured;
-    while (!measured && now() - start < kPatience && program.state() != QProcess::NotRunning) {
+    while (!measured && now() - start < kShowPatience && program.state() != QProcess::NotRunning) {
         if (watcher.seesPaintedWindow())
             measured = {now() - start, residentMegabytes(program.processId())};
         std::this_thread::sleep_for(kLook);
@@ -163,11 +163,12 @@ QString comparison(const Starts &all, const Starts &others, std::vector<double> 
 
 void benchDisplay(const QString &zarvo, const QString &folder)
 {
-    const QString what = u"start to painted window under Xvfb, median of %1, over keepassxc"_s.arg(kRounds);
+    const QString what =
+        u"start to painted window under Xvfb, median of %1, over keepassxc"_s.arg(kShowRounds);
     QProcess server;
     server.start(u"Xvfb"_s, {u"-displayfd"_s, u"1"_s, u"-noreset"_s, u"-nolisten"_s, u"tcp"_s, u"-screen"_s,
                              u"0"_s, u"1600x1200x24"_s});
-    if (!server.waitForStarted() || !server.waitForReadyRead(kPatienceMs))
+    if (!server.waitForStarted() || !server.waitForReadyRead(kShowPatienceMs))
         return report(what, u"Xvfb: not installed"_s);
     const QByteArray display = ':' + server.readAllStandardOutput().trimmed();
     const QByteArray platform = qgetenv("QT_QPA_PLATFORM");
@@ -185,15 +186,15 @@ void benchDisplay(const QString &zarvo, const QString &folder)
     startOnce({zarvo}, display); // what comes from the disk comes now
     if (theirs.isInstalled)
         startOnce(others, display);
-    for (int round = 0; round < kRounds; ++round) {
+    for (int round = 0; round < kShowRounds; ++round) {
         ours.add(startOnce({zarvo}, display));
         if (theirs.isInstalled)
             theirs.add(startOnce(others, display));
     }
     report(what, comparison(ours, theirs, &Starts::seconds, 1e3, u"ms"_s), u"≤ 200 ms"_s,
-           !ours.seconds.empty() && median(ours.seconds) <= kStart);
+           !ours.seconds.empty() && median(ours.seconds) <= kShownStart);
     report(u"the same, resident memory"_s, comparison(ours, theirs, &Starts::megabytes, 1, u"MB"_s),
-           u"≤ 70 MB"_s, !ours.megabytes.empty() && median(ours.megabytes) <= kMemory);
+           u"≤ 70 MB"_s, !ours.megabytes.empty() && median(ours.megabytes) <= kShownMemory);
     qputenv("QT_QPA_PLATFORM", platform);
     qputenv("HOME", home);
     qunsetenv("DISPLAY");

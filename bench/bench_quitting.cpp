@@ -14,10 +14,10 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-constexpr int kRounds = 5; // of each way
+constexpr int kQuitRounds = 5; // of each way
 constexpr auto kForever = 300s;
-constexpr double kLimit = 500; // ms
-constexpr auto kGrace = 100ms; // for the system to take away what has been killed
+constexpr double kLongestQuit = 500; // ms
+constexpr auto kGrace = 100ms;       // for the system to take away what has been killed
 constexpr qint64 kSmall = 2'000'000;
 constexpr qint64 kLarge = 500'000'000; // a check of it by unzip takes a good part of a second
 
@@ -88,14 +88,14 @@ void benchQuitting(const QString &parent)
              action == u"verify" ? folder + u"/large.ipa"_s : QString());
         Ends ends;
         ends.clean = made;
-        for (int round = 0; round < 2 * kRounds; ++round)
+        for (int round = 0; round < 2 * kQuitRounds; ++round)
             quitOnce(tools.path(), action, folder, round % 2 == 0, ends);
         const QString what = u"quitting in the middle of “%1”, by signal and by window, worst of %2"_s;
         const double slowest = ends.milliseconds.empty() ? 0 : worst(ends.milliseconds);
         report(what.arg(action).arg(ends.milliseconds.size()),
                u"%1 ms, %2"_s.arg(slowest, 0, 'f', 0)
                    .arg(ends.clean ? u"status 0, no child, no folder left"_s : u"NOT clean"_s),
-               u"≤ 0.5 s"_s, ends.clean && slowest <= kLimit);
+               u"≤ 0.5 s"_s, ends.clean && slowest <= kLongestQuit);
     }
     QDir(folder).removeRecursively();
 }

@@ -110,7 +110,7 @@ public:
     {
         installTools(folder, count);
         m_controller.applicationDidFinishLaunching();
-        m_window = mainWindow();
+        m_window = mainWindow(); // NOLINT(cppcoreguidelines-prefer-member-initializer): not there before
         auto *picker = m_window->findChild<QComboBox *>(u"phonePicker"_s);
         m_table = m_window->findChild<QTableView *>(u"table"_s);
         m_search = m_window->findChild<QLineEdit *>(u"search"_s);
