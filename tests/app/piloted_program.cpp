@@ -1,5 +1,6 @@
 #include "app/piloted_program.h"
 
+#include <QDirIterator>
 #include <QFile>
 
 #include <poll.h>
@@ -155,4 +156,14 @@ int PilotedProgram::survivors(std::chrono::milliseconds grace)
         }
     }
     return count;
+}
+
+QStringList FilesBelow(const QString &folder, const QString &pattern)
+{
+    QStringList found;
+    QDirIterator walk(folder, {pattern}, QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot,
+                      QDirIterator::Subdirectories);
+    while (walk.hasNext())
+        found.append(walk.next());
+    return found;
 }

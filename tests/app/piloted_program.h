@@ -51,3 +51,6 @@ private:
     FileDescriptor m_output;
     QByteArray m_printed;
 };
+
+/// The paths of all files, folders and links below `folder` whose names match, hidden ones too.
+QStringList FilesBelow(const QString &folder, const QString &pattern);

@@ -4,7 +4,6 @@
 
 #include <QCryptographicHash>
 #include <QDir>
-#include <QDirIterator>
 #include <QJsonDocument>
 #include <QProcess>
 #include <QRandomGenerator>
@@ -41,16 +40,6 @@ QByteArray hashOf(const QString &path)
     QFile file(path);
     QCryptographicHash hash(QCryptographicHash::Sha1);
     return file.open(QIODevice::ReadOnly) && hash.addData(&file) ? hash.result() : QByteArray();
-}
-
-QStringList filesBelow(const QString &folder, const QString &pattern)
-{
-    QStringList found;
-    QDirIterator walk(folder, {pattern}, QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot,
-                      QDirIterator::Subdirectories);
-    while (walk.hasNext())
-        found.append(walk.next());
-    return found;
 }
 
 QString appID(int number)
@@ -200,18 +189,18 @@ QString QuittingTest::damage(bool orderly) const
     QFile foreign(m_destination + u"/App 0 1.0.ipa"_s);
     if (!foreign.open(QIODevice::ReadOnly) || foreign.readAll() != kForeign)
         return u"the foreign file was touched"_s;
-    for (const QString &path : filesBelow(m_destination, u"*.ipa"_s)) {
+    for (const QString &path : FilesBelow(m_destination, u"*.ipa"_s)) {
         if (!path.contains(u"/.zarvo-") && path != foreign.fileName() && hashOf(path) != m_sound)
             return u"a half-written IPA: "_s + path;
     }
-    for (const QString &path : filesBelow(m_destination, u"report.json"_s)) {
+    for (const QString &path : FilesBelow(m_destination, u"report.json"_s)) {
         QFile report(path);
         const bool isWhole = report.open(QIODevice::ReadOnly) &&
                              QJsonDocument::fromJson(report.readAll()).array().size() == kApps;
         if (!path.contains(u"/.zarvo-") && !isWhole)
             return u"a broken report"_s;
     }
-    const QStringList left = filesBelow(m_destination, u".zarvo-*"_s) + m_tmpdir->leftovers();
+    const QStringList left = FilesBelow(m_destination, u".zarvo-*"_s) + m_tmpdir->leftovers();
     return orderly && !left.isEmpty() ? u"left behind: "_s + left.join(u' ') : QString();
 }
 
@@ -301,7 +290,7 @@ void QuittingTest::survivesAnyMoment()
             m_durations[way].append(end.after.count());
         QCOMPARE(PilotedProgram::survivors(orderly ? 200ms : 2000ms), 0);
         QCOMPARE(damage(orderly), QString());
-        published += filesBelow(m_destination, u"*.ipa"_s).size() - 1;
+        published += FilesBelow(m_destination, u"*.ipa"_s).size() - 1;
     }
     qInfo("%d moments within %d ms, %lld IPAs had been published, no damage", rounds(4), duration,
           static_cast<long long>(published));
@@ -333,7 +322,7 @@ void QuittingTest::disk()
     QVERIFY2(program.waitForLine("done"), program.printed().constData());
     QVERIFY2(program.printed().contains(said.toUtf8()), program.printed().constData());
     const QString inside = program.pathInside(m_destination);
-    QCOMPARE(filesBelow(inside, u"*.ipa"_s) + filesBelow(inside, u".zarvo-*"_s), QStringList());
+    QCOMPARE(FilesBelow(inside, u"*.ipa"_s) + FilesBelow(inside, u".zarvo-*"_s), QStringList());
     program.signal(SIGTERM);
     QCOMPARE(program.waitForEnd().status, 0);
 }

@@ -5,7 +5,6 @@
 #include "ipa_writer.h"
 
 #include <QDir>
-#include <QDirIterator>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QRandomGenerator>
@@ -30,16 +29,6 @@ void print(const std::map<QString, int> &outcomes)
 {
     for (const auto &[outcome, times] : outcomes)
         qInfo("%6d × %s", times, qPrintable(outcome));
-}
-
-QStringList filesBelow(const QString &folder, const QString &pattern)
-{
-    QStringList found;
-    QDirIterator walk(folder, {pattern}, QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot,
-                      QDirIterator::Subdirectories);
-    while (walk.hasNext())
-        found.append(walk.next());
-    return found;
 }
 
 /// A program of its own with a phone and a store of its own; settings and folder are shared.
@@ -182,7 +171,7 @@ void WindowRacesTest::twoPrograms()
 void WindowRacesTest::checkTheFolder(const QString &action, const QString &folder,
                                      const QStringList &archives) const
 {
-    const QStringList saved = filesBelow(folder, u"*.ipa"_s);
+    const QStringList saved = FilesBelow(folder, u"*.ipa"_s);
     QCOMPARE(saved.size(), action == "batch"_L1 ? 4 : 1);
     int others = 0;
     for (const QString &path : saved) {
@@ -190,12 +179,12 @@ void WindowRacesTest::checkTheFolder(const QString &action, const QString &folde
         others += bytes == ContentOf(archives[1]);
         QVERIFY(bytes == ContentOf(archives[0]) || bytes == ContentOf(archives[1]));
     }
-    const QStringList reports = filesBelow(folder, u"report.json"_s);
+    const QStringList reports = FilesBelow(folder, u"report.json"_s);
     QCOMPARE(reports.size(), action == "batch"_L1 ? 2 : 0);
     QVERIFY(reports.isEmpty() || others == 2);
     for (const QString &report : reports)
         QCOMPARE(QJsonDocument::fromJson(ContentOf(report)).array().size(), 2);
-    QCOMPARE(filesBelow(folder, u".zarvo-*"_s), QStringList());
+    QCOMPARE(FilesBelow(folder, u".zarvo-*"_s), QStringList());
 }
 
 QTEST_MAIN(WindowRacesTest)
