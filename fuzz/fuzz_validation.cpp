@@ -17,6 +17,8 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
+constexpr QByteArrayView kEndOfDirectory = "PK\5\6";
+
 /// The folder for temporary files, of this fuzzer alone.
 const QString &temporaryFolder()
 {
@@ -35,6 +37,7 @@ bool isEmpty(const QString &folder)
 
 /// Whether the device tool's library takes the archive, and sees the names that unzip sees. For unzip a name
 /// ends at a NUL, for the library it goes on with a blank; the device tool then finds no app, and says so.
+/// And of several ends of a directory unzip takes the last, the library the first that makes sense.
 bool isPlain(const std::filesystem::path &path)
 {
     int code = 0;
@@ -44,6 +47,8 @@ bool isPlain(const std::filesystem::path &path)
     if (!archive || !file.open(QIODevice::ReadOnly))
         return false;
     const QByteArray bytes = file.readAll();
+    if (bytes.count(kEndOfDirectory) != 1)
+        return false;
     const auto count = static_cast<zip_uint64_t>(zip_get_num_entries(archive.get(), 0));
     for (zip_uint64_t i = 0; i < count; ++i) {
         if (!bytes.contains(zip_get_name(archive.get(), i, ZIP_FL_ENC_RAW)))
