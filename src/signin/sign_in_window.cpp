@@ -20,8 +20,8 @@ namespace {
 constexpr QSize kContentSize{540, 440};
 constexpr int kSideMargin = 22;
 constexpr int kTopMargin = 20;
-constexpr int kSpacing = 10;
-constexpr double kTitleSize = 20;
+constexpr int kSheetSpacing = 10;
+constexpr double kSheetTitleSize = 20;
 constexpr QStringView kCodeHelp = u"https://support.apple.com/ru-ru/102606";
 
 struct StepRow
@@ -145,9 +145,9 @@ void LegacyAuth::buildWindow(QWidget *parent, const QString &proposed)
     auto *stack = new QVBoxLayout(page);
     stack->setContentsMargins(Scaled(kSideMargin), Scaled(kTopMargin), Scaled(kSideMargin),
                               Scaled(kTopMargin));
-    stack->setSpacing(Scaled(kSpacing));
+    stack->setSpacing(Scaled(kSheetSpacing));
     QLabel *title = ZarvoLabel(u"Вход в Apple Account"_s, true);
-    SetFontSize(title, kTitleSize, true);
+    SetFontSize(title, kSheetTitleSize, true);
     stack->addWidget(title);
     stack->addWidget(ZarvoLabel(u"Введите аккаунт, которым получали приложения. Вход обрабатывают ipatool и "
                                 "сервисы Apple. Сессия сохраняется в Связке ключей этого Mac."_s,
