@@ -64,8 +64,12 @@ qsizetype countPartInMemory(const Canary &canary)
         const QByteArray range = line.left(line.indexOf(' '));
         const std::uint64_t from = range.left(range.indexOf('-')).toULongLong(nullptr, 16);
         const std::uint64_t to = range.mid(range.indexOf('-') + 1).toULongLong(nullptr, 16);
-        if (line.mid(range.size() + 1, 1) == "r" && to - from < kLargestRegion && from != own)
-            found += countInRange(canary, memory, from, to);
+        if (line.mid(range.size() + 1, 1) != "r" || to - from >= kLargestRegion || from == own)
+            continue;
+        const qsizetype here = countInRange(canary, memory, from, to);
+        if (here > 0) // for who has to find out how it got there
+            qInfo("%lld in %s", static_cast<long long>(here), line.constData());
+        found += here;
     }
     ::close(memory);
     ::prctl(PR_SET_DUMPABLE, dumpable);
