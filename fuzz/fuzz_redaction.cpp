@@ -6,6 +6,8 @@
 #include <algorithm>
 #include <chrono>
 #include <ctime>
+#include <functional>
+#include <string_view>
 
 using namespace Qt::StringLiterals;
 using namespace std::chrono_literals;
@@ -21,6 +23,8 @@ constexpr qsizetype kLongestDiagnostic = 1400;
 constexpr qsizetype kLongText = 1 << 18;
 constexpr std::chrono::nanoseconds kLinear = 3s;
 constexpr std::size_t kLongTextOutOf = 64;
+
+constexpr qsizetype kLongestSecret = 40;
 
 RedactionEngine &engine()
 {
@@ -72,6 +76,48 @@ void checkTime(const QString &text)
     Require(processorTime() - start < kLinear, "the time is linear");
 }
 
+/// A number that the same text gives in every run; the toolkit's hashes are seeded anew by each.
+std::size_t numberOf(QStringView text)
+{
+    return std::hash<std::u16string_view>()({text.utf16(), static_cast<std::size_t>(text.size())});
+}
+
+/// Whether what stands there is, in part at least, what has been put in the place of a secret, or beside it:
+/// a short secret counts as a whole word only, which it may have become by that.
+bool isOfPlaceholder(const QString &redacted, qsizetype start, qsizetype end)
+{
+    const auto meets = [&](QStringView placeholder) {
+        const qsizetype at =
+            redacted.indexOf(placeholder, std::max<qsizetype>(0, start - placeholder.size()));
+        return at >= 0 && at <= end;
+    };
+    using Kind = KnownSecrets::Kind;
+    for (const Kind kind : {Kind::Account, Kind::HomeFolder, Kind::UserName, Kind::Phone}) {
+        if (meets(PlaceholderFor(kind)))
+            return true;
+    }
+    return std::any_of(redactionExpressions.begin(), redactionExpressions.end(), [&](const auto &rule) {
+        return !rule.replacement.isEmpty() && meets(rule.replacement);
+    });
+}
+
+/// A piece of the text, wherever it stands, is known: then it is not left.
+void checkKnown(const QString &text)
+{
+    const std::size_t place = numberOf(text);
+    const QString secret = text.mid(static_cast<qsizetype>(place % static_cast<std::size_t>(text.size())),
+                                    1 + static_cast<qsizetype>(place >> 32) % kLongestSecret);
+    KnownSecrets known;
+    known.addAccount(secret);
+    known.addNumber(secret);
+    known.addHomeFolder(secret);
+    known.addPhoneIdentifier(secret);
+    known.addPhoneName(secret);
+    const QString redacted = RedactSecrets(text, known);
+    for (const auto &[start, end, kind] : known.findIn(redacted))
+        Require(isOfPlaceholder(redacted, start, end), "what is known is not shown");
+}
+
 } // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size)
@@ -82,8 +128,10 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
         checkAgainstEngine(text, redacted);
         if (std::none_of(text.begin(), text.end(), isLookedThrough))
             checkNothingIsLeft(redacted);
+        if (!text.isEmpty())
+            checkKnown(text);
     }
-    if (!text.isEmpty() && qHash(text, 0) % kLongTextOutOf == 0)
+    if (!text.isEmpty() && numberOf(text) % kLongTextOutOf == 0)
         checkTime(text);
 
     const QString shown = ZarvoSafeStoreDiagnostic({1, text, {}, {}});
