@@ -61,7 +61,7 @@ run-real: ipatool-given build ## start Zarvo with real phones and the real store
 	@ln -s "$$(realpath "$(IPATOOL)")" $(REAL)/lib/zarvo/Tools/ipatool
 	$(REAL)/bin/zarvo
 
-demo-tour: build ## play a sign-in and a download offscreen: a line a step, pictures in build/tour
+demo-tour: build ## play every flow offscreen: a line a step, pictures in build/tour
 	@$(MAKE) --no-print-directory tour
 
 .PHONY: tour
@@ -75,10 +75,10 @@ screenshots: build ## take the pictures of docs/screenshots anew, from the tour
 	@mkdir -p $(PICTURES)
 	for name in window sign-in phone; do cp $(TOUR)/$$name.png $(PICTURES)/; done
 
-deps-bench: deps ## install what `make bench` compares with; it does without as well
+deps-bench: deps
 	@tools/install-packages packaging/debian-packages-bench.txt
 
-bench: build ## measure
+bench: deps-bench build ## measure
 	cmake --build --preset release --target zarvo_bench --parallel $(JOBS)
 	$(RELEASE)/bench/zarvo_bench
 

@@ -69,14 +69,15 @@ void compareWithUnzip(const QString &zarvo, const QString &file, const QString &
     }
     const double added = median(ours.seconds) - median(bare.seconds);
     const double ratio = ratioOfBest(ours.seconds, bare.seconds);
-    report(
-        u"--verify-ipa, %1, over three bare unzip runs"_s.arg(label),
-        u"%1 s over %2 s: %3 ms more, ratio %4 (of processor time %5)"_s.arg(median(ours.seconds), 0, 'f', 3)
-            .arg(median(bare.seconds), 0, 'f', 3)
-            .arg(added * 1e3, 0, 'f', 1)
-            .arg(ratio, 0, 'f', 3)
-            .arg(ratioOfBest(ours.processor, bare.processor), 0, 'f', 3),
-        small ? u"≤ +20 ms"_s : u"ratio ≤ 1.02"_s, small ? added <= kAddedSeconds : ratio <= kRatio);
+    report(u"--verify-ipa, %1, over three bare unzip runs"_s.arg(label),
+           u"%1 s over %2 s: %3 ms more, ratio of the best of %6 %4 (of processor time %5)"_s
+               .arg(median(ours.seconds), 0, 'f', 3)
+               .arg(median(bare.seconds), 0, 'f', 3)
+               .arg(added * 1e3, 0, 'f', 1)
+               .arg(ratio, 0, 'f', 3)
+               .arg(ratioOfBest(ours.processor, bare.processor), 0, 'f', 3)
+               .arg(rounds),
+           small ? u"≤ +20 ms"_s : u"ratio ≤ 1.02"_s, small ? added <= kAddedSeconds : ratio <= kRatio);
     report(u"the same, resident memory"_s, u"%1 MB"_s.arg(megabytes, 0, 'f', 1), u"≤ 80 MB"_s,
            megabytes <= kCheckMemory);
 }
@@ -114,7 +115,7 @@ void benchIPA(const QString &zarvo, const QString &folder)
     report(u"own instructions of a validation at 1 and 100 MB, counted by "_s + whoCounts(),
            counts.join(u", "_s));
     write(1'000'000'000);
-    compareWithUnzip(zarvo, file, u"1 GB"_s, 2, false);
+    compareWithUnzip(zarvo, file, u"1 GB"_s, 3, false);
 
     write(4'000'000'000);
     const QString self = QFile::symLinkTarget(u"/proc/self/exe"_s);

@@ -83,8 +83,6 @@ int main(int argc, char **argv)
     std::printf("| what | measured | figure | |\n|---|---|---|---|\n");
     nameTheMachine();
     const std::pair<std::string_view, std::function<void()>> parts[] = {
-        // First, while this process is small: the system counts a child's memory from what it was forked
-        // with.
         {"devices",
          [&] {
              benchDevices(build + u"/lib/zarvo/Tools/devicezarvo"_s, build + u"/demo/bin/virtual_phone"_s,

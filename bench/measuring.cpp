@@ -1,12 +1,12 @@
 #include "measuring.h"
 
 #include "core/file_descriptor.h"
+#include "cost.h"
 
 #include <QFile>
 
 #include <fcntl.h>
 #include <spawn.h>
-#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -77,7 +77,7 @@ std::vector<double> processorTimesOf(int rounds, const std::function<void()> &wo
 
 BareRun runBare(const QStringList &command, bool keepOutput)
 {
-    QList<QByteArray> texts;
+    QList<QByteArray> texts{ZARVO_MEASURED_RUN};
     std::vector<char *> arguments;
     for (const QString &word : command)
         texts.append(word.toUtf8());
@@ -86,35 +86,35 @@ BareRun runBare(const QStringList &command, bool keepOutput)
     arguments.push_back(nullptr);
 
     BareRun run;
-    FileDescriptor readEnd;
-    FileDescriptor writeEnd;
+    FileDescriptor output;
+    FileDescriptor outputEnd;
+    FileDescriptor costs;
+    FileDescriptor costsEnd;
+    if (!makePipe(costs, costsEnd) || (keepOutput && !makePipe(output, outputEnd)))
+        return run;
     posix_spawn_file_actions_t actions;
     ::posix_spawn_file_actions_init(&actions);
+    ::posix_spawn_file_actions_adddup2(&actions, costsEnd.get(), kCostDescriptor);
     ::posix_spawn_file_actions_addopen(&actions, 2, "/dev/null", O_WRONLY, 0);
-    if (keepOutput && makePipe(readEnd, writeEnd))
-        ::posix_spawn_file_actions_adddup2(&actions, writeEnd.get(), 1);
+    if (keepOutput)
+        ::posix_spawn_file_actions_adddup2(&actions, outputEnd.get(), 1);
     else
         ::posix_spawn_file_actions_addopen(&actions, 1, "/dev/null", O_WRONLY, 0);
-    const double start = now();
     pid_t child = -1;
-    const int failure = ::posix_spawnp(&child, arguments[0], &actions, nullptr, arguments.data(), environ);
+    const int failure = ::posix_spawn(&child, arguments[0], &actions, nullptr, arguments.data(), environ);
     ::posix_spawn_file_actions_destroy(&actions);
-    if (failure != 0) {
-        run.status = -1;
+    outputEnd.reset();
+    costsEnd.reset();
+    if (failure != 0)
         return run;
-    }
-    writeEnd.reset();
     char buffer[4096];
-    for (ssize_t got = 0; keepOutput && (got = ::read(readEnd.get(), buffer, sizeof buffer)) > 0;)
+    for (ssize_t got = 0; keepOutput && (got = ::read(output.get(), buffer, sizeof buffer)) > 0;)
         run.output.append(buffer, got);
-    rusage usage = {};
-    ::wait4(child, &run.status, 0, &usage);
-    run.seconds = now() - start;
-    const auto seconds = [](const timeval &time) {
-        return double(time.tv_sec) + double(time.tv_usec) * 1e-6;
-    };
-    run.processor = seconds(usage.ru_utime) + seconds(usage.ru_stime);
-    run.megabytes = static_cast<double>(usage.ru_maxrss) * 1024 / 1e6;
+    Cost cost;
+    if (::read(costs.get(), &cost, sizeof cost) == sizeof cost)
+        run = {cost.seconds, cost.processor, static_cast<double>(cost.kilobytes) * 1024 / 1e6, cost.status,
+               run.output};
+    ::waitpid(child, nullptr, 0);
     return run;
 }
 

@@ -21,13 +21,13 @@ std::vector<double> timesOf(int rounds, const std::function<void()> &work);
 /// The same in seconds of the processor, for work that waits for nothing: what else runs does not count.
 std::vector<double> processorTimesOf(int rounds, const std::function<void()> &work);
 
-/// A child run as barely as the system allows: started, waited for.
+/// A program run as barely as the system allows: started, waited for.
 struct BareRun
 {
     double seconds = 0;
     double processor = 0; ///< seconds of the processor, of the child and the children it waited for
-    double megabytes = 0; ///< largest resident memory of the child itself
-    int status = 0;
+    double megabytes = 0; ///< largest resident memory of the program itself
+    int status = -1;
     QByteArray output;
 };
 BareRun runBare(const QStringList &command, bool keepOutput = false);
