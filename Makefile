@@ -93,16 +93,16 @@ tsan: deps ## build and test with ThreadSanitizer
 deps-lint: deps
 	@tools/install-packages packaging/debian-packages-lint.txt
 
-# The build comes first: clang-tidy needs its compile commands and the files that it generates. The tests run under the
-# sanitizers, so they are spared the analyser's walk through every branch, which takes half the time, and cppcheck,
-# which gives up at most of them.
+# The build comes first: clang-tidy needs its compile commands and the files that it generates. Tests and fuzzers run under
+# the sanitizers, so they are spared the analyser's walk through every branch, which takes half the time, and the tests
+# are spared cppcheck, which gives up at most of them.
 lint: deps-lint build ## check format and look for faults without running
 	clang-format --dry-run -Werror $(SOURCES) $(FUZZERS)
 	cppcheck --quiet --error-exitcode=1 --enable=warning,performance,portability --inline-suppr --library=qt \
-	    --std=c++20 --template='{file}:{line}:{column}: error: {message} [{id}]' -j $(JOBS) -I src src tools demo bench
+	    --std=c++20 --template='{file}:{line}:{column}: error: {message} [{id}]' -j $(JOBS) -I src src tools demo bench fuzz
 	rm -rf $(UNITS) && tools/lint-units $(RELEASE) $(UNITS)
-	ls $(UNITS)/tests-*.cpp | xargs -P $(JOBS) -n 1 clang-tidy -p $(UNITS) --quiet --checks=-clang-analyzer-*
-	ls $(UNITS)/[!t]*.cpp $(UNITS)/tools*.cpp | xargs -P $(JOBS) -n 1 clang-tidy -p $(UNITS) --quiet
+	ls $(UNITS)/tests-*.cpp $(UNITS)/fuzz.cpp | xargs -P $(JOBS) -n 1 clang-tidy -p $(UNITS) --quiet --checks=-clang-analyzer-*
+	ls $(UNITS)/[!ft]*.cpp $(UNITS)/tools*.cpp | xargs -P $(JOBS) -n 1 clang-tidy -p $(UNITS) --quiet
 	@echo "Nothing found."
 
 format: deps-lint ## format the sources in place
