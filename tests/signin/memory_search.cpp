@@ -23,6 +23,11 @@ constexpr std::size_t kBlock = 1 << 20;
 constexpr std::size_t kOverlap = std::size_t{4} * 128; // no canary is longer, in any encoding
 constexpr std::uint64_t kLargestRegion = 1 << 30;      // the sanitizers' tables are larger
 
+constexpr bool isDigit(char c)
+{
+    return c >= '0' && c <= '9';
+}
+
 // The bytes that are being looked at. Shared memory is a region of its own, which the search can leave out.
 char *block()
 {
@@ -122,7 +127,11 @@ qsizetype Canary::countIn(const char *bytes, std::size_t size, std::size_t start
         if (!at)
             break;
         for (const std::size_t stride : {1U, 2U, 4U}) {
-            if (length * stride <= static_cast<std::size_t>(bytes + size - at) && isAt(at, stride))
+            // Within a longer number, six digits stand by chance: memory is full of numbers.
+            const char *end = at + length * stride;
+            if (length * stride <= static_cast<std::size_t>(bytes + size - at) && isAt(at, stride) &&
+                !(at - bytes >= static_cast<std::ptrdiff_t>(stride) && isDigit(*(at - stride))) &&
+                !(end < bytes + size && isDigit(*end)))
                 ++found;
         }
     }
