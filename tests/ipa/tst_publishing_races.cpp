@@ -5,11 +5,11 @@
 #include "core/private_folder.h"
 #include "ipa/ipa_publishing.h"
 #include "ipa_writer.h"
+#include "support/rows.h"
 
 #include <QCoreApplication>
 #include <QProcess>
 #include <QTemporaryDir>
-#include <QTest>
 
 #include <fcntl.h>
 #include <sys/mman.h>
@@ -135,15 +135,14 @@ public:
     }
 
 private:
-    using Clock = std::chrono::steady_clock;
     using Pause = std::chrono::duration<double, std::milli>;
 
     double chance() { return std::uniform_real_distribution(0.0, 1.0)(m_random); }
 
     static void pause(Pause time, int round)
     {
-        const auto until = Clock::now() + time;
-        while (Clock::now() < until && board->published < round)
+        const auto until = std::chrono::steady_clock::now() + time;
+        while (std::chrono::steady_clock::now() < until && board->published < round)
             std::this_thread::yield();
     }
 
@@ -198,29 +197,18 @@ private:
     // rename; then the rival only takes names that are free.
     void act()
     {
-        const bool onlyFreeNames = m_offered == NoLinksEither;
-        switch (m_random() % 5) {
-        case 0:
-            if (!onlyFreeNames) {
-                move(m_name, m_folder / "own" / ("taken" + std::to_string(m_taken++)), RENAME_NOREPLACE);
-                return;
-            }
-            [[fallthrough]];
-        case 1:
-            if (!onlyFreeNames) {
-                move(keep(make(anyKind())), m_name, RENAME_EXCHANGE);
-                return;
-            }
-            [[fallthrough]];
-        case 2:
+        const bool mayTake = m_offered != NoLinksEither;
+        const auto deed = m_random() % 5;
+        if (deed == 0 && mayTake)
+            move(m_name, m_folder / "own" / ("taken" + std::to_string(m_taken++)), RENAME_NOREPLACE);
+        else if (deed == 1 && mayTake)
+            move(keep(make(anyKind())), m_name, RENAME_EXCHANGE);
+        else if (deed <= 2)
             (void)!::link(keep(make(anyKind())).c_str(), m_name.c_str());
-            return;
-        case 3:
+        else if (deed == 3)
             move(keep(make(anyKind())), m_name, RENAME_NOREPLACE);
-            return;
-        default:
+        else
             createInPlace();
-        }
     }
 
     fs::path m_folder;
@@ -274,7 +262,13 @@ class PublishingRacesTest : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    void losesNothing_data();
+    void losesNothing_data()
+    {
+        const Rows<Offer> row;
+        row("names can be exchanged", Everything);
+        row("links, but no exchange: nothing to replace", NoExchange);
+        row("neither: against whoever takes free names", NoLinksEither);
+    }
     void losesNothing();
 
 private:
@@ -283,24 +277,13 @@ private:
 
     QTemporaryDir m_folder{QDir::tempPath() + u"/zarvo-race-XXXXXX"_s};
     const fs::path m_root{m_folder.path().toStdString()};
-    int m_made = 0;
     bool m_isOursTaken = false; // in the moment in which it had the name and something else came out for it
-    std::map<QString, int> m_outcomes;
     int m_replaced = 0;
-    int m_taken = 0;
 };
-
-void PublishingRacesTest::losesNothing_data()
-{
-    QTest::addColumn<Offer>("offered");
-    QTest::newRow("names can be exchanged") << Everything;
-    QTest::newRow("links, but no exchange: nothing to replace") << NoExchange;
-    QTest::newRow("neither: against whoever takes free names") << NoLinksEither;
-}
 
 void PublishingRacesTest::losesNothing()
 {
-    QFETCH(const Offer, offered);
+    const auto &[offered] = Row<Offer>();
     QVERIFY(writeIPA(m_root / "archive", {}));
     board = openBoard(m_root);
     QVERIFY(board);
@@ -318,8 +301,9 @@ void PublishingRacesTest::losesNothing()
     });
 
     offer = offered;
-    m_outcomes.clear();
-    m_replaced = m_taken = m_made = 0;
+    std::map<QString, int> outcomes;
+    int made = 0;
+    int taken = m_replaced = 0;
     const int rounds = std::max(kSample, qEnvironmentVariableIntValue("ZARVO_ROUNDS"));
     for (int round = 1; round <= rounds; ++round) {
         board->made = 0;
@@ -329,9 +313,9 @@ void PublishingRacesTest::losesNothing()
         board->published = round;
         waitFor(board->resting, round);
         QCOMPARE(wrong(round, outcome), QString());
-        ++m_outcomes[outcome];
-        m_made += board->made;
-        m_taken += m_isOursTaken;
+        ++outcomes[outcome];
+        made += board->made;
+        taken += m_isOursTaken;
         for (const char *folder : {"out", "own"}) {
             fs::remove_all(m_root / folder);
             fs::create_directory(m_root / folder);
@@ -339,10 +323,10 @@ void PublishingRacesTest::losesNothing()
     }
     offer = Everything;
     qInfo("%d rounds, %d files of the other process: none lost or changed, %d earlier copies replaced",
-          rounds, m_made, m_replaced);
-    if (m_taken > 0)
-        qInfo("%6d × refused, and ours was taken by the other process in between", m_taken);
-    for (const auto &[sentence, times] : m_outcomes)
+          rounds, made, m_replaced);
+    if (taken > 0)
+        qInfo("%6d × refused, and ours was taken by the other process in between", taken);
+    for (const auto &[sentence, times] : outcomes)
         qInfo("%6d × %s", times, sentence.isEmpty() ? "published" : qPrintable(sentence));
 }
 
@@ -383,7 +367,7 @@ QString PublishingRacesTest::wrong(int round, const QString &outcome)
     }
     const auto take = [&](const std::string &bytes) { return found.erase(bytes) > 0; };
     if (take(stamped(m_root, 'o', round)) != (published || m_isOursTaken))
-        return published || m_isOursTaken ? u"ours is nowhere"_s : u"ours has been left"_s;
+        return u"ours is nowhere, or has been left"_s;
     int copiesGone = 0;
     for (int number = 0; number < board->made; ++number) {
         if (take(bytesOf(m_root, number)))
