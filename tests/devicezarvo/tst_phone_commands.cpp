@@ -111,7 +111,6 @@ private Q_SLOTS:
     {
         const Rows<QByteArray, int> row; // the messages' format, how many apps
         row("no app", "xml", 0);
-        row("several pages", "xml", 250);
         row("several pages, binary messages", "binary", 250);
         row("without end: not believed", "binary", 20'001);
     }
@@ -164,7 +163,6 @@ private Q_SLOTS:
     void installs_data()
     {
         const Rows<QByteArray, qint64> row; // the phone, bytes of noise in the file
-        row("a small app", R"("tls": true)", 0);
         row("several blocks, the last one odd", R"("tls": true)", kBigPadding + 7);
         row("without encryption", R"("tls": false)", kBigPadding);
     }
