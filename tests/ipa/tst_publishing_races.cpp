@@ -1,19 +1,16 @@
-// Publishing while another process works on the same name. Everything that process makes has a number and is
-// whole before it is counted, and it never deletes: what it takes away it keeps. So every one of its files
-// must be somewhere in the end.
+// Publishing while someone else works on the same name: a thread that asks the system directly, as another
+// program would. Everything it makes has a number and is whole before it is counted, and it never deletes:
+// what it takes away it keeps. So every one of its files must be somewhere in the end.
 #include "core/file_descriptor.h"
 #include "core/private_folder.h"
 #include "ipa/ipa_publishing.h"
 #include "ipa_writer.h"
 #include "support/rows.h"
 
-#include <QCoreApplication>
-#include <QProcess>
+#include <QScopeGuard>
 #include <QTemporaryDir>
 
 #include <fcntl.h>
-#include <sys/mman.h>
-#include <sys/prctl.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
@@ -23,7 +20,6 @@
 #include <cerrno>
 #include <climits>
 #include <cmath>
-#include <csignal>
 #include <fstream>
 #include <iterator>
 #include <map>
@@ -44,34 +40,24 @@ constexpr auto kLongestHesitation = 1000us;
 constexpr const char *kName = "Банк 1.0.ipa";
 const IPAInfo kInfo{u"com.example.app"_s, u"1.0"_s};
 
-/// What the file system offers us; the other process always has everything.
+/// What the file system offers us; the rival always has everything.
 enum Offer { Everything, NoExchange, NoLinksEither };
 std::atomic<Offer> offer = Everything;
 
 enum Kind { Foreign, Link, EarlierCopy };
 
-/// What both processes see.
+/// What both sides see.
 struct Board
 {
-    std::atomic<int> round; // that may begin
+    std::atomic<int> round; // that may begin; kNoMore when none will
     std::atomic<int> ready; // that the rival has prepared
     std::atomic<int> published;
     std::atomic<int> resting; // that the rival has finished
     std::atomic<int> moments; // at which our side was about to change names
     std::atomic<int> made;    // files of the rival in this round
     std::array<std::atomic<Kind>, size_t{2} * kMostDeeds> kinds;
-};
-Board *board = nullptr;
-static_assert(std::atomic<int>::is_always_lock_free);
-
-Board *openBoard(const fs::path &folder)
-{
-    const FileDescriptor file(::open((folder / "board").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600));
-    if (!file.isOpen() || ::ftruncate(file.get(), sizeof(Board)) != 0)
-        return nullptr;
-    void *const memory = ::mmap(nullptr, sizeof(Board), PROT_READ | PROT_WRITE, MAP_SHARED, file.get(), 0);
-    return memory == MAP_FAILED ? nullptr : static_cast<Board *>(memory);
-}
+} board;
+constexpr int kNoMore = INT_MAX;
 
 void waitFor(const std::atomic<int> &mark, int round)
 {
@@ -99,8 +85,8 @@ std::string stamped(const fs::path &folder, char kind, int number)
 
 std::string bytesOf(const fs::path &folder, int number)
 {
-    return board->kinds[static_cast<size_t>(number)] == EarlierCopy ? stamped(folder, 'c', number)
-                                                                    : "foreign " + std::to_string(number);
+    return board.kinds[static_cast<size_t>(number)] == EarlierCopy ? stamped(folder, 'c', number)
+                                                                   : "foreign " + std::to_string(number);
 }
 
 class Rival
@@ -113,10 +99,12 @@ public:
     {
     }
 
-    [[noreturn]] void run()
+    void run()
     {
         for (int round = 1;; ++round) {
-            waitFor(board->round, round);
+            waitFor(board.round, round);
+            if (board.round == kNoMore)
+                return;
             m_random.seed(static_cast<unsigned>(round));
             const bool lurks = chance() < 0.5;
             if (lurks)
@@ -124,13 +112,13 @@ public:
             else if (chance() < 0.5)
                 act();
             m_calm = std::pow(chance(), 3.0) * kLongestPause;
-            board->ready = round;
-            for (int deed = 0; deed < kMostDeeds && board->published < round; ++deed) {
+            board.ready = round;
+            for (int deed = 0; deed < kMostDeeds && board.published < round; ++deed) {
                 lurks ? waitForMoment(round) : pause(chance() * m_calm, round);
                 act();
             }
-            waitFor(board->published, round);
-            board->resting = round;
+            waitFor(board.published, round);
+            board.resting = round;
         }
     }
 
@@ -142,15 +130,15 @@ private:
     static void pause(Pause time, int round)
     {
         const auto until = std::chrono::steady_clock::now() + time;
-        while (std::chrono::steady_clock::now() < until && board->published < round)
+        while (std::chrono::steady_clock::now() < until && board.published < round)
             std::this_thread::yield();
     }
 
     // Until our side is about to change names, and then some.
     void waitForMoment(int round)
     {
-        const int moments = board->moments;
-        while (board->moments == moments && board->published < round)
+        const int moments = board.moments;
+        while (board.moments == moments && board.published < round)
             std::this_thread::yield();
         pause(chance() * kLongestHesitation, round);
     }
@@ -170,14 +158,14 @@ private:
 
     int make(Kind kind)
     {
-        const int number = board->made;
-        board->kinds[static_cast<size_t>(number)] = kind;
+        const int number = board.made;
+        board.kinds[static_cast<size_t>(number)] = kind;
         const std::string bytes = bytesOf(m_folder, number);
         if (kind == Link)
             fs::create_symlink(bytes, keep(number));
         else
             std::ofstream(keep(number), std::ios::binary) << bytes;
-        ++board->made;
+        ++board.made;
         return number;
     }
 
@@ -186,11 +174,11 @@ private:
         const FileDescriptor file(::open(m_name.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
         if (!file.isOpen())
             return;
-        const int number = board->made;
-        board->kinds[static_cast<size_t>(number)] = Foreign;
+        const int number = board.made;
+        board.kinds[static_cast<size_t>(number)] = Foreign;
         const std::string bytes = bytesOf(m_folder, number);
         if (::write(file.get(), bytes.data(), bytes.size()) == ssize_t(bytes.size()))
-            ++board->made;
+            ++board.made;
     }
 
     // Where names cannot be exchanged, whoever replaces or takes away can still slip between a look and a
@@ -226,8 +214,7 @@ private:
 static void hesitate()
 {
     static std::minstd_rand random;
-    if (board)
-        ++board->moments;
+    ++board.moments;
     if (random() % 2 == 0)
         std::this_thread::sleep_for(random() % 100 * kLongestHesitation / 100);
 }
@@ -285,36 +272,31 @@ void PublishingRacesTest::losesNothing()
 {
     const auto &[offered] = Row<Offer>();
     QVERIFY(writeIPA(m_root / "archive", {}));
-    board = openBoard(m_root);
-    QVERIFY(board);
-    new (board) Board{};
-    QProcess rival;
-    rival.setProcessChannelMode(QProcess::ForwardedChannels);
     fs::create_directories(m_root / "out");
     fs::create_directories(m_root / "own");
-    rival.start(QCoreApplication::applicationFilePath(),
-                {u"--rival"_s, m_folder.path(), QString::number(offered)});
-    QVERIFY(rival.waitForStarted());
+    for (auto *mark : {&board.round, &board.ready, &board.published, &board.resting})
+        *mark = 0;
+    offer = offered;
+    std::thread rival(&Rival::run, Rival(m_root, offered));
     const auto end = qScopeGuard([&] {
-        rival.kill();
-        rival.waitForFinished();
+        board.published = board.round = kNoMore;
+        rival.join();
     });
 
-    offer = offered;
     std::map<QString, int> outcomes;
     int made = 0;
     int taken = m_replaced = 0;
     const int rounds = std::max(kSample, qEnvironmentVariableIntValue("ZARVO_ROUNDS"));
     for (int round = 1; round <= rounds; ++round) {
-        board->made = 0;
-        board->round = round;
-        waitFor(board->ready, round);
+        board.made = 0;
+        board.round = round;
+        waitFor(board.ready, round);
         const QString outcome = publish(round);
-        board->published = round;
-        waitFor(board->resting, round);
+        board.published = round;
+        waitFor(board.resting, round);
         QCOMPARE(wrong(round, outcome), QString());
         ++outcomes[outcome];
-        made += board->made;
+        made += board.made;
         taken += m_isOursTaken;
         for (const char *folder : {"out", "own"}) {
             fs::remove_all(m_root / folder);
@@ -322,10 +304,10 @@ void PublishingRacesTest::losesNothing()
         }
     }
     offer = Everything;
-    qInfo("%d rounds, %d files of the other process: none lost or changed, %d earlier copies replaced",
-          rounds, made, m_replaced);
+    qInfo("%d rounds, %d files of the rival: none lost or changed, %d earlier copies replaced", rounds, made,
+          m_replaced);
     if (taken > 0)
-        qInfo("%6d × refused, and ours was taken by the other process in between", taken);
+        qInfo("%6d × refused, and ours was taken by the rival in between", taken);
     for (const auto &[sentence, times] : outcomes)
         qInfo("%6d × %s", times, sentence.isEmpty() ? "published" : qPrintable(sentence));
 }
@@ -369,10 +351,10 @@ QString PublishingRacesTest::wrong(int round, const QString &outcome)
     if (take(stamped(m_root, 'o', round)) != (published || m_isOursTaken))
         return u"ours is nowhere, or has been left"_s;
     int copiesGone = 0;
-    for (int number = 0; number < board->made; ++number) {
+    for (int number = 0; number < board.made; ++number) {
         if (take(bytesOf(m_root, number)))
             continue;
-        if (board->kinds[static_cast<size_t>(number)] != EarlierCopy)
+        if (board.kinds[static_cast<size_t>(number)] != EarlierCopy)
             return u"file %1 is lost"_s.arg(number);
         ++copiesGone;
     }
@@ -384,13 +366,6 @@ QString PublishingRacesTest::wrong(int round, const QString &outcome)
 
 int main(int argc, char **argv)
 {
-    QCoreApplication application(argc, argv);
-    const QStringList arguments = QCoreApplication::arguments();
-    if (arguments.value(1) == "--rival"_L1) {
-        ::prctl(PR_SET_PDEATHSIG, SIGKILL);
-        board = openBoard(arguments.value(2).toStdString());
-        Rival(arguments.value(2).toStdString(), static_cast<Offer>(arguments.value(3).toInt())).run();
-    }
     qputenv("QTEST_FUNCTION_TIMEOUT", QByteArray::number(INT_MAX)); // ten thousand rounds take their time
     PublishingRacesTest test;
     return QTest::qExec(&test, argc, argv);
