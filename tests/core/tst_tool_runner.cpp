@@ -5,11 +5,6 @@
 
 #include <sys/stat.h>
 
-#include <algorithm>
-#include <atomic>
-#include <thread>
-#include <vector>
-
 using namespace Qt::StringLiterals;
 using namespace std::chrono_literals;
 
@@ -163,29 +158,6 @@ private Q_SLOTS:
         QVERIFY(result);
         QCOMPARE(result->code, 0);
         QCOMPARE_GE(std::chrono::steady_clock::now() - began, 200ms); // ten a second, not more
-    }
-
-    void runsAtOnceWithoutMixing()
-    {
-        constexpr int kThreads = 8;
-        constexpr int kRuns = 10;
-        tool().prints(u"{--word}").printsError(u"{--word}");
-        std::atomic<int> right = 0;
-        std::vector<std::thread> threads;
-        threads.reserve(kThreads);
-        for (int number = 0; number < kThreads; ++number) {
-            threads.emplace_back([&, number] {
-                for (int i = 0; i < kRuns; ++i) {
-                    const QString word = u"%1-%2"_s.arg(number).arg(i);
-                    const auto result = run({u"--word"_s, word});
-                    if (result && result->out == word && result->err == word)
-                        ++right;
-                }
-            });
-        }
-        for (std::thread &thread : threads)
-            thread.join();
-        QCOMPARE(right.load(), kThreads * kRuns);
     }
 };
 

@@ -9,7 +9,6 @@
 #include <csignal>
 #include <fstream>
 #include <functional>
-#include <iterator>
 
 using namespace Qt::StringLiterals;
 
@@ -26,12 +25,6 @@ const IPAInfo kInfo{u"com.example.app"_s, u"1.0"_s};
 
 // Memory of its own: a volume that is not the one of the temporary files.
 constexpr const char *kOtherVolume = "/dev/shm";
-
-std::string contents(const fs::path &file)
-{
-    std::ifstream in(file, std::ios::binary);
-    return {std::istreambuf_iterator<char>(in), {}};
-}
 
 // A new file, also in the place of another.
 void write(const fs::path &file, const std::string &bytes)

@@ -3,8 +3,8 @@
 // what it takes away it keeps. So every one of its files must be somewhere in the end.
 #include "core/file_descriptor.h"
 #include "core/private_folder.h"
+#include "ipa/ipa_fixture.h"
 #include "ipa/ipa_publishing.h"
-#include "ipa_writer.h"
 #include "support/rows.h"
 
 #include <QScopeGuard>
@@ -28,8 +28,6 @@
 
 using namespace Qt::StringLiterals;
 using namespace std::chrono_literals;
-
-namespace fs = std::filesystem;
 
 namespace {
 
@@ -63,14 +61,6 @@ void waitFor(const std::atomic<int> &mark, int round)
 {
     while (mark < round)
         std::this_thread::yield();
-}
-
-std::string contents(const fs::path &file)
-{
-    if (fs::is_symlink(file))
-        return fs::read_symlink(file).string();
-    std::ifstream in(file, std::ios::binary);
-    return {std::istreambuf_iterator<char>(in), {}};
 }
 
 // The archive with a comment of its own: the same app, other bytes.

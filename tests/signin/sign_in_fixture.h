@@ -92,6 +92,9 @@ public:
     std::chrono::steady_clock::time_point now = std::chrono::steady_clock::now();
     PlayedKeyboard *keyboard = nullptr;
     std::unique_ptr<LegacyAuth> auth;
+
+private:
+    QLineEdit *emptied(const char *field) const;
 };
 
 /// A test whose functions have a sign-in each, after which no child, no descriptor and no thread is left.

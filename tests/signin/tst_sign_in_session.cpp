@@ -83,22 +83,6 @@ private Q_SLOTS:
         QCOMPARE(m->linesRead(), sent);
     }
 
-    void childGetsTheTerminalAndNothingElse()
-    {
-        tool().when({u"login"}).promptsOnTerminal(u"enter 2FA code: ").sleeps(60s);
-        openAndStart();
-        EVENTUALLY_EQUAL(m->message(), kEnterCode); // a prompt that goes to /dev/tty is seen, too
-        const QJsonObject call = m->tools.events(u"ipatool"_s, u"call").value(0);
-        const QJsonObject descriptors = call.value("descriptors"_L1).toObject();
-        QCOMPARE(descriptors.keys(), (QStringList{u"0"_s, u"1"_s, u"2"_s}));
-        for (const QString &number : descriptors.keys())
-            QVERIFY(descriptors.value(number).toString().startsWith(u"/dev/pts/"_s));
-        const QStringList arguments{u"--format"_s, u"json"_s, u"auth"_s, u"login"_s};
-        QCOMPARE(m->tools.calls(u"ipatool"_s), QList<QStringList>{arguments});
-        QCOMPARE(call.value("session"_L1), call.value("pid"_L1));
-        QVERIFY(call.value("ignored"_L1).toArray().isEmpty() && call.value("blocked"_L1).toArray().isEmpty());
-    }
-
     // The password's prompt in one read with the account's is not answered; the one that comes later, in two
     // halves, is.
     void answersOnlyPromptsItHasSeen()
@@ -117,26 +101,41 @@ private Q_SLOTS:
         QCOMPARE(m->linesRead(), (QStringList{kAccount, kPassword}));
     }
 
-    // The second question is put only when the echo has been switched on by way of a third program.
-    void silencesATerminalThatEchoesAgain()
+    // The second question is put, by way of /dev/tty, only when the echo has been switched on by way of a
+    // third program.
+    void givesTheChildASilentTerminalAndNothingElse()
     {
         const QString asked = m->tools.filePath(u"asked"_s);
         const QString go = m->tools.filePath(u"go"_s);
-        tool().asks(kAccountPrompt).touches(asked).awaits(go).asks(kPasswordPrompt).prints(kSuccess);
+        tool()
+            .asks(kAccountPrompt)
+            .touches(asked)
+            .awaits(go)
+            .promptsOnTerminal(kPasswordPrompt)
+            .asks({})
+            .prints(kSuccess);
         openAndStart();
         EVENTUALLY(QFile::exists(asked));
         const QJsonObject call = m->tools.events(u"ipatool"_s, u"call").value(0);
-        const QString name = call.value("descriptors"_L1).toObject().value("0"_L1).toString();
+        QCOMPARE(call.value("session"_L1), call.value("pid"_L1));
+        QVERIFY(call.value("ignored"_L1).toArray().isEmpty() && call.value("blocked"_L1).toArray().isEmpty());
+        const QJsonObject descriptors = call.value("descriptors"_L1).toObject();
+        QCOMPARE(descriptors.keys(), (QStringList{u"0"_s, u"1"_s, u"2"_s}));
+        const QString name = descriptors.value("0"_L1).toString();
+        for (const QJsonValue &other : descriptors)
+            QCOMPARE(other.toString(), name);
         const int terminal = ::open(QFile::encodeName(name).constData(), O_RDWR | O_NOCTTY | O_CLOEXEC);
-        termios attributes = {};
-        QVERIFY(terminal >= 0 && ::tcgetattr(terminal, &attributes) == 0);
-        QCOMPARE(attributes.c_lflag & (ECHO | ECHONL), 0U);
-        attributes.c_lflag |= ECHO;
-        QCOMPARE(::tcsetattr(terminal, TCSANOW, &attributes), 0);
+        const auto echo = [terminal](tcflag_t wanted) {
+            termios attributes = {};
+            const bool isKnown = ::tcgetattr(terminal, &attributes) == 0;
+            const tcflag_t before = attributes.c_lflag & (ECHO | ECHONL);
+            attributes.c_lflag |= wanted;
+            return isKnown && ::tcsetattr(terminal, TCSANOW, &attributes) == 0 ? before : ECHO;
+        };
+        QCOMPARE(echo(ECHO), 0U);
         m->tools.touch(u"go"_s);
         EVENTUALLY_EQUAL(m->linesRead().size(), 2);
-        QCOMPARE(::tcgetattr(terminal, &attributes), 0);
-        QCOMPARE(attributes.c_lflag & (ECHO | ECHONL), 0U);
+        QCOMPARE(echo(0), 0U);
         ::close(terminal);
         EVENTUALLY_EQUAL(m->outcomes, QList<bool>{true});
     }
