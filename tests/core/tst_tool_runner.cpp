@@ -23,8 +23,6 @@ private Q_SLOTS:
     void reportsHowTheChildEnded_data()
     {
         const Rows<ToolResult, Script> row;
-        row("exit 3 with a word on standard error", {3, {}, u"x"_s, {}},
-            [](Scenario &s) { s.printsError(u"x").exits(3); });
         row("both outputs, apart", {0, u"да\n"_s, u"нет"_s, "да\n"},
             [](Scenario &s) { s.prints(u"да\n").printsError(u"нет"); });
         row("killed: the signal's number", {9, u"a"_s, {}, "a"},

@@ -262,8 +262,6 @@ void PublishingRacesTest::losesNothing()
 {
     const auto &[offered] = Row<Offer>();
     QVERIFY(writeIPA(m_root / "archive", {}));
-    fs::create_directories(m_root / "out");
-    fs::create_directories(m_root / "own");
     for (auto *mark : {&board.round, &board.ready, &board.published, &board.resting})
         *mark = 0;
     offer = offered;
@@ -278,6 +276,10 @@ void PublishingRacesTest::losesNothing()
     int taken = m_replaced = 0;
     const int rounds = std::max(kSample, qEnvironmentVariableIntValue("ZARVO_ROUNDS"));
     for (int round = 1; round <= rounds; ++round) {
+        for (const char *folder : {"out", "own"}) {
+            fs::remove_all(m_root / folder);
+            fs::create_directory(m_root / folder);
+        }
         board.made = 0;
         board.round = round;
         waitFor(board.ready, round);
@@ -288,10 +290,6 @@ void PublishingRacesTest::losesNothing()
         ++outcomes[outcome];
         made += board.made;
         taken += m_isOursTaken;
-        for (const char *folder : {"out", "own"}) {
-            fs::remove_all(m_root / folder);
-            fs::create_directory(m_root / folder);
-        }
     }
     offer = Everything;
     qInfo("%d rounds, %d files of the rival: none lost or changed, %d earlier copies replaced", rounds, made,

@@ -141,10 +141,6 @@ private Q_SLOTS:
     {
         QVERIFY(m->open());
         m->keyboard->latin.clear();
-        m->type("password", u"пpароль"_s);
-        QCOMPARE(m->note(), kRefused);
-        QCOMPARE(m->secret("password"), u"p"_s);
-        m->find<QLineEdit>("account")->setFocus();
         m->find<QLineEdit>("password")->setFocus();
         QCOMPARE(m->note(), kNoEnglish);
         QCOMPARE(m->keyboard->inUse, u"ru"_s);

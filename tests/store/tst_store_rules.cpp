@@ -1,6 +1,5 @@
 #include "device/device_tool_client.h"
 #include "store/account_check.h"
-#include "store/app_download.h"
 #include "store/diagnostic_redaction.h"
 #include "store/purchase_lookup.h"
 #include "store/store_failure_messages.h"
@@ -125,40 +124,10 @@ private Q_SLOTS:
         QVERIFY2(message.startsWith(advice), qPrintable(message));
     }
 
-    void theMessageHoldsCodeAndRedactedReason()
-    {
-        QCOMPARE(ZarvoStoreFailure({.code = -9, .out = u"%1 %2 token=abc HTTP 429"_s, .err = {}, .data = {}}),
-                 u"Сервис ограничил частоту запросов. Повторите позже.\n\n"
-                 u"Код модуля: -9. Причина: %1 %2 [секрет скрыт] HTTP 429"_s);
-    }
-
     // An app that the phone gave no identifier must not be taken for a purchase without one.
     void findsNothingForAnAppWithoutIdentifier()
     {
         QVERIFY(SearchPurchases(uR"({"apps":[{"id":5}]})"_s, {}, 1).verdict == Verdict::GoOn);
-    }
-
-    void makesDownloadArguments()
-    {
-        const auto end = [](const QString &identifier, const QString &versionID) {
-            const AppRow app{u"a.b"_s, u"App"_s, u"1"_s, u"999"_s, versionID, {}};
-            return DownloadArguments(app, identifier, u"/d/x y.ipa"_s, true).sliced(5).join(u' ');
-        };
-        for (const QString &identifier : {u""_s, u"0"_s, u"-5"_s, u"a42"_s})
-            QCOMPARE(end(identifier, u"7"_s), u"--bundle-identifier a.b --external-version-id 7"_s);
-        for (const QString &unknown : {u""_s, u"0"_s})
-            QCOMPARE(end(u"42"_s, unknown), u"--app-id 42"_s);
-    }
-
-    void readsTheTypedIdentifier()
-    {
-        for (const QString &text : {u""_s, u" \t "_s})
-            QCOMPARE(TypedStoreID(text), QString());
-        for (const QString &text : {u"1"_s, u"007"_s, u"99999999999999999999"_s})
-            QCOMPARE(TypedStoreID(u" %1\n"_s.arg(text)), text);
-        for (const QString &text :
-             {u"0"_s, u"000"_s, u"-5"_s, u"+5"_s, u"12a"_s, u"1 2"_s, u"1.5"_s, u"٣"_s, u"１２"_s})
-            QVERIFY2(!TypedStoreID(text), qUtf8Printable(text));
     }
 
     // Seven million objects, which kept together need 600 MB, in less output than the runner accepts.
