@@ -86,22 +86,6 @@ private Q_SLOTS:
         QCOMPARE(ZarvoFilename(name, version), file);
     }
 
-    void decodesText_data()
-    {
-        const Rows<QByteArray, QString> row; // anything that is not UTF-8 throughout gives nothing
-        const QByteArray longASCII(100'000, 'a');
-        row("byte order mark kept", "\xef\xbb\xbfx", u"\uFEFFx"_s);
-        row("NUL kept", QByteArray("a\0b", 3), u"a"_s + QChar::Null + u'b');
-        row("stray byte far behind", longASCII + '\x80', {});
-        row("cut off at the end", longASCII + "\xf0\x9f\x99", {});
-    }
-
-    void decodesText()
-    {
-        const auto &[bytes, text] = Row<QByteArray, QString>();
-        QCOMPARE(ZarvoText(bytes), text);
-    }
-
     void findsObjects_data()
     {
         const Rows<QString, QByteArray> row; // what is printed, the objects in it
@@ -142,24 +126,6 @@ private Q_SLOTS:
             QCOMPARE(ZarvoJSON(text), QList<QJsonObject>());
             QCOMPARE(ZarvoJSON(text + u"\n{\"a\":1}"_s), QList<QJsonObject>{good});
         }
-    }
-
-    void readsMembers()
-    {
-        // 2^53 + 1: a double cannot hold it.
-        for (const auto &[json, text] :
-             {std::pair(u"\"1.0 \""_s, u"1.0 "_s), std::pair(u"0"_s, u"0"_s),
-              std::pair(u"9007199254740993"_s, u"9007199254740993"_s),
-              std::pair(u"-9223372036854775808"_s, u"-9223372036854775808"_s), std::pair(u"1e3"_s, u"1000"_s),
-              std::pair(u"-1.5"_s, u"-1.5"_s), std::pair(u"true"_s, QString()),
-              std::pair(u"null"_s, QString()), std::pair(u"[1]"_s, QString()),
-              std::pair(u"{\"v\":1}"_s, QString())})
-            QCOMPARE(JSONText(ZarvoJSON(u"{\"v\":%1}"_s.arg(json)).value(0).value("v"_L1)), text);
-        for (const QJsonValue &truth : {QJsonValue(true), QJsonValue(1), QJsonValue(0.5)})
-            QVERIFY(JSONTruth(truth));
-        for (const QJsonValue &untruth : {QJsonValue(false), QJsonValue(0), QJsonValue(QJsonValue::Null),
-                                          QJsonValue(QJsonValue::Undefined)})
-            QVERIFY(!JSONTruth(untruth));
     }
 
     // Digits of other scripts are no digits.

@@ -41,6 +41,7 @@ private Q_SLOTS:
         row("no JSON, 0", 0, u"done"_s, true);
         row("success as a number, 0", 0, uR"({"success":1})"_s, true);
         row("ended by a signal", 9, {}, false);
+        row("success is null, 0", 0, uR"({"success":null})"_s, false);
         row("empty error, 0", 0, uR"({"error":""})"_s, false);
         row("error beside success, 0", 0, uR"({"success":true,"error":null})"_s, false);
         row("failure before success", 0, u"{\"success\":false}\n{\"success\":true}"_s, false);
