@@ -146,18 +146,6 @@ private Q_SLOTS:
         QCOMPARE(contents(m_source), m_new);
     }
 
-    void missingSource()
-    {
-        fs::remove(m_source);
-        Error error;
-        QVERIFY(!publish(&error));
-        QCOMPARE(error.message, u"Не удалось сохранить «Банк 1.0.ipa»: Нет такого файла или каталога."_s);
-        QVERIFY(writeIPA(m_destination, {}));
-        QVERIFY(!publish(&error));
-        QCOMPARE(error.message, kNotReplaced);
-        QVERIFY(exists(m_destination));
-    }
-
     void otherVolume()
     {
         QTemporaryDir other(QLatin1StringView(kOtherVolume) + u"/zarvo-test-XXXXXX"_s);
