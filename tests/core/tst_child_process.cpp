@@ -135,6 +135,22 @@ private Q_SLOTS:
             QCOMPARE(result->code, 3);
         }
     }
+
+    // The last of all: it is over then.
+    void startsNothingOnTheWayOut()
+    {
+        tool().ignoresTermination().touches(file(u"ready"_s)).sleeps(60s);
+        RunHooks hooks;
+        hooks.tick = [&] {
+            if (isThere(u"ready"_s))
+                ChildProcess::killAll();
+        };
+        const auto result = run({}, hooks);
+        QVERIFY(result);
+        QCOMPARE(result->code, SIGKILL);
+        QVERIFY(!run());
+        QCOMPARE(events(u"call").size(), 1);
+    }
 };
 
 QTEST_GUILESS_MAIN(ChildProcessTest)
