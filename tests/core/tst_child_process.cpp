@@ -1,16 +1,12 @@
-#include "core/private_folder.h"
 #include "support/rows.h"
 #include "tool_fixture.h"
 
-#include <QCoreApplication>
 #include <QDir>
-#include <QProcess>
 
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <future>
 #include <thread>
 
 using namespace Qt::StringLiterals;
@@ -62,21 +58,6 @@ private Q_SLOTS:
         QVERIFY(!prompts.first().value("opened"_L1).toBool(true));
     }
 
-    void replacesTheEnvironmentAndLimitsFiles()
-    {
-        constexpr qint64 limit = 1 << 20;
-        tool().grows(2 * limit, 0ms);
-        RunLimits limits;
-        limits.environment = {"ONLY=this"};
-        limits.fileSize = limit;
-        const QString written = file(u"app.ipa"_s);
-        const auto result = run({u"--output"_s, written}, {}, nullptr, kAmple, limits);
-        QVERIFY(result);
-        QCOMPARE(result->code, SIGXFSZ);
-        QCOMPARE(QFileInfo(written).size(), limit);
-        QCOMPARE(events(u"call").value(0).value("environment"_L1).toArray(), QJsonArray{u"ONLY=this"_s});
-    }
-
     void refusesWhatCannotBeStarted_data()
     {
         const Rows<QByteArray, mode_t, QString, QString>
@@ -89,9 +70,7 @@ private Q_SLOTS:
         row("missing", {}, 0700, {},
             u"программы нет в папке %1. Установите её, как описано в инструкции Zarvo, и повторите"_s);
         row("not executable", "#!/bin/sh\n", 0600, {}, denied);
-        row("a folder", "", 0, {}, denied);
         row("interpreter missing", "#!/no/such\n", 0700, {}, foreign);
-        row("no program at all", "words", 0700, {}, foreign);
         row("an argument that would be cut", "#!/bin/sh\n", 0700, u"a"_s + QChar::Null + u"b"_s,
             u"Недопустимый аргумент"_s);
     }
@@ -100,7 +79,6 @@ private Q_SLOTS:
     {
         const auto &[content, mode, argument, reason] = Row<QByteArray, mode_t, QString, QString>();
         const QString program = m_tools->toolPath(u"odd"_s);
-        QVERIFY(mode > 0 || QDir().mkdir(program));
         if (!content.isEmpty()) {
             QFile written(program);
             QVERIFY(written.open(QIODevice::WriteOnly) && written.write(content) > 0);
@@ -158,57 +136,22 @@ private Q_SLOTS:
         }
     }
 
-    // No child stays, no folder, though nobody waits for the worker.
-    void leavesWithoutWaitingForItsWorker()
+    // The last of all: it is over then.
+    void startsNothingOnTheWayOut()
     {
         tool().ignoresTermination().touches(file(u"ready"_s)).sleeps(60s);
-        QProcess program;
-        program.setProcessChannelMode(QProcess::ForwardedChannels);
-        program.start(QCoreApplication::applicationFilePath(), {u"--leave"_s, path(), file(u"ready"_s)});
-        QTRY_COMPARE_WITH_TIMEOUT(program.state(), QProcess::NotRunning, 40'000);
-        QCOMPARE(program.exitStatus(), QProcess::NormalExit);
-        QCOMPARE(program.exitCode(), 0);
-        QTRY_VERIFY(isThere(u"ready"_s) && !isAnythingAlive());
+        RunHooks hooks;
+        hooks.tick = [&] {
+            if (isThere(u"ready"_s))
+                ChildProcess::killAll();
+        };
+        const auto result = run({}, hooks);
+        QVERIFY(result);
+        QCOMPARE(result->code, SIGKILL);
+        QVERIFY(!run());
+        QCOMPARE(events(u"call").size(), 1);
     }
 };
 
-namespace {
-
-constexpr auto kNever = 1h;
-
-// The program that quits while a worker is in the middle of a run, and does not wait for the worker: 0 when
-// the child has ended and nothing can be started any more.
-int leaveTool(const QString &path, const QString &ready)
-{
-    std::promise<std::shared_ptr<ChildProcess>> started;
-    std::thread([path, &started] {
-        RunHooks hooks;
-        hooks.started = [&](const std::shared_ptr<ChildProcess> &child) { started.set_value(child); };
-        hooks.tick = [] { std::this_thread::sleep_for(kNever); };
-        ZarvoCommand(path, {}, kNever, hooks);
-    }).detach();
-    const auto child = started.get_future().get();
-    while (!QFileInfo::exists(ready))
-        std::this_thread::sleep_for(5ms);
-    ChildProcess::killAll();
-    const bool removed = PrivateFolder::removeAll(20s);
-    ChildProcess::Options another;
-    another.path = path;
-    const bool over = removed && child->waitForExit(20s) && !ChildProcess::start(another) &&
-                      !PrivateFolder::createTemporary();
-    std::_Exit(over ? 0 : 1);
-}
-
-} // namespace
-
-int main(int argc, char **argv)
-{
-    QCoreApplication application(argc, argv);
-    const QStringList arguments = QCoreApplication::arguments();
-    if (arguments.value(1) == "--leave"_L1)
-        return leaveTool(arguments.value(2), arguments.value(3));
-    ChildProcessTest test;
-    return QTest::qExec(&test, argc, argv);
-}
-
+QTEST_GUILESS_MAIN(ChildProcessTest)
 #include "tst_child_process.moc"

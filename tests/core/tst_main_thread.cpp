@@ -5,7 +5,6 @@
 #include <QThread>
 #include <QTimer>
 
-#include <array>
 #include <chrono>
 #include <thread>
 #include <vector>
@@ -17,28 +16,6 @@ class MainThreadTest : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    void keepsTheOrderOfEachThread()
-    {
-        constexpr int kThreads = 8;
-        constexpr int kBlocks = 2000;
-        std::array<int, kThreads> next{};
-        int wrong = 0;
-        std::vector<std::thread> workers;
-        workers.reserve(kThreads);
-        for (size_t number = 0; number < kThreads; ++number) {
-            workers.emplace_back([&, number] {
-                for (int block = 0; block < kBlocks; ++block)
-                    ZarvoMain([&, number, block] { wrong += next[number]++ != block; });
-            });
-        }
-        std::array<int, kThreads> all{};
-        all.fill(kBlocks);
-        QTRY_COMPARE(next, all);
-        for (std::thread &worker : workers)
-            worker.join();
-        QCOMPARE(wrong, 0);
-    }
-
     // A dialog that waits for its answer in an event loop of its own must not hold up, or reorder, what
     // workers report.
     void goesOnInsideANestedEventLoop()

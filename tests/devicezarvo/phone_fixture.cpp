@@ -2,6 +2,7 @@
 
 #include "ipa_writer.h"
 
+#include <QDir>
 #include <QFile>
 #include <QJsonDocument>
 
@@ -175,11 +176,7 @@ bool VirtualPhones::isPaired() const
 
 QStringList VirtualPhones::staged() const
 {
-    const Device device = openDevice();
-    QStringList staged;
-    for (const QByteArray &name : directory(openAfc(device), "PublicStaging"))
-        staged.append(QString::fromUtf8(name));
-    return staged;
+    return QDir(filePath(u"state/%1/Media/PublicStaging"_s.arg(FirstPhone))).entryList(QDir::Files);
 }
 
 ToolRun finish(QProcess &process)
@@ -210,17 +207,4 @@ Afc openAfc(const Device &device)
     if (device)
         afc_client_start_service(device.get(), &client, "test");
     return Afc(client);
-}
-
-QList<QByteArray> directory(const Afc &afc, const char *path)
-{
-    char **names = nullptr;
-    QList<QByteArray> list;
-    if (afc && afc_read_directory(afc.get(), path, &names) == AFC_E_SUCCESS) {
-        for (char **name = names; *name; ++name)
-            list.append(*name);
-    }
-    afc_dictionary_free(names);
-    list.removeIf([](const QByteArray &name) { return name == "." || name == ".."; });
-    return list;
 }

@@ -98,4 +98,3 @@ using Afc = std::unique_ptr<std::remove_pointer_t<afc_client_t>, LibraryDeleter>
 /// The first phone, and its files, through the library; null when it is not there.
 Device openDevice();
 Afc openAfc(const Device &device);
-QList<QByteArray> directory(const Afc &afc, const char *path);

@@ -1,8 +1,8 @@
 // Phones that send rubbish: the device tool never crashes, never hangs, and always answers with one object.
 #include "devicezarvo/phone_fixture.h"
+#include "support/rows.h"
 
 #include <QElapsedTimer>
-#include <QTest>
 
 #include <deque>
 
@@ -22,13 +22,13 @@ constexpr std::size_t kAtOnce = 12; // most of them wait
 constexpr qint64 kLongest = 15'000; // ms; no limit of the tool's tests is longer
 
 // The layers, and the commands that speak on them.
-constexpr std::pair<const char *, const char *> kLayers[] = {{"mux", "devices apps install"},
-                                                             {"lockdown", "devices info battery install"},
-                                                             {"tls", "info apps install"},
-                                                             {"service", "apps battery install"},
-                                                             {"afc", "install"},
-                                                             {"instproxy", "apps install"},
-                                                             {"diagnostics", "battery"}};
+const std::pair<QString, QString> kLayers[] = {{u"mux"_s, u"devices apps install"_s},
+                                               {u"lockdown"_s, u"devices info battery install"_s},
+                                               {u"tls"_s, u"info apps install"_s},
+                                               {u"service"_s, u"apps battery install"_s},
+                                               {u"afc"_s, u"install"_s},
+                                               {u"instproxy"_s, u"apps install"_s},
+                                               {u"diagnostics"_s, u"battery"_s}};
 
 QString phoneID(int number)
 {
@@ -51,28 +51,23 @@ class PhoneDamageTest : public QObject
 private Q_SLOTS:
     void survives_data()
     {
-        QTest::addColumn<QByteArray>("layer");
-        QTest::addColumn<QByteArray>("kind");
-        QTest::addColumn<QByteArray>("commands");
+        const Rows<QString, QString, QString> row; // layer, kind of damage, commands
         for (const auto &[layer, commands] : kLayers) {
-            for (const char *kind : {"flip", "cut", "type", "length"})
-                QTest::addRow("%s: %s", layer, kind)
-                    << QByteArray(layer) << QByteArray(kind) << QByteArray(commands);
+            for (const QString &kind : {u"flip"_s, u"cut"_s, u"type"_s, u"length"_s})
+                row(qPrintable(layer + u": "_s + kind), layer, kind, commands);
         }
     }
 
     void survives()
     {
-        QFETCH(const QByteArray, layer);
-        QFETCH(const QByteArray, kind);
-        QFETCH(const QByteArray, commands);
+        const auto &[layer, kind, commands] = Row<QString, QString, QString>();
         QJsonArray config;
         for (int seed = 0; seed < phonesPerRow(); ++seed) {
             const QByteArray damage = R"("faults": {"damage": {"layer": "%1", "kind": "%2", "seed": %3,
                                          "every": %4, "hold": %5}}, "format": "%6")";
             config.append(
                 phone(QString::fromUtf8(damage)
-                          .arg(QString::fromLatin1(layer), QString::fromLatin1(kind))
+                          .arg(layer, kind)
                           .arg(seed)
                           .arg(1 + seed % 4)
                           .arg(seed % 8 == 0 ? u"true"_s : u"false"_s, seed % 2 == 0 ? u"xml"_s : u"binary"_s)
@@ -81,7 +76,7 @@ private Q_SLOTS:
         }
         const VirtualPhones phones(config);
         const QString ipa = phones.makeIPA(u"ru.primer.novoe"_s, u"3.5"_s);
-        const QStringList words = QString::fromLatin1(commands).split(u' ');
+        const QStringList words = commands.split(u' ');
         int affected = 0;
         std::deque<Run> runs;
         for (int seed = 0; seed < phonesPerRow(); ++seed) {
@@ -92,7 +87,7 @@ private Q_SLOTS:
             if (command == "install"_L1)
                 arguments.append(ipa);
             runs.push_back(
-                {phones.start(arguments, Limits::Short), {}, layer == "mux" && command != "devices"_L1});
+                {phones.start(arguments, Limits::Short), {}, layer == "mux"_L1 && command != "devices"_L1});
             runs.back().timer.start();
             if (runs.size() < kAtOnce)
                 continue;

@@ -11,6 +11,8 @@
 #include <sys/stat.h>
 
 #include <filesystem>
+#include <fstream>
+#include <iterator>
 #include <string>
 
 namespace fs = std::filesystem;
@@ -31,6 +33,15 @@ public:
 private:
     QTemporaryDir m_folder;
 };
+
+/// The bytes of a file, or where a link points to; empty when there is none.
+inline std::string contents(const fs::path &file)
+{
+    if (fs::is_symlink(file))
+        return fs::read_symlink(file).string();
+    std::ifstream in(file, std::ios::binary);
+    return {std::istreambuf_iterator<char>(in), {}};
+}
 
 /// A lower limit of this process (RLIMIT_…) while the result lives.
 inline auto Limit(__rlimit_resource_t resource, rlim_t value)

@@ -1,19 +1,16 @@
-// Publishing while another process works on the same name. Everything that process makes has a number and is
-// whole before it is counted, and it never deletes: what it takes away it keeps. So every one of its files
-// must be somewhere in the end.
+// Publishing while someone else works on the same name: a thread that asks the system directly, as another
+// program would. Everything it makes has a number and is whole before it is counted, and it never deletes:
+// what it takes away it keeps. So every one of its files must be somewhere in the end.
 #include "core/file_descriptor.h"
 #include "core/private_folder.h"
+#include "ipa/ipa_fixture.h"
 #include "ipa/ipa_publishing.h"
-#include "ipa_writer.h"
+#include "support/rows.h"
 
-#include <QCoreApplication>
-#include <QProcess>
+#include <QScopeGuard>
 #include <QTemporaryDir>
-#include <QTest>
 
 #include <fcntl.h>
-#include <sys/mman.h>
-#include <sys/prctl.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
@@ -23,7 +20,6 @@
 #include <cerrno>
 #include <climits>
 #include <cmath>
-#include <csignal>
 #include <fstream>
 #include <iterator>
 #include <map>
@@ -32,8 +28,6 @@
 
 using namespace Qt::StringLiterals;
 using namespace std::chrono_literals;
-
-namespace fs = std::filesystem;
 
 namespace {
 
@@ -44,47 +38,29 @@ constexpr auto kLongestHesitation = 1000us;
 constexpr const char *kName = "Банк 1.0.ipa";
 const IPAInfo kInfo{u"com.example.app"_s, u"1.0"_s};
 
-/// What the file system offers us; the other process always has everything.
+/// What the file system offers us; the rival always has everything.
 enum Offer { Everything, NoExchange, NoLinksEither };
 std::atomic<Offer> offer = Everything;
 
 enum Kind { Foreign, Link, EarlierCopy };
 
-/// What both processes see.
+/// What both sides see.
 struct Board
 {
-    std::atomic<int> round; // that may begin
+    std::atomic<int> round; // that may begin; kNoMore when none will
     std::atomic<int> ready; // that the rival has prepared
     std::atomic<int> published;
     std::atomic<int> resting; // that the rival has finished
     std::atomic<int> moments; // at which our side was about to change names
     std::atomic<int> made;    // files of the rival in this round
     std::array<std::atomic<Kind>, size_t{2} * kMostDeeds> kinds;
-};
-Board *board = nullptr;
-static_assert(std::atomic<int>::is_always_lock_free);
-
-Board *openBoard(const fs::path &folder)
-{
-    const FileDescriptor file(::open((folder / "board").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600));
-    if (!file.isOpen() || ::ftruncate(file.get(), sizeof(Board)) != 0)
-        return nullptr;
-    void *const memory = ::mmap(nullptr, sizeof(Board), PROT_READ | PROT_WRITE, MAP_SHARED, file.get(), 0);
-    return memory == MAP_FAILED ? nullptr : static_cast<Board *>(memory);
-}
+} board;
+constexpr int kNoMore = INT_MAX;
 
 void waitFor(const std::atomic<int> &mark, int round)
 {
     while (mark < round)
         std::this_thread::yield();
-}
-
-std::string contents(const fs::path &file)
-{
-    if (fs::is_symlink(file))
-        return fs::read_symlink(file).string();
-    std::ifstream in(file, std::ios::binary);
-    return {std::istreambuf_iterator<char>(in), {}};
 }
 
 // The archive with a comment of its own: the same app, other bytes.
@@ -99,8 +75,8 @@ std::string stamped(const fs::path &folder, char kind, int number)
 
 std::string bytesOf(const fs::path &folder, int number)
 {
-    return board->kinds[static_cast<size_t>(number)] == EarlierCopy ? stamped(folder, 'c', number)
-                                                                    : "foreign " + std::to_string(number);
+    return board.kinds[static_cast<size_t>(number)] == EarlierCopy ? stamped(folder, 'c', number)
+                                                                   : "foreign " + std::to_string(number);
 }
 
 class Rival
@@ -113,10 +89,12 @@ public:
     {
     }
 
-    [[noreturn]] void run()
+    void run()
     {
         for (int round = 1;; ++round) {
-            waitFor(board->round, round);
+            waitFor(board.round, round);
+            if (board.round == kNoMore)
+                return;
             m_random.seed(static_cast<unsigned>(round));
             const bool lurks = chance() < 0.5;
             if (lurks)
@@ -124,34 +102,33 @@ public:
             else if (chance() < 0.5)
                 act();
             m_calm = std::pow(chance(), 3.0) * kLongestPause;
-            board->ready = round;
-            for (int deed = 0; deed < kMostDeeds && board->published < round; ++deed) {
+            board.ready = round;
+            for (int deed = 0; deed < kMostDeeds && board.published < round; ++deed) {
                 lurks ? waitForMoment(round) : pause(chance() * m_calm, round);
                 act();
             }
-            waitFor(board->published, round);
-            board->resting = round;
+            waitFor(board.published, round);
+            board.resting = round;
         }
     }
 
 private:
-    using Clock = std::chrono::steady_clock;
     using Pause = std::chrono::duration<double, std::milli>;
 
     double chance() { return std::uniform_real_distribution(0.0, 1.0)(m_random); }
 
     static void pause(Pause time, int round)
     {
-        const auto until = Clock::now() + time;
-        while (Clock::now() < until && board->published < round)
+        const auto until = std::chrono::steady_clock::now() + time;
+        while (std::chrono::steady_clock::now() < until && board.published < round)
             std::this_thread::yield();
     }
 
     // Until our side is about to change names, and then some.
     void waitForMoment(int round)
     {
-        const int moments = board->moments;
-        while (board->moments == moments && board->published < round)
+        const int moments = board.moments;
+        while (board.moments == moments && board.published < round)
             std::this_thread::yield();
         pause(chance() * kLongestHesitation, round);
     }
@@ -171,14 +148,14 @@ private:
 
     int make(Kind kind)
     {
-        const int number = board->made;
-        board->kinds[static_cast<size_t>(number)] = kind;
+        const int number = board.made;
+        board.kinds[static_cast<size_t>(number)] = kind;
         const std::string bytes = bytesOf(m_folder, number);
         if (kind == Link)
             fs::create_symlink(bytes, keep(number));
         else
             std::ofstream(keep(number), std::ios::binary) << bytes;
-        ++board->made;
+        ++board.made;
         return number;
     }
 
@@ -187,40 +164,29 @@ private:
         const FileDescriptor file(::open(m_name.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
         if (!file.isOpen())
             return;
-        const int number = board->made;
-        board->kinds[static_cast<size_t>(number)] = Foreign;
+        const int number = board.made;
+        board.kinds[static_cast<size_t>(number)] = Foreign;
         const std::string bytes = bytesOf(m_folder, number);
         if (::write(file.get(), bytes.data(), bytes.size()) == ssize_t(bytes.size()))
-            ++board->made;
+            ++board.made;
     }
 
     // Where names cannot be exchanged, whoever replaces or takes away can still slip between a look and a
     // rename; then the rival only takes names that are free.
     void act()
     {
-        const bool onlyFreeNames = m_offered == NoLinksEither;
-        switch (m_random() % 5) {
-        case 0:
-            if (!onlyFreeNames) {
-                move(m_name, m_folder / "own" / ("taken" + std::to_string(m_taken++)), RENAME_NOREPLACE);
-                return;
-            }
-            [[fallthrough]];
-        case 1:
-            if (!onlyFreeNames) {
-                move(keep(make(anyKind())), m_name, RENAME_EXCHANGE);
-                return;
-            }
-            [[fallthrough]];
-        case 2:
+        const bool mayTake = m_offered != NoLinksEither;
+        const auto deed = m_random() % 5;
+        if (deed == 0 && mayTake)
+            move(m_name, m_folder / "own" / ("taken" + std::to_string(m_taken++)), RENAME_NOREPLACE);
+        else if (deed == 1 && mayTake)
+            move(keep(make(anyKind())), m_name, RENAME_EXCHANGE);
+        else if (deed <= 2)
             (void)!::link(keep(make(anyKind())).c_str(), m_name.c_str());
-            return;
-        case 3:
+        else if (deed == 3)
             move(keep(make(anyKind())), m_name, RENAME_NOREPLACE);
-            return;
-        default:
+        else
             createInPlace();
-        }
     }
 
     fs::path m_folder;
@@ -238,8 +204,7 @@ private:
 static void hesitate()
 {
     static std::minstd_rand random;
-    if (board)
-        ++board->moments;
+    ++board.moments;
     if (random() % 2 == 0)
         std::this_thread::sleep_for(random() % 100 * kLongestHesitation / 100);
 }
@@ -274,7 +239,13 @@ class PublishingRacesTest : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    void losesNothing_data();
+    void losesNothing_data()
+    {
+        const Rows<Offer> row;
+        row("names can be exchanged", Everything);
+        row("links, but no exchange: nothing to replace", NoExchange);
+        row("neither: against whoever takes free names", NoLinksEither);
+    }
     void losesNothing();
 
 private:
@@ -283,66 +254,49 @@ private:
 
     QTemporaryDir m_folder{QDir::tempPath() + u"/zarvo-race-XXXXXX"_s};
     const fs::path m_root{m_folder.path().toStdString()};
-    int m_made = 0;
     bool m_isOursTaken = false; // in the moment in which it had the name and something else came out for it
-    std::map<QString, int> m_outcomes;
     int m_replaced = 0;
-    int m_taken = 0;
 };
-
-void PublishingRacesTest::losesNothing_data()
-{
-    QTest::addColumn<Offer>("offered");
-    QTest::newRow("names can be exchanged") << Everything;
-    QTest::newRow("links, but no exchange: nothing to replace") << NoExchange;
-    QTest::newRow("neither: against whoever takes free names") << NoLinksEither;
-}
 
 void PublishingRacesTest::losesNothing()
 {
-    QFETCH(const Offer, offered);
+    const auto &[offered] = Row<Offer>();
     QVERIFY(writeIPA(m_root / "archive", {}));
-    board = openBoard(m_root);
-    QVERIFY(board);
-    new (board) Board{};
-    QProcess rival;
-    rival.setProcessChannelMode(QProcess::ForwardedChannels);
-    fs::create_directories(m_root / "out");
-    fs::create_directories(m_root / "own");
-    rival.start(QCoreApplication::applicationFilePath(),
-                {u"--rival"_s, m_folder.path(), QString::number(offered)});
-    QVERIFY(rival.waitForStarted());
+    for (auto *mark : {&board.round, &board.ready, &board.published, &board.resting})
+        *mark = 0;
+    offer = offered;
+    std::thread rival(&Rival::run, Rival(m_root, offered));
     const auto end = qScopeGuard([&] {
-        rival.kill();
-        rival.waitForFinished();
+        board.published = board.round = kNoMore;
+        rival.join();
     });
 
-    offer = offered;
-    m_outcomes.clear();
-    m_replaced = m_taken = m_made = 0;
+    std::map<QString, int> outcomes;
+    int made = 0;
+    int taken = m_replaced = 0;
     const int rounds = std::max(kSample, qEnvironmentVariableIntValue("ZARVO_ROUNDS"));
     for (int round = 1; round <= rounds; ++round) {
-        board->made = 0;
-        board->round = round;
-        waitFor(board->ready, round);
-        const QString outcome = publish(round);
-        board->published = round;
-        waitFor(board->resting, round);
-        QCOMPARE(wrong(round, outcome), QString());
-        ++m_outcomes[outcome];
-        m_made += board->made;
-        m_taken += m_isOursTaken;
         for (const char *folder : {"out", "own"}) {
             fs::remove_all(m_root / folder);
             fs::create_directory(m_root / folder);
         }
+        board.made = 0;
+        board.round = round;
+        waitFor(board.ready, round);
+        const QString outcome = publish(round);
+        board.published = round;
+        waitFor(board.resting, round);
+        QCOMPARE(wrong(round, outcome), QString());
+        ++outcomes[outcome];
+        made += board.made;
+        taken += m_isOursTaken;
     }
     offer = Everything;
-    qInfo("%d rounds, %d files of the other process: none lost or changed, %d earlier copies replaced",
-          rounds, m_made, m_replaced);
-    if (m_taken > 0)
-        qInfo("%6d × refused, and ours was taken by the other process in between", m_taken);
-    for (const auto &[sentence, times] : m_outcomes)
+    qInfo("%d rounds, %d files of the rival: none lost or changed, %d earlier copies replaced", rounds, made,
+          m_replaced);
+    if (taken > 0)
+        qInfo("%6d × refused, and ours was taken by the rival in between", taken);
+    for (const auto &[sentence, times] : outcomes)
         qInfo("%6d × %s", times, sentence.isEmpty() ? "published" : qPrintable(sentence));
 }
 
@@ -383,12 +337,12 @@ QString PublishingRacesTest::wrong(int round, const QString &outcome)
     }
     const auto take = [&](const std::string &bytes) { return found.erase(bytes) > 0; };
     if (take(stamped(m_root, 'o', round)) != (published || m_isOursTaken))
-        return published || m_isOursTaken ? u"ours is nowhere"_s : u"ours has been left"_s;
+        return u"ours is nowhere, or has been left"_s;
     int copiesGone = 0;
-    for (int number = 0; number < board->made; ++number) {
+    for (int number = 0; number < board.made; ++number) {
         if (take(bytesOf(m_root, number)))
             continue;
-        if (board->kinds[static_cast<size_t>(number)] != EarlierCopy)
+        if (board.kinds[static_cast<size_t>(number)] != EarlierCopy)
             return u"file %1 is lost"_s.arg(number);
         ++copiesGone;
     }
@@ -400,13 +354,6 @@ QString PublishingRacesTest::wrong(int round, const QString &outcome)
 
 int main(int argc, char **argv)
 {
-    QCoreApplication application(argc, argv);
-    const QStringList arguments = QCoreApplication::arguments();
-    if (arguments.value(1) == "--rival"_L1) {
-        ::prctl(PR_SET_PDEATHSIG, SIGKILL);
-        board = openBoard(arguments.value(2).toStdString());
-        Rival(arguments.value(2).toStdString(), static_cast<Offer>(arguments.value(3).toInt())).run();
-    }
     qputenv("QTEST_FUNCTION_TIMEOUT", QByteArray::number(INT_MAX)); // ten thousand rounds take their time
     PublishingRacesTest test;
     return QTest::qExec(&test, argc, argv);

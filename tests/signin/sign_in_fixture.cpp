@@ -54,22 +54,24 @@ QString SignIn::secret(const char *name) const
 
 void SignIn::type(const char *field, const QString &text) const
 {
-    auto *line = find<QLineEdit>(field);
-    line->setFocus();
-    line->selectAll();
-    QTest::keyClick(line, Qt::Key_Delete);
+    auto *line = emptied(field);
     for (const QChar c : text) // the helper that types whole texts knows no characters beyond Latin-1
         QTest::sendKeyEvent(QTest::Click, line, Qt::Key_unknown, QString(c), Qt::NoModifier);
 }
 
 void SignIn::paste(const char *field, const QString &text) const
 {
+    QGuiApplication::clipboard()->setText(text);
+    QTest::keySequence(emptied(field), QKeySequence::Paste);
+}
+
+QLineEdit *SignIn::emptied(const char *field) const
+{
     auto *line = find<QLineEdit>(field);
     line->setFocus();
     line->selectAll();
     QTest::keyClick(line, Qt::Key_Delete);
-    QGuiApplication::clipboard()->setText(text);
-    QTest::keySequence(line, QKeySequence::Paste);
+    return line;
 }
 
 void SignIn::press(const char *button) const

@@ -16,6 +16,7 @@
 
 #include <chrono>
 #include <memory>
+#include <utility>
 
 inline constexpr QStringView kAccountPrompt = u"enter Apple ID (email address or phone number): ";
 inline constexpr QStringView kPasswordPrompt = u"enter password: ";
@@ -46,21 +47,10 @@ class PlayedKeyboard : public InputSource
 public:
     QString current() override { return inUse; }
     QString english() override { return latin; }
-    void select(const QString &identifier) override
-    {
-        inUse = identifier;
-        selected.append(identifier);
-    }
-    /// What the key for switching layouts does.
-    void userSwitches(const QString &identifier)
-    {
-        inUse = identifier;
-        changed();
-    }
+    void select(const QString &identifier) override { inUse = identifier; }
 
     QString latin = QStringLiteral("us");
     QString inUse = QStringLiteral("ru");
-    QStringList selected;
 };
 
 class SignIn
@@ -102,9 +92,12 @@ public:
     std::chrono::steady_clock::time_point now = std::chrono::steady_clock::now();
     PlayedKeyboard *keyboard = nullptr;
     std::unique_ptr<LegacyAuth> auth;
+
+private:
+    QLineEdit *emptied(const char *field) const;
 };
 
-/// A test whose functions have a sign-in each, after which no child is left.
+/// A test whose functions have a sign-in each, after which no child, no descriptor and no thread is left.
 class SignInTest : public QObject
 {
     Q_OBJECT
@@ -115,11 +108,25 @@ protected:
 
     std::unique_ptr<SignIn> m;
 
+private:
+    static std::pair<qsizetype, qsizetype> inUse() { return {OwnDescriptorCount(), OwnThreadCount()}; }
+    std::pair<qsizetype, qsizetype> m_before;
+
 private Q_SLOTS:
-    void init() { m = std::make_unique<SignIn>(); }
+    void initTestCase()
+    {
+        SignIn first; // what the toolkit opens once stays open
+        QVERIFY(first.open() && first.start());
+    }
+    void init()
+    {
+        m_before = inUse();
+        m = std::make_unique<SignIn>();
+    }
     void cleanup()
     {
         m.reset();
         EVENTUALLY(OwnChildren().isEmpty());
+        EVENTUALLY_EQUAL(inUse(), m_before); // the threads that watched the children are on their way out
     }
 };

@@ -1,6 +1,5 @@
 #include "store/diagnostic_redaction.h"
-
-#include <QTest>
+#include "support/rows.h"
 
 using namespace Qt::StringLiterals;
 
@@ -11,44 +10,33 @@ class TestDiagnosticRedaction : public QObject
 private Q_SLOTS:
     void whatIsShownOfTheOutput_data()
     {
-        QTest::addColumn<QString>("out");
-        QTest::addColumn<QString>("err");
-        QTest::addColumn<QString>("expected");
-
-        QTest::newRow("an error goes before a message of level error, whatever their order")
-            << u"{\"level\":\"error\",\"message\":\"m\"}\n{\"error\":\"reason\"}"_s << u""_s << u"reason"_s;
-        QTest::newRow("errors of both outputs are joined, none is dropped for being said twice")
-            << u"{\"error\":\"one\"}"_s << u"{\"error\":\"two\"}\n{\"error\":\"one\"}"_s
-            << u"one • two • one"_s;
-        QTest::newRow("an error that is no text or empty is none: messages of failure are taken")
-            << u"{\"error\":{},\"success\":0,\"message\":\"a\"}\n{\"error\":\"\",\"level\":\"fatal\",\"message\":\"b\"}"_s
-            << u"log: {\"level\":\"panic\",\"message\":\"c\"}"_s << u"a • b • c"_s;
-        QTest::newRow("level is compared with its case; a message that is no text takes no part")
-            << u"{\"level\":\"Error\",\"message\":\"a\"}\n{\"success\":false,\"message\":1}"_s
-            << u"{\"level\":\"error\",\"message\":\"b\"}"_s << u"b"_s;
-        QTest::newRow("an empty message takes part in the joining")
-            << u"{\"level\":\"error\",\"message\":\"\"}\n{\"level\":\"error\",\"message\":\"b\"}"_s << u""_s
-            << u"• b"_s;
-        QTest::newRow("JSON that reports success hides plain lines")
-            << u"{\"success\":true,\"message\":\"done\"}"_s << u"secret plain line"_s << u""_s;
-        QTest::newRow("plain text of both outputs becomes one line")
-            << u"  first \u0085\u2028 second"_s << u"third\r\n"_s << u"first second third"_s;
-        QTest::newRow("control and format characters become blanks")
-            << u"a\u0007b\u200dc\u00add\ufeff\U000e0041"_s << u"\u001be\U0001d173f"_s << u"a b c d e f"_s;
-        QTest::newRow("colours go without a trace") << u"\u001b[1;31mre\u001b[0md"_s << u""_s << u"red"_s;
-        QTest::newRow("a secret in an error field is hidden")
-            << u"{\"error\":\"password=\\\"a b\\\" for anna@example.org\"}"_s << u""_s
-            << u"[секрет скрыт] for [аккаунт скрыт]"_s;
-        QTest::newRow("a key ends one output and its value begins the other: hidden all the same")
-            << u"token="_s << u"abc"_s << u"[секрет скрыт]"_s;
-        QTest::newRow("nothing printed, nothing shown") << u""_s << u""_s << u""_s;
+        const Rows<QString, QString, QString> row; // standard output, standard error, what is shown
+        row("an error goes before a message of level error, whatever their order",
+            u"{\"level\":\"error\",\"message\":\"m\"}\n{\"error\":\"reason\"}"_s, u""_s, u"reason"_s);
+        row("errors of both outputs are joined, none is dropped for being said twice",
+            u"{\"error\":\"one\"}"_s, u"{\"error\":\"two\"}\n{\"error\":\"one\"}"_s, u"one • two • one"_s);
+        row("an error that is no text or empty is none: messages of failure are taken",
+            u"{\"error\":{},\"success\":0,\"message\":\"a\"}\n{\"error\":\"\",\"level\":\"fatal\",\"message\":\"b\"}"_s,
+            u"log: {\"level\":\"panic\",\"message\":\"c\"}"_s, u"a • b • c"_s);
+        row("level is compared with its case; a message that is no text takes no part",
+            u"{\"level\":\"Error\",\"message\":\"a\"}\n{\"success\":false,\"message\":1}"_s,
+            u"{\"level\":\"error\",\"message\":\"b\"}"_s, u"b"_s);
+        row("an empty message takes part in the joining",
+            u"{\"level\":\"error\",\"message\":\"\"}\n{\"level\":\"error\",\"message\":\"b\"}"_s, u""_s,
+            u"• b"_s);
+        row("JSON that reports success hides plain lines", u"{\"success\":true,\"message\":\"done\"}"_s,
+            u"secret plain line"_s, u""_s);
+        row("control and format characters become blanks", u"a\u0007b\u200dc\u00add\ufeff\U000e0041"_s,
+            u"\u001be\U0001d173f"_s, u"a b c d e f"_s);
+        row("colours go without a trace", u"\u001b[1;31mre\u001b[0md"_s, u""_s, u"red"_s);
+        row("a key ends one output and its value begins the other: hidden all the same", u"token="_s,
+            u"abc"_s, u"[секрет скрыт]"_s);
     }
 
     void whatIsShownOfTheOutput()
     {
-        QFETCH(QString, out);
-        QFETCH(QString, err);
-        QTEST(ZarvoSafeStoreDiagnostic({.code = 1, .out = out, .err = err, .data = {}}), "expected");
+        const auto &[out, err, shown] = Row<QString, QString, QString>();
+        QCOMPARE(ZarvoSafeStoreDiagnostic({.code = 1, .out = out, .err = err, .data = {}}), shown);
     }
 
     void aLongTextIsCutAfterItIsRedacted()
@@ -64,58 +52,31 @@ private Q_SLOTS:
         QCOMPARE(shown(before + u"password=0123456789"_s), before + u"[секрет с"_s);
     }
 
-    void fragmentsAreHidden_data()
-    {
-        QTest::addColumn<QString>("text");
-        QTest::addColumn<QString>("expected");
-        QTest::newRow("a bearer token in a header goes with the header, the next line stays")
-            << u"Authorization: Bearer abc\nnext"_s << u"[заголовок скрыт]\nnext"_s;
-        QTest::newRow("an address with an at sign is an address")
-            << u"<https://a@b.example/x?sig=1> x"_s << u"<[адрес скрыт]> x"_s;
-        QTest::newRow("install addresses") << u"itms-services://?a=b c"_s << u"[адрес скрыт] c"_s;
-        QTest::newRow("a bearer token alone, up to the comma")
-            << u"bearer  abc, d"_s << u"Bearer [скрыто], d"_s;
-        QTest::newRow("a key in JSON text, quotes and all")
-            << u"\"X-Apple-Id\" : \"a b\", 'otp'='1 2';"_s << u"[секрет скрыт], [секрет скрыт];"_s;
-        QTest::newRow("home folders of both systems")
-            << u"/home/anna/x /Users/ivan"_s << u"/Users/[пользователь]/x /Users/[пользователь]"_s;
-        QTest::newRow("48 characters are data, 47 are a word")
-            << QString(48, u'a') + u' ' + QString(47, u'b') << u"[данные скрыты] "_s + QString(47, u'b');
-    }
-
-    void fragmentsAreHidden()
-    {
-        QFETCH(QString, text);
-        QTEST(RedactSecrets(text), "expected");
-    }
-
     void knownSecretsAreHidden_data()
     {
-        QTest::addColumn<QString>("text");
-        QTest::addColumn<QString>("expected");
-        QTest::newRow("in place of each a word of its kind")
-            << u"+79165550142 at /srv/Йорик/x on 00008030-001A2D3C0E84802E, /media/Йорик/y"_s
-            << u"[аккаунт скрыт] at /Users/[пользователь]/x on [устройство скрыто], /media/[пользователь]/y"_s;
-        QTest::newRow("the rest of what a rule hides in part gets no second placeholder")
-            << u"/Users/Анна Петрова/x for анна.p@mail.example"_s
-            << u"/Users/[пользователь]/x for [аккаунт скрыт]"_s;
-        QTest::newRow("an address with one inside is hidden whole, and so is a long run")
-            << u"https://a.example/+79165550142?sig=secret /00008030-001A2D3C0E84802E/0123456789abcdef012345678"_s
-            << u"[адрес скрыт] [данные скрыты]"_s;
-        QTest::newRow("digits of different numbers are not taken together")
-            << u"916 items, 555 of 0142; (916) 555-01-42"_s << u"916 items, 555 of 0142; [аккаунт скрыт]"_s;
-        QTest::newRow("a short name is hidden as a word only, a phone that is called a phone not at all")
-            << u"Анна, Аннабель, iPhone 2"_s << u"[устройство скрыто], Аннабель, iPhone 2"_s;
-        QTest::newRow("escapes that are none stay")
-            << u"100% \\d %zz %d0 %ff \\"_s << u"100% \\d %zz %d0 %ff \\"_s;
-        QTest::newRow("half a pair, half a letter: what surrounds them stays")
-            << QChar(0xd83d) + u"ЙОРИК /srv/йорик"_s + QChar(0xde00)
-            << QChar(0xd83d) + u"ЙОРИК /Users/[пользователь]"_s + QChar(0xde00);
+        const Rows<QString, QString> row; // the text, what becomes of it
+        row("in place of each a word of its kind",
+            u"+79165550142 at /srv/Йорик/x on 00008030-001A2D3C0E84802E, /media/Йорик/y"_s,
+            u"[аккаунт скрыт] at /Users/[пользователь]/x on [устройство скрыто], /media/[пользователь]/y"_s);
+        row("the rest of what a rule hides in part gets no second placeholder",
+            u"/Users/Анна Петрова/x for анна.p@mail.example"_s,
+            u"/Users/[пользователь]/x for [аккаунт скрыт]"_s);
+        row("an address with one inside is hidden whole, and so is a long run",
+            u"https://a.example/+79165550142?sig=secret /00008030-001A2D3C0E84802E/0123456789abcdef012345678"_s,
+            u"[адрес скрыт] [данные скрыты]"_s);
+        row("digits of different numbers are not taken together",
+            u"916 items, 555 of 0142; (916) 555-01-42"_s, u"916 items, 555 of 0142; [аккаунт скрыт]"_s);
+        row("a short name is hidden as a word only, a phone that is called a phone not at all",
+            u"Анна, Аннабель, iPhone 2"_s, u"[устройство скрыто], Аннабель, iPhone 2"_s);
+        row("escapes that are none stay", u"100% \\d %zz %d0 %ff \\"_s, u"100% \\d %zz %d0 %ff \\"_s);
+        row("half a pair, half a letter: what surrounds them stays",
+            QChar(0xd83d) + u"ЙОРИК /srv/йорик"_s + QChar(0xde00),
+            QChar(0xd83d) + u"ЙОРИК /Users/[пользователь]"_s + QChar(0xde00));
     }
 
     void knownSecretsAreHidden()
     {
-        QFETCH(QString, text);
+        const auto &[text, expected] = Row<QString, QString>();
         KnownSecrets known;
         known.addAccount(u" +7 (916) 555-01-42 "_s);
         known.addAccount(u"Анна.P@mail.example"_s);
@@ -130,7 +91,7 @@ private Q_SLOTS:
             known.addPhoneIdentifier(trivial);
             known.addNumber(trivial);
         }
-        QTEST(RedactSecrets(text, known), "expected");
+        QCOMPARE(RedactSecrets(text, known), expected);
     }
 };
 

@@ -144,9 +144,6 @@ private Q_SLOTS:
                 ++count.secrets;
                 count.byRules += isShownByRules;
                 count.byKnowing += isShownByKnowing;
-                if (qEnvironmentVariableIsSet("ZARVO_LEAKS") && isShownByRules && secret.kind != kShown)
-                    qInfo("%s%s: %s", isShownByKnowing ? "" : "(closed) ", qUtf8Printable(secret.kind),
-                          qUtf8Printable(byRules.left(200)));
             }
         }
         for (const auto &[kind, count] : counts.asKeyValueRange())

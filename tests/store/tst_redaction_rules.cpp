@@ -151,18 +151,12 @@ private Q_SLOTS:
         row("bearers without a blank behind them stay", u"bearer!"_s, u"!"_s, u"bearer!!"_s);
         row("vendor keys without a separator stay", u"x-apple-%"_s, u"!"_s, u"x-apple-%!"_s);
         row("vendor keys in one run, blanks, no value: data", u"x-apple-"_s, u" ="_s, u"[данные скрыты] ="_s);
-        row("vendor keys in one run with a value: a secret", u"x-apple-"_s, u"a =v"_s, u"[секрет скрыт]"_s);
         row("blanks before a separator: the password goes", u" "_s, u"=secret"_s, u" =secret"_s);
         row("keys that never get a separator stay", u"password "_s, u"!"_s, u"password !"_s);
-        row("quotes: an empty value each", u"otp=\"\""_s, u"!"_s, u"[секрет скрыт]!"_s);
-        row("control sequences without an end stay", u"\x1b["_s, u"1"_s, u"\x1b[1"_s);
         row("one control sequence without an end stays", u"\x1b[;;;; "_s, u"1"_s, u" 1"_s);
         row("combining characters before a word do not hide its start", u"\u0301"_s, u"Bearer x"_s,
             u"\u0301Bearer [скрыто]"_s);
-        row("header names followed by line ends only stay", u"cookie:\n"_s, u"\n"_s,
-            u"[заголовок скрыт]\n\n"_s);
         row("addresses in one run are one address", u"https://"_s, u"a"_s, u"[адрес скрыт]"_s);
-        row("home folders", u"/home/a"_s, u" "_s, u"/Users/[пользователь] "_s);
     }
 
     /// With a rule that is not linear a row takes hours, and the test is ended by its time limit.
