@@ -3,6 +3,7 @@
 #include "app/window_fixture.h"
 #include "device/device_history.h"
 #include "ipa_writer.h"
+#include "support/files.h"
 
 #include <QDir>
 #include <QJsonArray>

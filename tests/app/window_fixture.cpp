@@ -55,12 +55,6 @@ QStringList firstColumn(const QAbstractItemModel *model)
 
 } // namespace
 
-QByteArray ContentOf(const QString &path)
-{
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
-}
-
 void Program::isolate()
 {
     static const QTemporaryDir home;

@@ -3,6 +3,7 @@
 #pragma once
 
 #include "app/zarvo_app.h"
+#include "support/files.h"
 #include "support/patience.h"
 #include "support/scripted_tools.h"
 
@@ -162,5 +163,3 @@ private Q_SLOTS:
     /// Whatever happened: no working folder stays, neither beside a file nor among the temporary ones.
     void cleanup();
 };
-
-QByteArray ContentOf(const QString &path);
