@@ -125,12 +125,6 @@ QList<QStringList> Program::deviceCalls() const
     return calls;
 }
 
-void Program::playUnzip(const Rules &rules)
-{
-    Scenario scenario = tools.add(u"unzip"_s);
-    rules(scenario);
-}
-
 // What a desktop does when the window comes and when a dialog of it goes.
 bool Program::activate() const
 {

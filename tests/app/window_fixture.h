@@ -55,8 +55,6 @@ public:
     /// The arguments of the calls so far; those of the device tool without the polls.
     QList<QStringList> storeCalls() const { return tools.calls(QStringLiteral("ipatool")); }
     QList<QStringList> deviceCalls() const;
-    /// Nobody runs this one unless the test leads somebody to it.
-    void playUnzip(const Rules &rules);
 
     /// Starts the program; true when its window is the active one.
     bool start();
