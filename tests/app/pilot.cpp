@@ -33,9 +33,24 @@ namespace {
 
 constexpr auto kLook = 5ms;
 
-void say(const char *line)
+struct Action
 {
-    std::puts(line);
+    const char *button = nullptr; // none: nothing is to be pressed
+    QString sign;                 // how the status begins once it is under way
+};
+const std::map<QString, Action> kActions{{u"check"_s, {}},
+                                         {u"idle"_s, {}},
+                                         {u"download"_s, {"downloadButton", u"Загрузка:"_s}},
+                                         {u"verify"_s, {"downloadButton", u"Проверка IPA:"_s}},
+                                         {u"batch"_s, {"allButton", u"Загрузка:"_s}},
+                                         {u"install"_s, {"installButton", u"Передача IPA"_s}},
+                                         {u"info"_s, {"infoButton", u"Сведения обновлены"_s}},
+                                         {u"login"_s, {"login", {}}},
+                                         {u"poll"_s, {"refresh", {}}}};
+
+void say(const QString &line)
+{
+    std::puts(line.toUtf8().constData());
     std::fflush(stdout);
 }
 
@@ -87,49 +102,36 @@ private:
         if (m_pressed)
             return watch();
         auto *picker = view<QComboBox>("phonePicker");
-        if (m_action == u"check")
-            return isBusy() ? begin({}) : void();
-        if (isBusy() || picker->count() < 2)
-            return;
-        if (m_action == u"idle")
-            return begin({});
         auto *table = view<QTableView>("table");
-        if (picker->currentIndex() == 0)
+        if (m_action == u"check" ? !isBusy() : isBusy() || picker->count() < 2)
+            return;
+        if (!kActions.at(m_action).button)
+            begin();
+        else if (picker->currentIndex() == 0)
             picker->setCurrentIndex(1);
+        else if (m_action == u"install" && !view<QPushButton>("installButton")->isEnabled())
+            press("chooseIPA"); // that chooser has no event loop of its own
         else if (table->model()->rowCount() > 0)
-            act(table);
-    }
-
-    void act(QTableView *table)
-    {
-        if (m_action == u"install" && !view<QPushButton>("installButton")->isEnabled())
-            return press("chooseIPA"); // that chooser has no event loop of its own
-        static const std::map<QString, const char *> buttons{{u"download"_s, "downloadButton"},
-                                                             {u"verify"_s, "downloadButton"},
-                                                             {u"batch"_s, "allButton"},
-                                                             {u"install"_s, "installButton"},
-                                                             {u"info"_s, "infoButton"},
-                                                             {u"login"_s, "login"},
-                                                             {u"poll"_s, "refresh"}};
-        table->selectRow(table->model()->rowCount() - 1);
-        begin(buttons.at(m_action));
+            begin();
     }
 
     void answer(QFileDialog *chooser) const
     {
         const bool isFolder = chooser->fileMode() == QFileDialog::Directory;
-        chooser->findChild<QLineEdit *>(u"fileNameEdit"_s)->setText(isFolder ? m_destination : m_archive);
-        QTest::keyClick(chooser->findChild<QLineEdit *>(u"fileNameEdit"_s), Qt::Key_Return);
+        auto *name = chooser->findChild<QLineEdit *>(u"fileNameEdit"_s);
+        name->setText(isFolder ? m_destination : m_archive);
+        QTest::keyClick(name, Qt::Key_Return);
     }
 
-    void begin(const char *button)
+    void begin()
     {
         m_pressed = true;
-        say("ready");
+        view<QTableView>("table")->selectRow(0); // any one
+        say(u"ready"_s);
         if (m_action == u"info")
             press("showHistory");
         // From an event of its own: a timer whose handler is in a dialog's event loop does not fire.
-        if (button)
+        if (const char *button = kActions.at(m_action).button)
             QTimer::singleShot(0, this, [this, button] { press(button); });
     }
 
@@ -137,8 +139,8 @@ private:
     {
         if (!sheet)
             return;
-        for (const char *field : {"account", "password"})
-            QTest::keyClicks(sheet->findChild<QLineEdit *>(QLatin1StringView(field)), u"owner"_s);
+        for (const QString &field : {u"account"_s, u"password"_s})
+            QTest::keyClicks(sheet->findChild<QLineEdit *>(field), u"owner"_s);
         QTest::mouseClick(sheet->findChild<QPushButton *>(u"startButton"_s), Qt::LeftButton);
     }
 
@@ -150,23 +152,17 @@ private:
         }
         if (m_action == u"login" && !m_said)
             signIn(QApplication::activeModalWidget());
-        static const std::map<QString, QString> signs{{u"download"_s, u"Загрузка:"_s},
-                                                      {u"batch"_s, u"Загрузка:"_s},
-                                                      {u"verify"_s, u"Проверка IPA:"_s},
-                                                      {u"install"_s, u"Передача IPA"_s},
-                                                      {u"info"_s, u"Сведения обновлены"_s}};
-        const auto sign = signs.find(m_action);
         const bool isAtWork = m_action == u"login" ? QApplication::activeModalWidget() != nullptr
-                                                   : sign == signs.end() || status().startsWith(sign->second);
+                                                   : status().startsWith(kActions.at(m_action).sign);
         if (!m_said && isAtWork)
-            say("at work");
+            say(u"at work"_s);
         m_said |= isAtWork;
         m_wasBusy |= isBusy();
         if (isBusy() || !(m_said || m_wasBusy))
             return;
         m_timer.stop();
-        say(status().toUtf8().constData());
-        say("done");
+        say(status());
+        say(u"done"_s);
     }
 
     QString m_destination;
@@ -203,7 +199,7 @@ int show(int argc, char **argv)
                      {.resources = resources, .launched = [] {
                           for (const QWidget *widget : QApplication::topLevelWidgets()) {
                               if (const auto *label = widget->findChild<QLabel *>(u"ipaLabel"_s))
-                                  say(label->text().toUtf8().constData());
+                                  say(label->text());
                           }
                           QTimer::singleShot(0, qApp, &QCoreApplication::quit);
                       }});
