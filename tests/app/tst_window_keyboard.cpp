@@ -22,6 +22,8 @@ constexpr int kMostTabs = 40; // more than any window has stops
 const QString kChoosePhone = u"@phonePicker|=iPhone найден|Down|End|Return|=Прочитано|"_s;
 const QString kFindApp = u"Ctrl+F|'карты|@table|Space|=Выбрано: Карты|"_s;
 const QString kChooseIPA = u"Ctrl+O|@fileNameEdit|Ctrl+A|'{ipa}|Return|"_s;
+// Its folder, where no file manager can be asked to select it; what was saved goes before what was chosen.
+const QString kShowSaved = kChooseIPA + u"@reveal|Space|~{folder}"_s;
 const QString kChooseFolder = u"Space|@fileNameEdit|Ctrl+A|'{folder}|Return|"_s;
 
 /// None while the focus is on its way, as it is when a window comes or goes.
@@ -101,7 +103,8 @@ private Q_SLOTS:
         const auto row = [&](const char *name, const QString &words, const Rules &store = {},
                              const Rules &device = {}) { all(name, words, store, device); };
         row("finds an app and downloads it, whatever its version",
-            kFindApp + u"^Zarvo|@exactVersion|Space|@downloadButton|"_s + kChooseFolder + u"=IPA сохранён"_s);
+            kFindApp + u"^Zarvo|@exactVersion|Space|@downloadButton|"_s + kChooseFolder +
+                u"=IPA сохранён|"_s + kShowSaved);
         row("downloads all", u"@allButton|"_s + kChooseFolder + u"=Сохранено: 2"_s);
         row("signs in",
             u"@login|Space|@account|Ctrl+A|'a@example.com|@password|'Correct horse 7|Return|@code|"
@@ -129,7 +132,7 @@ private Q_SLOTS:
         row("cancels what takes too long", u"@checkAccount|Space|@cancelButton|Space|=Операция отменена."_s,
             [](Scenario &tool) {
                 tool.when({u"auth", u"info"}).times(1).prints(uR"({"success":true})");
-                tool.when({u"auth", u"info"}).sleeps(3ms * kPatience);
+                tool.when({u"auth", u"info"}).sleeps(kLong);
             });
         row("copies what went wrong",
             u"@reloadApps|Space|@checkAccount|Space|@Скопировать ошибку|Space|#Вход не подтверждён."_s,
