@@ -3,7 +3,14 @@
 
 #include <QProcess>
 
+#include <algorithm>
 #include <chrono>
+
+/// How often a test repeats what it does: ZARVO_ROUNDS=1000 to measure, a sample in the usual run.
+inline int Rounds(int sample)
+{
+    return std::max(sample, qEnvironmentVariableIntValue("ZARVO_ROUNDS"));
+}
 
 /// Starts the pilot with scripted tools, and learns how and how fast it ends. Its orphans come to the test's
 /// process, so that none is overlooked. Test's main thread only.

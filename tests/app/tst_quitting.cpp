@@ -31,13 +31,6 @@ constexpr auto kNoWaiting = 4s;
 const QString kID = u"com.example.app0"_s;
 const QByteArray kForeign = "somebody else's";
 
-/// How often a test repeats what it does: ZARVO_ROUNDS=50 to measure, a sample in the usual run.
-int rounds(int sample)
-{
-    const int wanted = qEnvironmentVariableIntValue("ZARVO_ROUNDS");
-    return wanted > 0 ? wanted : sample;
-}
-
 QByteArray hashOf(const QString &path)
 {
     return QCryptographicHash::hash(ContentOf(path), QCryptographicHash::Sha1);
@@ -78,12 +71,83 @@ class QuittingTest : public QObject
     Q_OBJECT
 
 private:
-    void play(std::chrono::milliseconds download, const QString &action = {}, const Nature *nature = nullptr);
+    // All apps have one identifier, so that one archive serves for all of them; their names differ.
+    void play(std::chrono::milliseconds download, const QString &action = {}, const Nature *nature = nullptr)
+    {
+        const QString ready = inFolder(u"ready"_s);
+        QFile::remove(ready);
+        const auto stays = [&](Scenario &tool) {
+            if (nature && nature->isStubborn)
+                tool.ignoresTermination().ignores(SIGHUP);
+            if (nature && nature->hasStubbornChild)
+                tool.leavesGrandchild(kForever, true);
+            tool.touches(ready);
+            if (nature && nature->stops)
+                tool.stops();
+            tool.sleeps(kForever);
+        };
+        QStringList apps;
+        for (int i = 0; i < kApps; ++i)
+            apps +=
+                uR"({"id":"%1","name":"App %2","version":"1.0","storeID":"%3"})"_s.arg(kID).arg(i).arg(i + 1);
+        Scenario device = m_tools.add(u"devicezarvo"_s);
+        device.when({u"devices"}).times(action == u"poll" ? 1 : kOften);
+        device.prints(uR"({"devices":[{"id":"P","name":"Phone","ios":"17"}]})");
+        stays(device.when({u"devices"}));
+        device.when({u"apps"}).prints(u"{\"apps\":[%1]}"_s.arg(apps.join(u',')));
+        stays(device.when({u"install"}));
+        device.when({}).prints(u"{\"details\":[]}");
+        Scenario store = m_tools.add(u"ipatool"_s);
+        if (action == u"check")
+            stays(store.when({u"auth", u"info"}));
+        store.when({u"auth", u"info"}).prints(u"{\"email\":\"a@example.com\",\"success\":true}");
+        stays(store.when({u"auth", u"login"}));
+        if (action == u"verify")
+            store.when({u"download"}).copies(inFolder(u"large.ipa"_s)).prints(u"{\"success\":true}");
+        store.when({u"download", u"--app-id"}).grows(kSmall, download, u"{--output}.tmp");
+        store.copies(inFolder(u"small.ipa"_s)).prints(u"{\"success\":true}");
+    }
+
     QString inFolder(const QString &name) const { return m_folder.filePath(name); }
     /// A fresh destination, and a fresh folder for temporary files.
-    bool prepare();
+    bool prepare()
+    {
+        m_tmpdir = nullptr; // with what a killed program left there
+        m_tmpdir = std::make_unique<TemporaryTmpdir>();
+        QDir(m_destination).removeRecursively();
+        QFile foreign(m_foreign);
+        return QDir().mkpath(m_destination) && foreign.open(QIODevice::WriteOnly) &&
+               foreign.write(kForeign) > 0;
+    }
+
     /// What is wrong in the destination, in words; empty when nothing is.
-    QString damage(bool orderly) const;
+    QString damage(bool orderly) const
+    {
+        if (ContentOf(m_foreign) != kForeign)
+            return u"the foreign file was touched"_s;
+        for (const QString &path : FilesBelow(m_destination, u"*.ipa"_s)) {
+            if (!path.contains(u"/.zarvo-") && path != m_foreign && hashOf(path) != m_sound)
+                return u"a half-written IPA: "_s + path;
+        }
+        for (const QString &path : FilesBelow(m_destination, u"report.json"_s)) {
+            const bool isWhole = QJsonDocument::fromJson(ContentOf(path)).array().size() == kApps;
+            if (!path.contains(u"/.zarvo-") && !isWhole)
+                return u"a broken report"_s;
+        }
+        const QStringList left = FilesBelow(m_destination, u".zarvo-*"_s) + m_tmpdir->leftovers();
+        return orderly && !left.isEmpty() ? u"left behind: "_s + left.join(u' ') : QString();
+    }
+
+    void endAndLookAround(PilotedProgram &program, const QString &way)
+    {
+        const bool orderly = way != kKilled; // else the system ends the child, and the folder stays
+        end(program, way);
+        const PilotedProgram::End ended = program.waitForEnd();
+        QCOMPARE(ended.status, orderly ? 0 : -SIGKILL);
+        QCOMPARE_LT(ended.after, kNoWaiting);
+        QCOMPARE(PilotedProgram::survivors(orderly ? 200ms : 2000ms), 0);
+        QCOMPARE(damage(orderly), QString());
+    }
 
     QTemporaryDir m_folder;
     ScriptedTools m_tools;
@@ -91,232 +155,133 @@ private:
     const QString m_foreign = m_destination + u"/App 0 1.0.ipa"_s;
     std::unique_ptr<TemporaryTmpdir> m_tmpdir;
     QByteArray m_sound;
-    std::map<QString, QList<qint64>> m_durations;
 
 private Q_SLOTS:
-    void initTestCase();
+    void initTestCase()
+    {
+        qputenv("QT_QPA_PLATFORM", "offscreen");
+        for (const char *folder :
+             {"XDG_RUNTIME_DIR", "XDG_CONFIG_HOME"}) // else the toolkit makes one in TMPDIR
+            qputenv(folder, QFile::encodeName(m_folder.path()));
+        for (const char *bus : {"DBUS_SESSION_BUS_ADDRESS", "DBUS_SYSTEM_BUS_ADDRESS"})
+            qputenv(bus, "unix:path=/nonexistent");
+        for (const auto &[name, padding] : {std::pair("small.ipa", kSmall), std::pair("large.ipa", kLarge)})
+            QVERIFY(
+                writeIPA(inFolder(QString::fromLatin1(name)).toStdString(), {.id = kID, .padding = padding}));
+        m_sound = hashOf(inFolder(u"small.ipa"_s));
+    }
+
     void cleanup() { QCOMPARE(PilotedProgram::survivors(2s), 0); }
-    void leavesNothing_data();
-    void leavesNothing();
-    void survivesAnyMoment_data();
-    void survivesAnyMoment();
-    void disk_data();
-    void disk();
-    void verifyingEnds();
-    void cleanupTestCase();
+    void leavesNothing_data()
+    {
+        const Rows<QString, QString, const Nature *> row; // what is going on, how it ends
+        const auto add = [&](const QString &action, const QString &way, const Nature *nature = nullptr) {
+            row(qPrintable(u"%1, %2, %3"_s.arg(action, way, QLatin1StringView(nature ? nature->name : ""))),
+                action, way, nature);
+        };
+        for (const QString &way : kOrderlyWays) {
+            for (const QString &action : {u"batch"_s, u"verify"_s})
+                add(action, way);
+        }
+        for (const QString &action : {u"check"_s, u"poll"_s, u"install"_s, u"login"_s}) {
+            for (const Nature &nature : kNatures)
+                add(action, u"SIGTERM"_s, &nature);
+        }
+        add(u"check"_s, kKilled, &kNatures[1]);
+        add(u"idle"_s, u"SIGTERM"_s);
+        add(u"info"_s, u"SIGTERM"_s);
+        add(u"info"_s, u"close"_s);
+    }
+
+    void leavesNothing()
+    {
+        const auto &[action, way, nature] = Row<QString, QString, const Nature *>();
+        for (int round = 0; round < Rounds(1); ++round) {
+            QVERIFY(prepare());
+            play(2s, action, nature);
+            PilotedProgram program;
+            QVERIFY(program.start(m_tools.path(), m_destination, action, inFolder(u"small.ipa"_s)));
+            QVERIFY2(program.waitForLine("at work"), program.printed().constData());
+            QTRY_VERIFY_WITH_TIMEOUT(!nature || QFile::exists(inFolder(u"ready"_s)), 20'000);
+            endAndLookAround(program, way);
+        }
+    }
+
+    void survivesAnyMoment_data()
+    {
+        const Rows<QString, QString> row;
+        for (const QString &action : {u"download"_s, u"batch"_s}) {
+            for (const QString &way : {kKilled, u"SIGTERM"_s, u"close"_s})
+                row(qPrintable(action + u", "_s + way), action, way);
+        }
+    }
+
+    void survivesAnyMoment()
+    {
+        const auto &[action, way] = Row<QString, QString>();
+        play(20ms);
+        PilotedProgram whole;
+        QVERIFY(prepare());
+        QVERIFY(whole.start(m_tools.path(), m_destination, action) && whole.waitForLine("ready"));
+        QElapsedTimer clock;
+        clock.start();
+        QVERIFY2(whole.waitForLine("done"), whole.printed().constData());
+        const int duration = static_cast<int>(clock.elapsed());
+        whole.tell("close");
+        QCOMPARE(whole.waitForEnd().status, 0);
+
+        for (int round = 0; round < Rounds(4); ++round) {
+            QVERIFY(prepare());
+            PilotedProgram program;
+            QVERIFY(program.start(m_tools.path(), m_destination, action) && program.waitForLine("ready"));
+            QTest::qSleep(QRandomGenerator::global()->bounded(duration * 5 / 4 + 1));
+            endAndLookAround(program, way);
+        }
+    }
+
+    void disk_data()
+    {
+        const Rows<QString, QString, QString> row; // options of the disk, what is said
+        row("download onto a full disk", u"download"_s, u"size=1m"_s, u"Загрузку выполнить не удалось"_s);
+        row("batch onto a full disk", u"batch"_s, u"size=1m"_s, u"ошибок: %1"_s.arg(kApps));
+        row("batch onto a read-only disk", u"batch"_s, u"size=1m,ro"_s, u"только для чтения"_s);
+    }
+
+    // The disk is a tmpfs of its own. Where the system allows none, this fails: the promise would be
+    // unchecked.
+    void disk()
+    {
+        const auto &[action, options, said] = Row<QString, QString, QString>();
+        play(20ms);
+        QVERIFY(prepare());
+        PilotedProgram program;
+        QVERIFY(program.start(m_tools.path(), m_destination, action, {}, options));
+        QVERIFY2(program.waitForLine("done"), program.printed().constData());
+        QVERIFY2(program.printed().contains(said.toUtf8()), program.printed().constData());
+        const QString inside = program.pathInside(m_destination);
+        QCOMPARE(FilesBelow(inside, u"*.ipa"_s) + FilesBelow(inside, u".zarvo-*"_s), QStringList());
+        program.signal(SIGTERM);
+        QCOMPARE(program.waitForEnd().status, 0);
+    }
+
+    // The verifying mode dies of the signal, as a shell expects, but not before it has tidied up.
+    void verifyingEnds()
+    {
+        for (const int number : {SIGTERM, SIGINT, SIGHUP}) {
+            QVERIFY(prepare());
+            QProcess program;
+            program.start(QString::fromLocal8Bit(ZARVO_EXECUTABLE),
+                          {u"--verify-ipa"_s, inFolder(u"large.ipa"_s), kID});
+            QVERIFY(program.waitForStarted());
+            QTRY_VERIFY(!m_tmpdir->leftovers().isEmpty());
+            ::kill(static_cast<pid_t>(program.processId()), number);
+            QVERIFY(program.waitForFinished());
+            QCOMPARE(program.exitStatus(), QProcess::CrashExit);
+            QCOMPARE(program.exitCode(), number);
+            QCOMPARE(m_tmpdir->leftovers(), QStringList());
+        }
+    }
 };
-
-void QuittingTest::initTestCase()
-{
-    qputenv("QT_QPA_PLATFORM", "offscreen");
-    for (const char *folder : {"XDG_RUNTIME_DIR", "XDG_CONFIG_HOME"}) // else the toolkit makes one in TMPDIR
-        qputenv(folder, QFile::encodeName(m_folder.path()));
-    for (const char *bus : {"DBUS_SESSION_BUS_ADDRESS", "DBUS_SYSTEM_BUS_ADDRESS"})
-        qputenv(bus, "unix:path=/nonexistent");
-    for (const auto &[name, padding] : {std::pair("small.ipa", kSmall), std::pair("large.ipa", kLarge)})
-        QVERIFY(writeIPA(inFolder(QString::fromLatin1(name)).toStdString(), {.id = kID, .padding = padding}));
-    m_sound = hashOf(inFolder(u"small.ipa"_s));
-}
-
-// All apps have one identifier, so that one archive serves for all of them; their names differ.
-void QuittingTest::play(std::chrono::milliseconds download, const QString &action, const Nature *nature)
-{
-    const QString ready = inFolder(u"ready"_s);
-    QFile::remove(ready);
-    const auto stays = [&](Scenario &tool) {
-        if (nature && nature->isStubborn)
-            tool.ignoresTermination().ignores(SIGHUP);
-        if (nature && nature->hasStubbornChild)
-            tool.leavesGrandchild(kForever, true);
-        tool.touches(ready);
-        if (nature && nature->stops)
-            tool.stops();
-        tool.sleeps(kForever);
-    };
-    QStringList apps;
-    for (int i = 0; i < kApps; ++i)
-        apps += uR"({"id":"%1","name":"App %2","version":"1.0","storeID":"%3"})"_s.arg(kID).arg(i).arg(i + 1);
-    Scenario device = m_tools.add(u"devicezarvo"_s);
-    device.when({u"devices"}).times(action == u"poll" ? 1 : kOften);
-    device.prints(uR"({"devices":[{"id":"P","name":"Phone","ios":"17"}]})");
-    stays(device.when({u"devices"}));
-    device.when({u"apps"}).prints(u"{\"apps\":[%1]}"_s.arg(apps.join(u',')));
-    stays(device.when({u"install"}));
-    device.when({}).prints(u"{\"details\":[]}");
-    Scenario store = m_tools.add(u"ipatool"_s);
-    if (action == u"check")
-        stays(store.when({u"auth", u"info"}));
-    store.when({u"auth", u"info"}).prints(u"{\"email\":\"a@example.com\",\"success\":true}");
-    stays(store.when({u"auth", u"login"}));
-    if (action == u"verify")
-        store.when({u"download"}).copies(inFolder(u"large.ipa"_s)).prints(u"{\"success\":true}");
-    store.when({u"download", u"--app-id"}).grows(kSmall, download, u"{--output}.tmp");
-    store.copies(inFolder(u"small.ipa"_s)).prints(u"{\"success\":true}");
-}
-
-bool QuittingTest::prepare()
-{
-    m_tmpdir = nullptr; // with what a killed program left there
-    m_tmpdir = std::make_unique<TemporaryTmpdir>();
-    QDir(m_destination).removeRecursively();
-    QFile foreign(m_foreign);
-    return QDir().mkpath(m_destination) && foreign.open(QIODevice::WriteOnly) && foreign.write(kForeign) > 0;
-}
-
-QString QuittingTest::damage(bool orderly) const
-{
-    if (ContentOf(m_foreign) != kForeign)
-        return u"the foreign file was touched"_s;
-    for (const QString &path : FilesBelow(m_destination, u"*.ipa"_s)) {
-        if (!path.contains(u"/.zarvo-") && path != m_foreign && hashOf(path) != m_sound)
-            return u"a half-written IPA: "_s + path;
-    }
-    for (const QString &path : FilesBelow(m_destination, u"report.json"_s)) {
-        const bool isWhole = QJsonDocument::fromJson(ContentOf(path)).array().size() == kApps;
-        if (!path.contains(u"/.zarvo-") && !isWhole)
-            return u"a broken report"_s;
-    }
-    const QStringList left = FilesBelow(m_destination, u".zarvo-*"_s) + m_tmpdir->leftovers();
-    return orderly && !left.isEmpty() ? u"left behind: "_s + left.join(u' ') : QString();
-}
-
-void QuittingTest::leavesNothing_data()
-{
-    const Rows<QString, QString, const Nature *> row; // what is going on, how it ends
-    const auto add = [&](const QString &action, const QString &way, const Nature *nature = nullptr) {
-        row(qPrintable(u"%1, %2, %3"_s.arg(action, way, QLatin1StringView(nature ? nature->name : ""))),
-            action, way, nature);
-    };
-    for (const QString &way : kOrderlyWays) {
-        for (const QString &action : {u"batch"_s, u"verify"_s})
-            add(action, way);
-    }
-    for (const QString &action : {u"check"_s, u"poll"_s, u"install"_s, u"login"_s}) {
-        for (const Nature &nature : kNatures)
-            add(action, u"SIGTERM"_s, &nature);
-    }
-    add(u"check"_s, kKilled, &kNatures[1]);
-    add(u"idle"_s, u"SIGTERM"_s);
-    add(u"info"_s, u"SIGTERM"_s);
-    add(u"info"_s, u"close"_s);
-}
-
-void QuittingTest::leavesNothing()
-{
-    const auto &[action, way, nature] = Row<QString, QString, const Nature *>();
-    const bool orderly = way != kKilled; // else the system ends the child, and the folder stays
-    for (int round = 0; round < rounds(1); ++round) {
-        QVERIFY(prepare());
-        play(2s, action, nature);
-        PilotedProgram program;
-        QVERIFY(program.start(m_tools.path(), m_destination, action, inFolder(u"small.ipa"_s)));
-        QVERIFY2(program.waitForLine("at work"), program.printed().constData());
-        QTRY_VERIFY_WITH_TIMEOUT(!nature || QFile::exists(inFolder(u"ready"_s)), 20'000);
-        end(program, way);
-        const PilotedProgram::End ended = program.waitForEnd();
-        QCOMPARE(ended.status, orderly ? 0 : -SIGKILL);
-        QCOMPARE_LT(ended.after, kNoWaiting);
-        m_durations[way].append(ended.after.count());
-        QCOMPARE(PilotedProgram::survivors(orderly ? 200ms : 2000ms), 0);
-        QCOMPARE(damage(orderly), QString());
-    }
-}
-
-void QuittingTest::survivesAnyMoment_data()
-{
-    const Rows<QString, QString> row;
-    for (const QString &action : {u"download"_s, u"batch"_s}) {
-        for (const QString &way : {kKilled, u"SIGTERM"_s, u"close"_s})
-            row(qPrintable(action + u", "_s + way), action, way);
-    }
-}
-
-void QuittingTest::survivesAnyMoment()
-{
-    const auto &[action, way] = Row<QString, QString>();
-    play(20ms);
-    const bool orderly = way != kKilled;
-    PilotedProgram whole;
-    QVERIFY(prepare());
-    QVERIFY(whole.start(m_tools.path(), m_destination, action) && whole.waitForLine("ready"));
-    QElapsedTimer clock;
-    clock.start();
-    QVERIFY2(whole.waitForLine("done"), whole.printed().constData());
-    const int duration = static_cast<int>(clock.elapsed());
-    whole.tell("close");
-    QCOMPARE(whole.waitForEnd().status, 0);
-
-    qsizetype published = 0;
-    for (int round = 0; round < rounds(4); ++round) {
-        QVERIFY(prepare());
-        PilotedProgram program;
-        QVERIFY(program.start(m_tools.path(), m_destination, action) && program.waitForLine("ready"));
-        QTest::qSleep(QRandomGenerator::global()->bounded(duration * 5 / 4 + 1));
-        end(program, way);
-        const PilotedProgram::End ended = program.waitForEnd();
-        QCOMPARE(ended.status, orderly ? 0 : -SIGKILL);
-        if (orderly)
-            m_durations[way].append(ended.after.count());
-        QCOMPARE(PilotedProgram::survivors(orderly ? 200ms : 2000ms), 0);
-        QCOMPARE(damage(orderly), QString());
-        published += FilesBelow(m_destination, u"*.ipa"_s).size() - 1;
-    }
-    qInfo("%d moments within %d ms, %lld IPAs had been published, no damage", rounds(4), duration,
-          static_cast<long long>(published));
-}
-
-void QuittingTest::disk_data()
-{
-    const Rows<QString, QString, QString> row; // options of the disk, what is said
-    row("download onto a full disk", u"download"_s, u"size=1m"_s, u"Загрузку выполнить не удалось"_s);
-    row("batch onto a full disk", u"batch"_s, u"size=1m"_s, u"ошибок: %1"_s.arg(kApps));
-    row("batch onto a read-only disk", u"batch"_s, u"size=1m,ro"_s, u"только для чтения"_s);
-}
-
-// The disk is a tmpfs of its own. Where the system allows none, this fails: the promise would be unchecked.
-void QuittingTest::disk()
-{
-    const auto &[action, options, said] = Row<QString, QString, QString>();
-    play(20ms);
-    QVERIFY(prepare());
-    PilotedProgram program;
-    QVERIFY(program.start(m_tools.path(), m_destination, action, {}, options));
-    QVERIFY2(program.waitForLine("done"), program.printed().constData());
-    QVERIFY2(program.printed().contains(said.toUtf8()), program.printed().constData());
-    const QString inside = program.pathInside(m_destination);
-    QCOMPARE(FilesBelow(inside, u"*.ipa"_s) + FilesBelow(inside, u".zarvo-*"_s), QStringList());
-    program.signal(SIGTERM);
-    QCOMPARE(program.waitForEnd().status, 0);
-}
-
-// The verifying mode dies of the signal, as a shell expects, but not before it has tidied up.
-void QuittingTest::verifyingEnds()
-{
-    for (const int number : {SIGTERM, SIGINT, SIGHUP}) {
-        QVERIFY(prepare());
-        QProcess program;
-        program.start(QString::fromLocal8Bit(ZARVO_EXECUTABLE),
-                      {u"--verify-ipa"_s, inFolder(u"large.ipa"_s), kID});
-        QVERIFY(program.waitForStarted());
-        QTRY_VERIFY(!m_tmpdir->leftovers().isEmpty());
-        ::kill(static_cast<pid_t>(program.processId()), number);
-        QVERIFY(program.waitForFinished());
-        QCOMPARE(program.exitStatus(), QProcess::CrashExit);
-        QCOMPARE(program.exitCode(), number);
-        QCOMPARE(m_tmpdir->leftovers(), QStringList());
-    }
-}
-
-void QuittingTest::cleanupTestCase()
-{
-    for (auto &[way, durations] : m_durations) {
-        std::sort(durations.begin(), durations.end());
-        qInfo("%s, %lld times: median %lld ms, worst %lld ms", qPrintable(way),
-              static_cast<long long>(durations.size()),
-              static_cast<long long>(durations[durations.size() / 2]),
-              static_cast<long long>(durations.last()));
-    }
-}
 
 QTEST_GUILESS_MAIN(QuittingTest)
 #include "tst_quitting.moc"

@@ -21,12 +21,6 @@ using namespace std::chrono_literals;
 
 namespace {
 
-/// ZARVO_ROUNDS=1000 to measure, a sample in the usual run.
-int rounds(int sample)
-{
-    return std::max(sample, qEnvironmentVariableIntValue("ZARVO_ROUNDS"));
-}
-
 void print(const std::map<QString, int> &outcomes)
 {
     for (const auto &[outcome, times] : outcomes)
@@ -82,7 +76,7 @@ private Q_SLOTS:
         const std::chrono::nanoseconds usual = std::chrono::steady_clock::now() - began;
 
         std::map<QString, int> outcomes;
-        for (int round = 0; round < rounds(100); ++round) {
+        for (int round = 0; round < Rounds(100); ++round) {
             std::multimap<double, const char *> presses;
             for (const char *button : {"refresh", "checkAccount", "cancelButton"})
                 presses.emplace(QRandomGenerator::global()->generateDouble(), button);
@@ -119,7 +113,7 @@ private Q_SLOTS:
     {
         const auto &[action] = Row<QString>();
         std::map<QString, int> outcomes;
-        for (int round = 0; round < rounds(3); ++round) {
+        for (int round = 0; round < Rounds(3); ++round) {
             const QTemporaryDir destination;
             const TemporaryTmpdir temporary;
             QFile::remove(Program::settingsFile());
