@@ -1,8 +1,7 @@
-// The real windowed program with somebody at the controls: pilot RESOURCES DESTINATION ACTION [IPA]. Chooses
-// the first phone and starts the action. Says "ready" on standard output right before the action and "at
-// work" once it is under way; obeys "close" and "key" (Ctrl+Q) on standard input.
-// pilot RESOURCES DESTINATION show ARGUMENT… hands the arguments to the program, and says which IPA is
-// chosen.
+// The real windowed program with somebody at the controls: pilot RESOURCES DESTINATION ACTION [ARGUMENT…].
+// The program gets the arguments. Chooses the first phone and starts the action. Says "ready" on standard
+// output right before the action and "at work" once it is under way; obeys "close" and "key" (Ctrl+Q) on
+// standard input. "show" only says which IPA is chosen.
 #include "app/main_window.h"
 #include "app/windowed_mode.h"
 
@@ -57,10 +56,9 @@ void say(const QString &line)
 class Pilot : public QObject
 {
 public:
-    Pilot(QString destination, QString action, QString archive)
+    Pilot(QString destination, QString action)
         : m_destination(std::move(destination))
         , m_action(std::move(action))
-        , m_archive(std::move(archive))
         , m_commands(STDIN_FILENO, QSocketNotifier::Read)
     {
         for (QWidget *widget : QApplication::topLevelWidgets()) {
@@ -101,6 +99,10 @@ private:
             return answer(chooser);
         if (m_pressed)
             return watch();
+        if (m_action == u"show") {
+            say(view<QLabel>("ipaLabel")->text());
+            return QCoreApplication::quit();
+        }
         auto *picker = view<QComboBox>("phonePicker");
         auto *table = view<QTableView>("table");
         if (m_action == u"check" ? !isBusy() : isBusy() || picker->count() < 2)
@@ -109,17 +111,14 @@ private:
             begin();
         else if (picker->currentIndex() == 0)
             picker->setCurrentIndex(1);
-        else if (m_action == u"install" && !view<QPushButton>("installButton")->isEnabled())
-            press("chooseIPA"); // that chooser has no event loop of its own
         else if (table->model()->rowCount() > 0)
             begin();
     }
 
     void answer(QFileDialog *chooser) const
     {
-        const bool isFolder = chooser->fileMode() == QFileDialog::Directory;
         auto *name = chooser->findChild<QLineEdit *>(u"fileNameEdit"_s);
-        name->setText(isFolder ? m_destination : m_archive);
+        name->setText(m_destination);
         QTest::keyClick(name, Qt::Key_Return);
     }
 
@@ -167,7 +166,6 @@ private:
 
     QString m_destination;
     QString m_action;
-    QString m_archive;
     QWidget *m_window = nullptr;
     QSocketNotifier m_commands;
     QTimer m_timer;
@@ -189,36 +187,21 @@ void leaveSignalsToTheirThread()
 #endif
 }
 
-int show(int argc, char **argv)
-{
-    constexpr int kOwn = 3;
-    const QString resources = QString::fromLocal8Bit(argv[1]);
-    argv[kOwn] = argv[0];
-    argc -= kOwn;
-    return RunWindow(argc, argv + kOwn,
-                     {.resources = resources, .launched = [] {
-                          for (const QWidget *widget : QApplication::topLevelWidgets()) {
-                              if (const auto *label = widget->findChild<QLabel *>(u"ipaLabel"_s))
-                                  say(label->text());
-                          }
-                          QTimer::singleShot(0, qApp, &QCoreApplication::quit);
-                      }});
-}
-
 } // namespace
 
 int main(int argc, char **argv)
 {
     if (argc < 4)
         return 2;
-    if (QByteArrayView(argv[3]) == "show")
-        return show(argc, argv);
+    const QString resources = QString::fromLocal8Bit(argv[1]);
     const QString destination = QString::fromLocal8Bit(argv[2]);
     const QString action = QString::fromLocal8Bit(argv[3]);
-    const QString archive = argc > 4 ? QString::fromLocal8Bit(argv[4]) : QString();
+    constexpr int kOwn = 3;
+    argv[kOwn] = argv[0];
+    argc -= kOwn;
     std::unique_ptr<Pilot> pilot;
-    return RunWindow(argc, argv, {.resources = QString::fromLocal8Bit(argv[1]), .launched = [&] {
-                                      leaveSignalsToTheirThread();
-                                      pilot = std::make_unique<Pilot>(destination, action, archive);
-                                  }});
+    return RunWindow(argc, argv + kOwn, {.resources = resources, .launched = [&] {
+                                             leaveSignalsToTheirThread();
+                                             pilot = std::make_unique<Pilot>(destination, action);
+                                         }});
 }
