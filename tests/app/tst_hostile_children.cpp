@@ -226,7 +226,28 @@ private Q_SLOTS:
                 row((QByteArray(caller.name) + ", " + behaviour.name).constData(), &behaviour, &caller);
         }
     }
-    void meets();
+    void meets()
+    {
+        const auto &[behaviour, caller] = Row<const Behaviour *, const Caller *>();
+        for (const int signal : behaviour->ending == OfASignal ? signalsToTry(*caller) : QList{0}) {
+            // A disk or a machine that stood still for a moment does not do so again in the same event.
+            for (int attempt = 0; attempt < 2; ++attempt) {
+                caller->begin ? meetInTheWindow(*caller, *behaviour, signal)
+                              : meetSigningIn(*caller, *behaviour, signal);
+                if (QTest::currentTestFailed())
+                    return qWarning("signal %d", signal);
+                ++m_runs;
+                m_longestOwn = std::max(m_longestOwn, probe().longestOwn);
+                m_longest = std::max(m_longest, probe().longest);
+                if (probe().longestOwn < kAnswersWithin)
+                    break;
+                qWarning("signal %d: no answer for %lld ms", signal,
+                         static_cast<long long>(probe().longestOwn / 1ms));
+            }
+            QVERIFY2(probe().longestOwn < kAnswersWithin, "the window did not answer");
+        }
+    }
+
     void cleanupTestCase()
     {
         using Milliseconds = std::chrono::duration<double, std::milli>;
@@ -236,11 +257,116 @@ private Q_SLOTS:
     }
 
 private:
-    static void play(Scenario &tool, const Behaviour &behaviour, int signal);
-    static void spoil(Program &program, const Caller &caller, const Behaviour &behaviour, int signal);
-    void meetInTheWindow(const Caller &caller, const Behaviour &behaviour, int signal);
-    void meetSigningIn(const Caller &caller, const Behaviour &behaviour, int signal);
-    void checkWhatIsLeft(const ScriptedTools &tools, const Caller &caller, int left);
+    static void play(Scenario &tool, const Behaviour &behaviour, int signal)
+    {
+        if (behaviour.before)
+            behaviour.before(tool);
+        tool.touches(spoiled.ready);
+        if (behaviour.after)
+            behaviour.after(tool);
+        if (signal > 0)
+            tool.raises(signal);
+        if (behaviour.ending == NotByItself)
+            tool.sleeps(kForever);
+    }
+
+    static void spoil(Program &program, const Caller &caller, const Behaviour &behaviour, int signal)
+    {
+        const std::lock_guard lock(spoiled.mutex);
+        spoiled.word = caller.word;
+        spoiled.endsByItself = behaviour.ending != NotByItself;
+        spoiled.ready = program.tools.filePath(u"ready"_s);
+        spoiled.unzip = program.tools.toolPath(u"unzip"_s);
+        spoiled.limits.clear();
+        spoiled.ended = 0;
+        const Rules rules = [&](Scenario &tool) { play(tool.when({caller.word}), behaviour, signal); };
+        if (Scenario unzip = program.tools.add(kUnzip); caller.tool == kUnzip)
+            rules(unzip);
+        else
+            caller.tool == kStore ? program.playStore(rules) : program.playDevice(rules);
+    }
+
+    void meetInTheWindow(const Caller &caller, const Behaviour &behaviour, int signal)
+    {
+        Program program;
+        QVERIFY(caller.word == u"apps" ? program.startWithPhone() : program.startWithApps());
+        EVENTUALLY_EQUAL(OwnThreadCount(), m_threads); // also the first poll's
+        const qsizetype descriptors = OwnDescriptorCount();
+        const qint64 memory = peakMemory();
+        spoil(program, caller, behaviour, signal);
+        probe().begin(program.find<QLabel>("statusLabel"));
+        QVERIFY(caller.begin(program));
+        const QStringView sentence = caller.sentences[behaviour.ending];
+        EVENTUALLY(spoiled.ended > 0 && probe().hasSaid(sentence) && !program.isBusy());
+
+        // What is asked quietly shows no alert, what succeeds none either; anything else one, with the
+        // sentence.
+        const bool isQuiet = caller.limit == 15s || caller.limit == 40s || sentence == kSaved;
+        EVENTUALLY_EQUAL(program.alert() != nullptr, !isQuiet);
+        if (program.alert()) {
+            QCOMPARE(program.alert()->findChildren<QLabel *>().value(1)->text(), program.status());
+            QCOMPARE(program.status().count(u'\n'), sentence.contains(u'\n') ? 2 : 0);
+            QVERIFY(program.answerAlert(u"Понятно"_s));
+        }
+        QCOMPARE_LT(peakMemory() - memory, kMemoryForFlood);
+        {
+            const std::lock_guard lock(spoiled.mutex);
+            spoiled.word = {};
+            for (const auto limit : spoiled.limits)
+                QCOMPARE(limit, caller.limit);
+        }
+        EVENTUALLY_EQUAL(PrivateFoldersIn(program.temporary.path()) +
+                             PrivateFoldersIn(program.destination.path(), u".zarvo-"),
+                         QStringList());
+        checkWhatIsLeft(program.tools, caller, behaviour.left);
+        EVENTUALLY_EQUAL(OwnDescriptorCount(), descriptors);
+    }
+
+    void meetSigningIn(const Caller &caller, const Behaviour &behaviour, int signal)
+    {
+        SignIn signIn;
+        spoiled.ready = signIn.tools.filePath(u"ready"_s);
+        {
+            Scenario tool = signIn.tools.add(caller.tool);
+            if (caller.word == u"code")
+                UntilCode(tool).prints(kCodePrompt).awaits(signIn.tools.filePath(u"asked"_s));
+            play(tool, behaviour, signal);
+        }
+        QVERIFY(signIn.open());
+        const qsizetype descriptors = OwnDescriptorCount();
+        probe().begin(signIn.find<QLabel>("message"));
+        QVERIFY(signIn.start());
+        if (caller.word == u"code")
+            EVENTUALLY_EQUAL(signIn.message(), kEnterCode);
+        signIn.tools.touch(u"asked"_s);
+        EVENTUALLY(QFile::exists(spoiled.ready));
+        const QStringView sentence = caller.sentences[behaviour.ending];
+        if (sentence == kSignInTimedOut)
+            signIn.now += caller.limit + 1ms;
+        EVENTUALLY_EQUAL(signIn.message(), sentence);
+        QVERIFY(signIn.isEditing());
+        EVENTUALLY(signIn.running().isEmpty());
+        checkWhatIsLeft(signIn.tools, caller, 0);
+        EVENTUALLY_EQUAL(OwnDescriptorCount(), descriptors);
+    }
+
+    // Whoever is left by the rules is ended here; then nobody may be, and no thread that watched over them.
+    void checkWhatIsLeft(const ScriptedTools &tools, const Caller &caller, int left)
+    {
+        QList<pid_t> hostile;
+        for (const QJsonObject &child :
+             tools.events(caller.tool, u"call") + tools.events(caller.tool, u"grandchild"))
+            hostile.append(child.value("pid"_L1).toInt());
+        const qsizetype spoiledRuns = caller.begin ? static_cast<qsizetype>(spoiled.limits.size()) : 1;
+        EVENTUALLY_EQUAL(std::count_if(hostile.begin(), hostile.end(), IsProcessAlive), left * spoiledRuns);
+        m_children += hostile.size();
+        for (const pid_t pid : hostile) {
+            if (left > 0 && IsProcessAlive(pid))
+                ::kill(pid, SIGKILL);
+        }
+        EVENTUALLY_EQUAL(OwnChildren(), QList<pid_t>());
+        EVENTUALLY_EQUAL(OwnThreadCount(), m_threads);
+    }
 
     int m_runs = 0;
     LoopProbe::Time m_longestOwn{};
@@ -248,139 +374,6 @@ private:
     qsizetype m_children = 0;
     qsizetype m_threads = 0;
 };
-
-void HostileChildrenTest::meets()
-{
-    const auto &[behaviour, caller] = Row<const Behaviour *, const Caller *>();
-    for (const int signal : behaviour->ending == OfASignal ? signalsToTry(*caller) : QList{0}) {
-        // A disk or a machine that stood still for a moment does not do so again in the same event.
-        for (int attempt = 0; attempt < 2; ++attempt) {
-            caller->begin ? meetInTheWindow(*caller, *behaviour, signal)
-                          : meetSigningIn(*caller, *behaviour, signal);
-            if (QTest::currentTestFailed())
-                return qWarning("signal %d", signal);
-            ++m_runs;
-            m_longestOwn = std::max(m_longestOwn, probe().longestOwn);
-            m_longest = std::max(m_longest, probe().longest);
-            if (probe().longestOwn < kAnswersWithin)
-                break;
-            qWarning("signal %d: no answer for %lld ms", signal,
-                     static_cast<long long>(probe().longestOwn / 1ms));
-        }
-        QVERIFY2(probe().longestOwn < kAnswersWithin, "the window did not answer");
-    }
-}
-
-void HostileChildrenTest::play(Scenario &tool, const Behaviour &behaviour, int signal)
-{
-    if (behaviour.before)
-        behaviour.before(tool);
-    tool.touches(spoiled.ready);
-    if (behaviour.after)
-        behaviour.after(tool);
-    if (signal > 0)
-        tool.raises(signal);
-    if (behaviour.ending == NotByItself)
-        tool.sleeps(kForever);
-}
-
-void HostileChildrenTest::spoil(Program &program, const Caller &caller, const Behaviour &behaviour,
-                                int signal)
-{
-    const std::lock_guard lock(spoiled.mutex);
-    spoiled.word = caller.word;
-    spoiled.endsByItself = behaviour.ending != NotByItself;
-    spoiled.ready = program.tools.filePath(u"ready"_s);
-    spoiled.unzip = program.tools.toolPath(u"unzip"_s);
-    spoiled.limits.clear();
-    spoiled.ended = 0;
-    const Rules rules = [&](Scenario &tool) { play(tool.when({caller.word}), behaviour, signal); };
-    if (Scenario unzip = program.tools.add(kUnzip); caller.tool == kUnzip)
-        rules(unzip);
-    else
-        caller.tool == kStore ? program.playStore(rules) : program.playDevice(rules);
-}
-
-void HostileChildrenTest::meetInTheWindow(const Caller &caller, const Behaviour &behaviour, int signal)
-{
-    Program program;
-    QVERIFY(caller.word == u"apps" ? program.startWithPhone() : program.startWithApps());
-    EVENTUALLY_EQUAL(OwnThreadCount(), m_threads); // also the first poll's
-    const qsizetype descriptors = OwnDescriptorCount();
-    const qint64 memory = peakMemory();
-    spoil(program, caller, behaviour, signal);
-    probe().begin(program.find<QLabel>("statusLabel"));
-    QVERIFY(caller.begin(program));
-    const QStringView sentence = caller.sentences[behaviour.ending];
-    EVENTUALLY(spoiled.ended > 0 && probe().hasSaid(sentence) && !program.isBusy());
-
-    // What is asked quietly shows no alert, what succeeds none either; anything else one, with the sentence.
-    const bool isQuiet = caller.limit == 15s || caller.limit == 40s || sentence == kSaved;
-    EVENTUALLY_EQUAL(program.alert() != nullptr, !isQuiet);
-    if (program.alert()) {
-        QCOMPARE(program.alert()->findChildren<QLabel *>().value(1)->text(), program.status());
-        QCOMPARE(program.status().count(u'\n'), sentence.contains(u'\n') ? 2 : 0);
-        QVERIFY(program.answerAlert(u"Понятно"_s));
-    }
-    QCOMPARE_LT(peakMemory() - memory, kMemoryForFlood);
-    {
-        const std::lock_guard lock(spoiled.mutex);
-        spoiled.word = {};
-        for (const auto limit : spoiled.limits)
-            QCOMPARE(limit, caller.limit);
-    }
-    EVENTUALLY_EQUAL(PrivateFoldersIn(program.temporary.path()) +
-                         PrivateFoldersIn(program.destination.path(), u".zarvo-"),
-                     QStringList());
-    checkWhatIsLeft(program.tools, caller, behaviour.left);
-    EVENTUALLY_EQUAL(OwnDescriptorCount(), descriptors);
-}
-
-void HostileChildrenTest::meetSigningIn(const Caller &caller, const Behaviour &behaviour, int signal)
-{
-    SignIn signIn;
-    spoiled.ready = signIn.tools.filePath(u"ready"_s);
-    {
-        Scenario tool = signIn.tools.add(caller.tool);
-        if (caller.word == u"code")
-            UntilCode(tool).prints(kCodePrompt).awaits(signIn.tools.filePath(u"asked"_s));
-        play(tool, behaviour, signal);
-    }
-    QVERIFY(signIn.open());
-    const qsizetype descriptors = OwnDescriptorCount();
-    probe().begin(signIn.find<QLabel>("message"));
-    QVERIFY(signIn.start());
-    if (caller.word == u"code")
-        EVENTUALLY_EQUAL(signIn.message(), kEnterCode);
-    signIn.tools.touch(u"asked"_s);
-    EVENTUALLY(QFile::exists(spoiled.ready));
-    const QStringView sentence = caller.sentences[behaviour.ending];
-    if (sentence == kSignInTimedOut)
-        signIn.now += caller.limit + 1ms;
-    EVENTUALLY_EQUAL(signIn.message(), sentence);
-    QVERIFY(signIn.isEditing());
-    EVENTUALLY(signIn.running().isEmpty());
-    checkWhatIsLeft(signIn.tools, caller, 0);
-    EVENTUALLY_EQUAL(OwnDescriptorCount(), descriptors);
-}
-
-// Whoever is left by the rules is ended here; then nobody may be, and no thread that watched over them.
-void HostileChildrenTest::checkWhatIsLeft(const ScriptedTools &tools, const Caller &caller, int left)
-{
-    QList<pid_t> hostile;
-    for (const QJsonObject &child :
-         tools.events(caller.tool, u"call") + tools.events(caller.tool, u"grandchild"))
-        hostile.append(child.value("pid"_L1).toInt());
-    const qsizetype spoiledRuns = caller.begin ? static_cast<qsizetype>(spoiled.limits.size()) : 1;
-    EVENTUALLY_EQUAL(std::count_if(hostile.begin(), hostile.end(), IsProcessAlive), left * spoiledRuns);
-    m_children += hostile.size();
-    for (const pid_t pid : hostile) {
-        if (left > 0 && IsProcessAlive(pid))
-            ::kill(pid, SIGKILL);
-    }
-    EVENTUALLY_EQUAL(OwnChildren(), QList<pid_t>());
-    EVENTUALLY_EQUAL(OwnThreadCount(), m_threads);
-}
 
 int main(int argc, char **argv)
 {
