@@ -175,16 +175,6 @@ private Q_SLOTS:
             QCOMPARE(reportIn(away), kUntilNotes);
         QDir(away).removeRecursively(); // with the working folder that was moved away from its owner
     }
-
-    void doesNothingWithoutApps()
-    {
-        m->deviceSays({u"apps"}, u"{}");
-        QVERIFY(m->startWithPhone());
-        m->choosePhone();
-        EVENTUALLY(!m->isBusy());
-        m->ask("allButton"); // a chooser would hold this up for ever
-        QVERIFY(!m->isBusy());
-    }
 };
 
 QTEST_MAIN(WindowBatchTest)

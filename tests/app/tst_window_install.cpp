@@ -159,8 +159,7 @@ private Q_SLOTS:
     {
         QVERIFY(m->startWithApps());
         const QString before = m->status();
-        m->ask("installButton");
-        QVERIFY(!m->alert());
+        QVERIFY(!m->find("installButton")->isEnabled());
         QVERIFY(m->chooseIPA(m->notesIPA) && m->chooseIPA(m->tools.toolPath(u"ipatool"_s)));
         QCOMPARE(m->text("ipaLabel"), u"notes.ipa"_s); // only an IPA can be chosen
         m->press("installButton");
@@ -171,8 +170,7 @@ private Q_SLOTS:
         QCOMPARE(m->status(), before);
         m->choosePhone(Qt::Key_Home);
         QVERIFY(!m->find("installButton")->isEnabled());
-        m->ask("installButton");
-        QVERIFY(!m->alert() && !m->deviceCalls().last().contains(u"install"_s));
+        QVERIFY(!m->deviceCalls().last().contains(u"install"_s));
     }
 
     void takesDroppedIPAsOnly_data()

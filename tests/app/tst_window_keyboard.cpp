@@ -82,13 +82,6 @@ bool namesAll(QWidget *window, const QString &title)
     return all && stops > 0;
 }
 
-void typeText(const QString &text)
-{
-    for (const QChar letter : text)
-        QTest::sendKeyEvent(QTest::Click, QApplication::focusWidget(), Qt::Key_unknown, QString(letter),
-                            Qt::NoModifier);
-}
-
 } // namespace
 
 class WindowKeyboardTest : public ProgramTest
@@ -171,7 +164,7 @@ private:
         case u'#':
             return QApplication::clipboard()->text().startsWith(text);
         case u'\'':
-            typeText(text);
+            TypeText(QApplication::focusWidget(), text);
             return true;
         }
         QWindow *window = focusedWindow(*m);

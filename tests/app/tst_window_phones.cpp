@@ -10,8 +10,6 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-const QString kNote =
-    u"История хранится в Zarvo. Для работы с телефоном подключите его кабелем и выберите в главном окне."_s;
 const QStringList kEmpty{u"История устройств пуста."_s};
 const QString kHere = u"Телефон\niOS 17.4 • Подключён"_s;
 
@@ -52,7 +50,7 @@ private:
         const auto labels = inHistory<QLabel>();
         for (const QLabel *label : labels)
             texts << label->text();
-        return texts.value(0) == kNote ? texts.sliced(1) : QStringList{u"no note"_s};
+        return texts.mid(1);
     }
     QStringList openedHistory() const
     {

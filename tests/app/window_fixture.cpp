@@ -163,8 +163,7 @@ void Program::type(const char *field, const QString &text) const
     line->setFocus();
     line->selectAll();
     QTest::keyClick(line, Qt::Key_Delete);
-    for (const QChar letter : text) // QTest::keyClicks() knows Latin letters only
-        QTest::sendKeyEvent(QTest::Click, line, Qt::Key_unknown, QString(letter), Qt::NoModifier);
+    TypeText(line, text);
 }
 
 bool Program::download(const Inspection &inspect, const std::function<void()> &then, const char *button) const

@@ -26,6 +26,13 @@
 
 inline constexpr std::chrono::milliseconds kLong{3 * kPatience}; ///< what ends earlier was ended
 
+/// QTest::keyClicks() knows Latin letters only.
+inline void TypeText(QWidget *widget, const QString &text)
+{
+    for (const QChar letter : text)
+        QTest::sendKeyEvent(QTest::Click, widget, Qt::Key_unknown, QString(letter), Qt::NoModifier);
+}
+
 /// Rules that a tool follows before the usual ones.
 using Rules = std::function<void(Scenario &)>;
 
