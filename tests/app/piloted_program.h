@@ -17,6 +17,10 @@ inline int Rounds(int sample)
 class PilotedProgram
 {
 public:
+    PilotedProgram() = default;
+    PilotedProgram(const PilotedProgram &) = delete;
+    PilotedProgram &operator=(const PilotedProgram &) = delete;
+
     /// `smallDisk`: options of a tmpfs that is mounted over the destination, seen by this program only (needs
     /// user namespaces); empty for none.
     bool start(const QString &resources, const QString &destination, const QString &action,

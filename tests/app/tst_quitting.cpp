@@ -39,7 +39,7 @@ QByteArray hashOf(const QString &path)
 /// What a tool is like that the program leaves in the middle of its work.
 struct Nature
 {
-    const char *name;
+    const char *name = nullptr;
     bool isStubborn = false; ///< heeds neither SIGTERM nor SIGHUP
     bool stops = false;
     bool hasStubbornChild = false;
