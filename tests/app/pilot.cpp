@@ -107,11 +107,10 @@ private:
         auto *table = view<QTableView>("table");
         if (m_action == u"check" ? !isBusy() : isBusy() || picker->count() < 2)
             return;
-        if (!kActions.at(m_action).button)
-            begin();
-        else if (picker->currentIndex() == 0)
+        const bool needsPhone = kActions.at(m_action).button != nullptr;
+        if (needsPhone && picker->currentIndex() == 0)
             picker->setCurrentIndex(1);
-        else if (table->model()->rowCount() > 0)
+        else if (!needsPhone || table->model()->rowCount() > 0)
             begin();
     }
 
