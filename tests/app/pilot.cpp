@@ -1,8 +1,7 @@
-// The real windowed program with somebody at the controls: pilot RESOURCES DESTINATION ACTION [IPA]. Chooses
-// the first phone and starts the action. Says "ready" on standard output right before the action and "at
-// work" once it is under way; obeys "close" and "key" (Ctrl+Q) on standard input.
-// pilot RESOURCES DESTINATION show ARGUMENT… hands the arguments to the program, and says which IPA is
-// chosen.
+// The real windowed program with somebody at the controls: pilot RESOURCES DESTINATION ACTION [ARGUMENT…].
+// The program gets the arguments. Chooses the first phone and starts the action. Says "ready" on standard
+// output right before the action and "at work" once it is under way; obeys "close" and "key" (Ctrl+Q) on
+// standard input. "show" only says which IPA is chosen.
 #include "app/main_window.h"
 #include "app/windowed_mode.h"
 
@@ -33,19 +32,33 @@ namespace {
 
 constexpr auto kLook = 5ms;
 
-void say(const char *line)
+struct Action
 {
-    std::puts(line);
+    const char *button = nullptr; // none: nothing is to be pressed
+    QString sign;                 // how the status begins once it is under way
+};
+const std::map<QString, Action> kActions{{u"check"_s, {}},
+                                         {u"idle"_s, {}},
+                                         {u"download"_s, {"downloadButton", u"Загрузка:"_s}},
+                                         {u"verify"_s, {"downloadButton", u"Проверка IPA:"_s}},
+                                         {u"batch"_s, {"allButton", u"Загрузка:"_s}},
+                                         {u"install"_s, {"installButton", u"Передача IPA"_s}},
+                                         {u"info"_s, {"infoButton", u"Сведения обновлены"_s}},
+                                         {u"login"_s, {"login", {}}},
+                                         {u"poll"_s, {"refresh", {}}}};
+
+void say(const QString &line)
+{
+    std::puts(line.toUtf8().constData());
     std::fflush(stdout);
 }
 
 class Pilot : public QObject
 {
 public:
-    Pilot(QString destination, QString action, QString archive)
+    Pilot(QString destination, QString action)
         : m_destination(std::move(destination))
         , m_action(std::move(action))
-        , m_archive(std::move(archive))
         , m_commands(STDIN_FILENO, QSocketNotifier::Read)
     {
         for (QWidget *widget : QApplication::topLevelWidgets()) {
@@ -86,50 +99,37 @@ private:
             return answer(chooser);
         if (m_pressed)
             return watch();
+        if (m_action == u"show") {
+            say(view<QLabel>("ipaLabel")->text());
+            return QCoreApplication::quit();
+        }
         auto *picker = view<QComboBox>("phonePicker");
-        if (m_action == u"check")
-            return isBusy() ? begin({}) : void();
-        if (isBusy() || picker->count() < 2)
-            return;
-        if (m_action == u"idle")
-            return begin({});
         auto *table = view<QTableView>("table");
-        if (picker->currentIndex() == 0)
+        if (m_action == u"check" ? !isBusy() : isBusy() || picker->count() < 2)
+            return;
+        const bool needsPhone = kActions.at(m_action).button != nullptr;
+        if (needsPhone && picker->currentIndex() == 0)
             picker->setCurrentIndex(1);
-        else if (table->model()->rowCount() > 0)
-            act(table);
-    }
-
-    void act(QTableView *table)
-    {
-        if (m_action == u"install" && !view<QPushButton>("installButton")->isEnabled())
-            return press("chooseIPA"); // that chooser has no event loop of its own
-        static const std::map<QString, const char *> buttons{{u"download"_s, "downloadButton"},
-                                                             {u"verify"_s, "downloadButton"},
-                                                             {u"batch"_s, "allButton"},
-                                                             {u"install"_s, "installButton"},
-                                                             {u"info"_s, "infoButton"},
-                                                             {u"login"_s, "login"},
-                                                             {u"poll"_s, "refresh"}};
-        table->selectRow(table->model()->rowCount() - 1);
-        begin(buttons.at(m_action));
+        else if (!needsPhone || table->model()->rowCount() > 0)
+            begin();
     }
 
     void answer(QFileDialog *chooser) const
     {
-        const bool isFolder = chooser->fileMode() == QFileDialog::Directory;
-        chooser->findChild<QLineEdit *>(u"fileNameEdit"_s)->setText(isFolder ? m_destination : m_archive);
-        QTest::keyClick(chooser->findChild<QLineEdit *>(u"fileNameEdit"_s), Qt::Key_Return);
+        auto *name = chooser->findChild<QLineEdit *>(u"fileNameEdit"_s);
+        name->setText(m_destination);
+        QTest::keyClick(name, Qt::Key_Return);
     }
 
-    void begin(const char *button)
+    void begin()
     {
         m_pressed = true;
-        say("ready");
+        view<QTableView>("table")->selectRow(0); // any one
+        say(u"ready"_s);
         if (m_action == u"info")
             press("showHistory");
         // From an event of its own: a timer whose handler is in a dialog's event loop does not fire.
-        if (button)
+        if (const char *button = kActions.at(m_action).button)
             QTimer::singleShot(0, this, [this, button] { press(button); });
     }
 
@@ -137,8 +137,8 @@ private:
     {
         if (!sheet)
             return;
-        for (const char *field : {"account", "password"})
-            QTest::keyClicks(sheet->findChild<QLineEdit *>(QLatin1StringView(field)), u"owner"_s);
+        for (const QString &field : {u"account"_s, u"password"_s})
+            QTest::keyClicks(sheet->findChild<QLineEdit *>(field), u"owner"_s);
         QTest::mouseClick(sheet->findChild<QPushButton *>(u"startButton"_s), Qt::LeftButton);
     }
 
@@ -150,28 +150,21 @@ private:
         }
         if (m_action == u"login" && !m_said)
             signIn(QApplication::activeModalWidget());
-        static const std::map<QString, QString> signs{{u"download"_s, u"Загрузка:"_s},
-                                                      {u"batch"_s, u"Загрузка:"_s},
-                                                      {u"verify"_s, u"Проверка IPA:"_s},
-                                                      {u"install"_s, u"Передача IPA"_s},
-                                                      {u"info"_s, u"Сведения обновлены"_s}};
-        const auto sign = signs.find(m_action);
         const bool isAtWork = m_action == u"login" ? QApplication::activeModalWidget() != nullptr
-                                                   : sign == signs.end() || status().startsWith(sign->second);
+                                                   : status().startsWith(kActions.at(m_action).sign);
         if (!m_said && isAtWork)
-            say("at work");
+            say(u"at work"_s);
         m_said |= isAtWork;
         m_wasBusy |= isBusy();
         if (isBusy() || !(m_said || m_wasBusy))
             return;
         m_timer.stop();
-        say(status().toUtf8().constData());
-        say("done");
+        say(status());
+        say(u"done"_s);
     }
 
     QString m_destination;
     QString m_action;
-    QString m_archive;
     QWidget *m_window = nullptr;
     QSocketNotifier m_commands;
     QTimer m_timer;
@@ -193,36 +186,21 @@ void leaveSignalsToTheirThread()
 #endif
 }
 
-int show(int argc, char **argv)
-{
-    constexpr int kOwn = 3;
-    const QString resources = QString::fromLocal8Bit(argv[1]);
-    argv[kOwn] = argv[0];
-    argc -= kOwn;
-    return RunWindow(argc, argv + kOwn,
-                     {.resources = resources, .launched = [] {
-                          for (const QWidget *widget : QApplication::topLevelWidgets()) {
-                              if (const auto *label = widget->findChild<QLabel *>(u"ipaLabel"_s))
-                                  say(label->text().toUtf8().constData());
-                          }
-                          QTimer::singleShot(0, qApp, &QCoreApplication::quit);
-                      }});
-}
-
 } // namespace
 
 int main(int argc, char **argv)
 {
     if (argc < 4)
         return 2;
-    if (QByteArrayView(argv[3]) == "show")
-        return show(argc, argv);
+    const QString resources = QString::fromLocal8Bit(argv[1]);
     const QString destination = QString::fromLocal8Bit(argv[2]);
     const QString action = QString::fromLocal8Bit(argv[3]);
-    const QString archive = argc > 4 ? QString::fromLocal8Bit(argv[4]) : QString();
+    constexpr int kOwn = 3;
+    argv[kOwn] = argv[0];
+    argc -= kOwn;
     std::unique_ptr<Pilot> pilot;
-    return RunWindow(argc, argv, {.resources = QString::fromLocal8Bit(argv[1]), .launched = [&] {
-                                      leaveSignalsToTheirThread();
-                                      pilot = std::make_unique<Pilot>(destination, action, archive);
-                                  }});
+    return RunWindow(argc, argv + kOwn, {.resources = resources, .launched = [&] {
+                                             leaveSignalsToTheirThread();
+                                             pilot = std::make_unique<Pilot>(destination, action);
+                                         }});
 }

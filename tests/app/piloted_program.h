@@ -1,18 +1,19 @@
 // The windowed program in a process of its own, to be ended from outside.
 #pragma once
 
-#include "core/file_descriptor.h"
+#include <QProcess>
 
-#include <QByteArray>
-#include <QString>
-#include <QStringList>
-
-#include <sys/types.h>
-
+#include <algorithm>
 #include <chrono>
 
+/// How often a test repeats what it does: ZARVO_ROUNDS=1000 to measure, a sample in the usual run.
+inline int Rounds(int sample)
+{
+    return std::max(sample, qEnvironmentVariableIntValue("ZARVO_ROUNDS"));
+}
+
 /// Starts the pilot with scripted tools, and learns how and how fast it ends. Its orphans come to the test's
-/// process, so that none is overlooked. Test's main thread only; one at a time.
+/// process, so that none is overlooked. Test's main thread only.
 class PilotedProgram
 {
 public:
@@ -23,17 +24,17 @@ public:
     /// `smallDisk`: options of a tmpfs that is mounted over the destination, seen by this program only (needs
     /// user namespaces); empty for none.
     bool start(const QString &resources, const QString &destination, const QString &action,
-               const QString &archive = {}, const QByteArray &smallDisk = {});
+               const QString &archive = {}, const QString &smallDisk = {});
     ~PilotedProgram();
 
     /// Waits for a line that it prints; false when it did not come within half a minute.
-    bool waitForLine(QByteArrayView line);
+    bool waitForLine(const QByteArray &line);
     const QByteArray &printed() const { return m_printed; }
     /// A path as this program sees it, also below its own small disk. Valid while it runs.
     QString pathInside(const QString &path) const;
     void signal(int number) const;
     /// Sends a line to its standard input.
-    void tell(QByteArrayView line) const;
+    void tell(const QByteArray &line) { m_process.write(line + '\n'); }
 
     struct End
     {
@@ -46,11 +47,6 @@ public:
     static int survivors(std::chrono::milliseconds grace);
 
 private:
-    pid_t m_pid = -1;
-    FileDescriptor m_input;
-    FileDescriptor m_output;
+    QProcess m_process;
     QByteArray m_printed;
 };
-
-/// The paths of all files, folders and links below `folder` whose names match, hidden ones too.
-QStringList FilesBelow(const QString &folder, const QString &pattern);

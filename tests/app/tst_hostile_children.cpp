@@ -2,6 +2,7 @@
 #include "app/loop_probe.h"
 #include "app/window_fixture.h"
 #include "signin/sign_in_fixture.h"
+#include "support/rows.h"
 
 #include <QFile>
 #include <QMimeDatabase>
@@ -10,9 +11,9 @@
 #include <sys/resource.h>
 
 #include <algorithm>
+#include <array>
 #include <atomic>
 #include <csignal>
-#include <map>
 #include <mutex>
 #include <thread>
 #include <vector>
@@ -62,16 +63,6 @@ const Behaviour kBehaviours[] = {
     {"ends of a signal", OfASignal},
 };
 
-struct Caller
-{
-    const char *name;
-    QString tool;
-    QStringView word; // in the command lines of the runs that go wrong
-    std::chrono::seconds limit;
-    bool (*begin)(const Program &);
-    std::array<QStringView, 4> sentences; // for each ending
-};
-
 constexpr QStringView kNoPhone = u"Подключите iPhone кабелем и выберите его в списке.";
 constexpr QStringView kNoApps =
     u"Подключите и разблокируйте iPhone, подтвердите доверие к Mac и выберите устройство заново.";
@@ -89,79 +80,53 @@ constexpr QStringView kNotSignedIn =
 constexpr QStringView kSignInTimedOut =
     u"Время ожидания входа истекло. Проверьте интернет и повторите попытку.";
 
-bool press(const Program &program, const char *button)
+using Sentences = std::array<QStringView, 4>; // for each ending
+constexpr Sentences always(QStringView sentence)
 {
-    program.press(button);
-    return true;
+    return {sentence, sentence, sentence, sentence};
 }
+constexpr Sentences kListing{kTimedOut, kNoList, kNoList, kTooMuch};
+constexpr Sentences kSigningIn{kSignInTimedOut, kNotSignedIn, kNotSignedIn, kSignInTimedOut};
 
-bool downloadMaps(const Program &program)
-{
-    return program.chooseApp(u"Карты"_s) && program.download();
-}
+using Beginning = bool (*)(const Program &);
+const Beginning kPoll = [](const Program &p) { return p.press("refresh"), true; };
+const Beginning kRead = [](const Program &p) { return p.choosePhone(), true; };
+const Beginning kCheck = [](const Program &p) { return p.press("checkAccount"), true; };
+const Beginning kLookUp = [](const Program &p) { return p.chooseApp(u"заметки"_s) && p.download(); };
+const Beginning kDownload = [](const Program &p) { return p.chooseApp(u"Карты"_s) && p.download(); };
+const Beginning kInstall = [](const Program &p) {
+    return p.chooseIPA(p.mapsIPA) && (p.press("installButton"), p.answerAlert(u"Установить"_s));
+};
 
-bool install(const Program &program)
-{
-    return program.chooseIPA(program.mapsIPA) && press(program, "installButton") &&
-           program.answerAlert(u"Установить"_s);
-}
+const QString kPhone = u"devicezarvo"_s;
+const QString kStore = u"ipatool"_s;
+const QString kUnzip = u"unzip"_s;
 
-bool chooseThePhone(const Program &program)
+struct Caller
 {
-    program.choosePhone();
-    return true;
-}
+    const char *name;
+    QString tool;
+    QStringView word; // in the command lines of the runs that go wrong
+    std::chrono::seconds limit;
+    Beginning begin; // none: the sign-in
+    Sentences sentences;
+};
 
 // The poll and the read of the apps make no words of a tool's faults. A purchase that is not found is looked
 // for by another name, and a test of integrity says all with its status.
 const Caller kCallers[] = {
-    {"poll",
-     u"devicezarvo"_s,
-     u"devices",
-     15s,
-     [](const Program &p) { return press(p, "refresh"); },
-     {kNoPhone, kNoPhone, kNoPhone, kNoPhone}},
-    {"apps", u"devicezarvo"_s, u"apps", 40s, chooseThePhone, {kNoApps, kNoApps, kNoApps, kNoApps}},
-    {"account",
-     u"ipatool"_s,
-     u"info",
-     30s,
-     [](const Program &p) { return press(p, "checkAccount"); },
-     {kTimedOut, kNotConfirmed, kNotDownloaded, kTooMuch}},
-    {"purchases",
-     u"ipatool"_s,
-     u"list-purchases",
-     180s,
-     [](const Program &p) { return p.chooseApp(u"заметки"_s) && p.download(); },
-     {kTimedOut, kSaved, kNotDownloaded, kTooMuch}},
-    {"download",
-     u"ipatool"_s,
-     u"download",
-     1200s,
-     downloadMaps,
-     {kTimedOut, kDamaged, kNotDownloaded, kTooMuch}},
-    {"install",
-     u"devicezarvo"_s,
-     u"install",
-     900s,
-     install,
-     {kTimedOut, kNotInstalled, kNotInstalled, kTooMuch}},
-    {"unzip -t", u"unzip"_s, u"-tqq", 300s, downloadMaps, {kTimedOut, kSaved, kDamaged, kDamaged}},
-    {"unzip -Z1", u"unzip"_s, u"-Z1", 60s, downloadMaps, {kTimedOut, kNoList, kNoList, kTooMuch}},
-    {"unzip -Zt", u"unzip"_s, u"-Zt", 60s, downloadMaps, {kTimedOut, kNoList, kNoList, kTooMuch}},
-    {"unzip -p", u"unzip"_s, u"-p", 60s, downloadMaps, {kTimedOut, kNoInfo, kNoInfo, kNoInfo}},
-    {"sign-in",
-     u"ipatool"_s,
-     u"login",
-     300s,
-     nullptr,
-     {kSignInTimedOut, kNotSignedIn, kNotSignedIn, kSignInTimedOut}},
-    {"its code",
-     u"ipatool"_s,
-     u"code",
-     300s,
-     nullptr,
-     {kSignInTimedOut, kNotSignedIn, kNotSignedIn, kSignInTimedOut}},
+    {"poll", kPhone, u"devices", 15s, kPoll, always(kNoPhone)},
+    {"apps", kPhone, u"apps", 40s, kRead, always(kNoApps)},
+    {"account", kStore, u"info", 30s, kCheck, {kTimedOut, kNotConfirmed, kNotDownloaded, kTooMuch}},
+    {"purchases", kStore, u"list-purchases", 180s, kLookUp, {kTimedOut, kSaved, kNotDownloaded, kTooMuch}},
+    {"download", kStore, u"download", 1200s, kDownload, {kTimedOut, kDamaged, kNotDownloaded, kTooMuch}},
+    {"install", kPhone, u"install", 900s, kInstall, {kTimedOut, kNotInstalled, kNotInstalled, kTooMuch}},
+    {"unzip -t", kUnzip, u"-tqq", 300s, kDownload, {kTimedOut, kSaved, kDamaged, kDamaged}},
+    {"unzip -Z1", kUnzip, u"-Z1", 60s, kDownload, kListing},
+    {"unzip -Zt", kUnzip, u"-Zt", 60s, kDownload, kListing},
+    {"unzip -p", kUnzip, u"-p", 60s, kDownload, {kTimedOut, kNoInfo, kNoInfo, kNoInfo}},
+    {"sign-in", kStore, u"login", 300s, nullptr, kSigningIn},
+    {"its code", kStore, u"code", 300s, nullptr, kSigningIn},
 };
 
 /// The signals whose default is to end a process, or some of them: ZARVO_ROUNDS=1 tries all.
@@ -247,220 +212,175 @@ private Q_SLOTS:
         QMimeDatabase().mimeTypeForName(u"text/plain"_s); // keeps a file open from the first dialog on
         m_threads = OwnThreadCount();
     }
-    void theProbeSeesADelay();
-    void meets_data();
-    void meets();
-    void cleanupTestCase();
+    void theProbeSeesADelay()
+    {
+        probe().begin(nullptr);
+        QTimer::singleShot(0, this, [] { std::this_thread::sleep_for(2 * kAnswersWithin); });
+        EVENTUALLY(probe().longestOwn > kAnswersWithin);
+    }
+    void meets_data()
+    {
+        const Rows<const Behaviour *, const Caller *> row;
+        for (const Behaviour &behaviour : kBehaviours) {
+            for (const Caller &caller : kCallers)
+                row((QByteArray(caller.name) + ", " + behaviour.name).constData(), &behaviour, &caller);
+        }
+    }
+    void meets()
+    {
+        const auto &[behaviour, caller] = Row<const Behaviour *, const Caller *>();
+        for (const int signal : behaviour->ending == OfASignal ? signalsToTry(*caller) : QList{0}) {
+            // A disk or a machine that stood still for a moment does not do so again in the same event.
+            for (int attempt = 0; attempt < 2; ++attempt) {
+                caller->begin ? meetInTheWindow(*caller, *behaviour, signal)
+                              : meetSigningIn(*caller, *behaviour, signal);
+                if (QTest::currentTestFailed())
+                    return qWarning("signal %d", signal);
+                ++m_runs;
+                m_longestOwn = std::max(m_longestOwn, probe().longestOwn);
+                m_longest = std::max(m_longest, probe().longest);
+                if (probe().longestOwn < kAnswersWithin)
+                    break;
+                qWarning("signal %d: no answer for %lld ms", signal,
+                         static_cast<long long>(probe().longestOwn / 1ms));
+            }
+            QVERIFY2(probe().longestOwn < kAnswersWithin, "the window did not answer");
+        }
+    }
+
+    void cleanupTestCase()
+    {
+        using Milliseconds = std::chrono::duration<double, std::milli>;
+        qInfo("%d runs, %lld processes; longest event %.1f ms, by the clock on the wall %.1f ms", m_runs,
+              static_cast<long long>(m_children), Milliseconds(m_longestOwn).count(),
+              Milliseconds(m_longest).count());
+    }
 
 private:
-    static void play(Scenario &tool, const Behaviour &behaviour, int signal);
-    static void spoil(Program &program, const Caller &caller, const Behaviour &behaviour, int signal);
-    void meetInTheWindow(const Caller &caller, const Behaviour &behaviour, int signal);
-    void meetSigningIn(const Caller &caller, const Behaviour &behaviour, int signal);
-    void checkWhatIsLeft(const ScriptedTools &tools, const Caller &caller, int left);
-    void note(const Caller &caller, const Behaviour &behaviour);
-
-    struct Cell
+    static void play(Scenario &tool, const Behaviour &behaviour, int signal)
     {
-        int runs = 0;
-        LoopProbe::Time longestOwn{};
-    };
-    std::map<QByteArray, std::map<QByteArray, Cell>> m_matrix;
+        if (behaviour.before)
+            behaviour.before(tool);
+        tool.touches(spoiled.ready);
+        if (behaviour.after)
+            behaviour.after(tool);
+        if (signal > 0)
+            tool.raises(signal);
+        if (behaviour.ending == NotByItself)
+            tool.sleeps(kForever);
+    }
+
+    static void spoil(Program &program, const Caller &caller, const Behaviour &behaviour, int signal)
+    {
+        const std::lock_guard lock(spoiled.mutex);
+        spoiled.word = caller.word;
+        spoiled.endsByItself = behaviour.ending != NotByItself;
+        spoiled.ready = program.tools.filePath(u"ready"_s);
+        spoiled.unzip = program.tools.toolPath(u"unzip"_s);
+        spoiled.limits.clear();
+        spoiled.ended = 0;
+        const Rules rules = [&](Scenario &tool) { play(tool.when({caller.word}), behaviour, signal); };
+        if (Scenario unzip = program.tools.add(kUnzip); caller.tool == kUnzip)
+            rules(unzip);
+        else
+            caller.tool == kStore ? program.playStore(rules) : program.playDevice(rules);
+    }
+
+    void meetInTheWindow(const Caller &caller, const Behaviour &behaviour, int signal)
+    {
+        Program program;
+        QVERIFY(caller.word == u"apps" ? program.startWithPhone() : program.startWithApps());
+        EVENTUALLY_EQUAL(OwnThreadCount(), m_threads); // also the first poll's
+        const qsizetype descriptors = OwnDescriptorCount();
+        const qint64 memory = peakMemory();
+        spoil(program, caller, behaviour, signal);
+        probe().begin(program.find<QLabel>("statusLabel"));
+        QVERIFY(caller.begin(program));
+        const QStringView sentence = caller.sentences[behaviour.ending];
+        EVENTUALLY(spoiled.ended > 0 && probe().hasSaid(sentence) && !program.isBusy());
+
+        // What is asked quietly shows no alert, what succeeds none either; anything else one, with the
+        // sentence.
+        const bool isQuiet = caller.limit == 15s || caller.limit == 40s || sentence == kSaved;
+        EVENTUALLY_EQUAL(program.alert() != nullptr, !isQuiet);
+        if (program.alert()) {
+            QCOMPARE(program.alert()->findChildren<QLabel *>().value(1)->text(), program.status());
+            QCOMPARE(program.status().count(u'\n'), sentence.contains(u'\n') ? 2 : 0);
+            QVERIFY(program.answerAlert(u"Понятно"_s));
+        }
+        QCOMPARE_LT(peakMemory() - memory, kMemoryForFlood);
+        {
+            const std::lock_guard lock(spoiled.mutex);
+            spoiled.word = {};
+            for (const auto limit : spoiled.limits)
+                QCOMPARE(limit, caller.limit);
+        }
+        EVENTUALLY_EQUAL(PrivateFoldersIn(program.temporary.path()) +
+                             PrivateFoldersIn(program.destination.path(), u".zarvo-"),
+                         QStringList());
+        checkWhatIsLeft(program.tools, caller, behaviour.left);
+        EVENTUALLY_EQUAL(OwnDescriptorCount(), descriptors);
+    }
+
+    void meetSigningIn(const Caller &caller, const Behaviour &behaviour, int signal)
+    {
+        SignIn signIn;
+        spoiled.ready = signIn.tools.filePath(u"ready"_s);
+        {
+            Scenario tool = signIn.tools.add(caller.tool);
+            if (caller.word == u"code")
+                UntilCode(tool).prints(kCodePrompt).awaits(signIn.tools.filePath(u"asked"_s));
+            play(tool, behaviour, signal);
+        }
+        QVERIFY(signIn.open());
+        const qsizetype descriptors = OwnDescriptorCount();
+        probe().begin(signIn.find<QLabel>("message"));
+        QVERIFY(signIn.start());
+        if (caller.word == u"code")
+            EVENTUALLY_EQUAL(signIn.message(), kEnterCode);
+        signIn.tools.touch(u"asked"_s);
+        EVENTUALLY(QFile::exists(spoiled.ready));
+        const QStringView sentence = caller.sentences[behaviour.ending];
+        if (sentence == kSignInTimedOut)
+            signIn.now += caller.limit + 1ms;
+        EVENTUALLY_EQUAL(signIn.message(), sentence);
+        QVERIFY(signIn.isEditing());
+        EVENTUALLY(signIn.running().isEmpty());
+        checkWhatIsLeft(signIn.tools, caller, 0);
+        EVENTUALLY_EQUAL(OwnDescriptorCount(), descriptors);
+    }
+
+    // Whoever is left by the rules is ended here; then nobody may be, and no thread that watched over them.
+    void checkWhatIsLeft(const ScriptedTools &tools, const Caller &caller, int left)
+    {
+        QList<pid_t> hostile;
+        for (const QJsonObject &child :
+             tools.events(caller.tool, u"call") + tools.events(caller.tool, u"grandchild"))
+            hostile.append(child.value("pid"_L1).toInt());
+        const qsizetype spoiledRuns = caller.begin ? static_cast<qsizetype>(spoiled.limits.size()) : 1;
+        EVENTUALLY_EQUAL(std::count_if(hostile.begin(), hostile.end(), IsProcessAlive), left * spoiledRuns);
+        m_children += hostile.size();
+        for (const pid_t pid : hostile) {
+            if (left > 0 && IsProcessAlive(pid))
+                ::kill(pid, SIGKILL);
+        }
+        EVENTUALLY_EQUAL(OwnChildren(), QList<pid_t>());
+        EVENTUALLY_EQUAL(OwnThreadCount(), m_threads);
+    }
+
+    int m_runs = 0;
+    LoopProbe::Time m_longestOwn{};
     LoopProbe::Time m_longest{};
     qsizetype m_children = 0;
     qsizetype m_threads = 0;
 };
-
-void HostileChildrenTest::theProbeSeesADelay()
-{
-    probe().begin(nullptr);
-    QTimer::singleShot(0, this, [] { std::this_thread::sleep_for(2 * kAnswersWithin); });
-    EVENTUALLY(probe().longestOwn > kAnswersWithin);
-}
-
-void HostileChildrenTest::meets_data()
-{
-    QTest::addColumn<const Behaviour *>("behaviour");
-    QTest::addColumn<const Caller *>("caller");
-    for (const Behaviour &behaviour : kBehaviours) {
-        for (const Caller &caller : kCallers)
-            QTest::addRow("%s, %s", caller.name, behaviour.name) << &behaviour << &caller;
-    }
-}
-
-void HostileChildrenTest::meets()
-{
-    QFETCH(const Behaviour *const, behaviour);
-    QFETCH(const Caller *const, caller);
-    for (const int signal : behaviour->ending == OfASignal ? signalsToTry(*caller) : QList{0}) {
-        // A disk or a machine that stood still for a moment does not do so again in the same event.
-        for (int attempt = 0; attempt < 2; ++attempt) {
-            caller->begin ? meetInTheWindow(*caller, *behaviour, signal)
-                          : meetSigningIn(*caller, *behaviour, signal);
-            if (QTest::currentTestFailed())
-                return qWarning("signal %d", signal);
-            note(*caller, *behaviour);
-            if (probe().longestOwn < kAnswersWithin)
-                break;
-            qWarning("signal %d: no answer for %lld ms", signal,
-                     static_cast<long long>(probe().longestOwn / 1ms));
-        }
-        QVERIFY2(probe().longestOwn < kAnswersWithin, "the window did not answer");
-    }
-}
-
-void HostileChildrenTest::play(Scenario &tool, const Behaviour &behaviour, int signal)
-{
-    if (behaviour.before)
-        behaviour.before(tool);
-    tool.touches(spoiled.ready);
-    if (behaviour.after)
-        behaviour.after(tool);
-    if (signal > 0)
-        tool.raises(signal);
-    if (behaviour.ending == NotByItself)
-        tool.sleeps(kForever);
-}
-
-void HostileChildrenTest::spoil(Program &program, const Caller &caller, const Behaviour &behaviour,
-                                int signal)
-{
-    const std::lock_guard lock(spoiled.mutex);
-    spoiled.word = caller.word;
-    spoiled.endsByItself = behaviour.ending != NotByItself;
-    spoiled.ready = program.tools.filePath(u"ready"_s);
-    spoiled.unzip = program.tools.toolPath(u"unzip"_s);
-    spoiled.limits.clear();
-    spoiled.ended = 0;
-    const Rules rules = [&](Scenario &tool) { play(tool.when({caller.word}), behaviour, signal); };
-    if (caller.tool == "ipatool"_L1)
-        program.playStore(rules);
-    else if (caller.tool == "devicezarvo"_L1)
-        program.playDevice(rules);
-    else
-        program.playUnzip(rules);
-}
-
-void HostileChildrenTest::meetInTheWindow(const Caller &caller, const Behaviour &behaviour, int signal)
-{
-    Program program;
-    QVERIFY(caller.word == u"apps" ? program.startWithPhone() : program.startWithApps());
-    EVENTUALLY_EQUAL(OwnThreadCount(), m_threads); // also the first poll's
-    const qsizetype descriptors = OwnDescriptorCount();
-    const qint64 memory = peakMemory();
-    spoil(program, caller, behaviour, signal);
-    probe().begin(program.find<QLabel>("statusLabel"));
-    QVERIFY(caller.begin(program));
-    const QStringView sentence = caller.sentences[behaviour.ending];
-    EVENTUALLY(spoiled.ended > 0 && probe().hasSaid(sentence) && !program.isBusy());
-
-    // What is asked quietly shows no alert, what succeeds none either; anything else one, with the sentence.
-    const bool isQuiet = caller.limit == 15s || caller.limit == 40s || sentence == kSaved;
-    EVENTUALLY_EQUAL(program.alert() != nullptr, !isQuiet);
-    if (program.alert()) {
-        QCOMPARE(program.alert()->findChildren<QLabel *>().value(1)->text(), program.status());
-        QCOMPARE(program.status().count(u'\n'), sentence.contains(u'\n') ? 2 : 0);
-        QVERIFY(program.answerAlert(u"Понятно"_s));
-    }
-    QCOMPARE_LT(peakMemory() - memory, kMemoryForFlood);
-    {
-        const std::lock_guard lock(spoiled.mutex);
-        spoiled.word = {};
-        for (const auto limit : spoiled.limits)
-            QCOMPARE(limit, caller.limit);
-    }
-    EVENTUALLY_EQUAL(PrivateFoldersIn(program.temporary.path()) +
-                         PrivateFoldersIn(program.destination.path(), u".zarvo-"),
-                     QStringList());
-    checkWhatIsLeft(program.tools, caller, behaviour.left);
-    EVENTUALLY_EQUAL(OwnDescriptorCount(), descriptors);
-}
-
-void HostileChildrenTest::meetSigningIn(const Caller &caller, const Behaviour &behaviour, int signal)
-{
-    SignIn signIn;
-    spoiled.ready = signIn.tools.filePath(u"ready"_s);
-    {
-        Scenario tool = signIn.tools.add(caller.tool);
-        if (caller.word == u"code")
-            UntilCode(tool).prints(kCodePrompt).awaits(signIn.tools.filePath(u"asked"_s));
-        play(tool, behaviour, signal);
-    }
-    QVERIFY(signIn.open());
-    const qsizetype descriptors = OwnDescriptorCount();
-    probe().begin(signIn.find<QLabel>("message"));
-    QVERIFY(signIn.start());
-    if (caller.word == u"code")
-        EVENTUALLY_EQUAL(signIn.message(), kEnterCode);
-    signIn.tools.touch(u"asked"_s);
-    EVENTUALLY(QFile::exists(spoiled.ready));
-    const QStringView sentence = caller.sentences[behaviour.ending];
-    if (sentence == kSignInTimedOut)
-        signIn.now += caller.limit + 1ms;
-    EVENTUALLY_EQUAL(signIn.message(), sentence);
-    QVERIFY(signIn.isEditing());
-    EVENTUALLY(signIn.running().isEmpty());
-    checkWhatIsLeft(signIn.tools, caller, 0);
-    EVENTUALLY_EQUAL(OwnDescriptorCount(), descriptors);
-}
-
-// Whoever is left by the rules is ended here; then nobody may be, and no thread that watched over them.
-void HostileChildrenTest::checkWhatIsLeft(const ScriptedTools &tools, const Caller &caller, int left)
-{
-    QList<pid_t> hostile;
-    for (const QJsonObject &child :
-         tools.events(caller.tool, u"call") + tools.events(caller.tool, u"grandchild"))
-        hostile.append(child.value("pid"_L1).toInt());
-    const auto alive = [&] { return std::count_if(hostile.begin(), hostile.end(), IsProcessAlive); };
-    const qsizetype spoiledRuns = caller.begin ? static_cast<qsizetype>(spoiled.limits.size()) : 1;
-    EVENTUALLY_EQUAL(alive(), left * spoiledRuns);
-    m_children += hostile.size();
-    for (const pid_t pid : hostile) {
-        if (left > 0 && IsProcessAlive(pid))
-            ::kill(pid, SIGKILL);
-    }
-    EVENTUALLY_EQUAL(OwnChildren(), QList<pid_t>());
-    EVENTUALLY_EQUAL(OwnThreadCount(), m_threads);
-}
-
-void HostileChildrenTest::note(const Caller &caller, const Behaviour &behaviour)
-{
-    Cell &cell = m_matrix[behaviour.name][caller.name];
-    ++cell.runs;
-    cell.longestOwn = std::max(cell.longestOwn, probe().longestOwn);
-    m_longest = std::max(m_longest, probe().longest);
-}
-
-void HostileChildrenTest::cleanupTestCase()
-{
-    const auto inMilliseconds = [](LoopProbe::Time time) { return static_cast<double>(time.count()) / 1e6; };
-    constexpr int kFirst = 38;
-    constexpr int kColumn = 10;
-    QString table = u"runs/longest own work, ms"_s.leftJustified(kFirst);
-    for (const Caller &caller : kCallers)
-        table += QString::fromLatin1(caller.name).rightJustified(kColumn);
-    Cell all;
-    for (const Behaviour &behaviour : kBehaviours) {
-        table += u'\n' + QString::fromLatin1(behaviour.name).leftJustified(kFirst);
-        for (const Caller &caller : kCallers) {
-            const Cell cell = m_matrix[behaviour.name][caller.name];
-            all = {all.runs + cell.runs, std::max(all.longestOwn, cell.longestOwn)};
-            table += u"%1/%2"_s.arg(cell.runs)
-                         .arg(inMilliseconds(cell.longestOwn), 0, 'f', 0)
-                         .rightJustified(kColumn);
-        }
-    }
-    qInfo("\n%s\n%d runs, %lld processes; longest event %.1f ms, by the clock on the wall %.1f ms",
-          qPrintable(table), all.runs, static_cast<long long>(m_children), inMilliseconds(all.longestOwn),
-          inMilliseconds(m_longest));
-}
 
 int main(int argc, char **argv)
 {
     Program::isolate();
     LoopProbe application(argc, argv);
     HostileChildrenTest test;
-    // The toolkit's warnings of what its platform cannot do would use up the messages before the table comes.
+    // The toolkit's warnings of what its platform cannot do would use up the messages before the figures.
     return QTest::qExec(&test, LoopProbe::arguments() + QStringList{u"-maxwarnings"_s, u"0"_s});
 }
 

@@ -1,17 +1,19 @@
 #include "app/piloted_program.h"
 #include "ipa_writer.h"
+#include "support/files.h"
+#include "support/rows.h"
 #include "support/scripted_tools.h"
 
 #include <QCryptographicHash>
 #include <QDir>
+#include <QElapsedTimer>
+#include <QJsonArray>
 #include <QJsonDocument>
 #include <QProcess>
 #include <QRandomGenerator>
-#include <QTest>
 
 #include <algorithm>
 #include <csignal>
-#include <functional>
 #include <map>
 
 using namespace std::chrono_literals;
@@ -26,61 +28,40 @@ constexpr qint64 kSmall = 2'000'000;
 constexpr qint64 kLarge = 500'000'000; // a check of it by unzip takes a good part of a second
 // What is promised is half a second; a loaded machine or a sanitizer takes longer, but nothing is waited for.
 constexpr auto kNoWaiting = 4s;
+const QString kID = u"com.example.app0"_s;
 const QByteArray kForeign = "somebody else's";
-
-/// How often a test repeats what it does: ZARVO_ROUNDS=50 to measure, a sample in the usual run.
-int rounds(int sample)
-{
-    const int wanted = qEnvironmentVariableIntValue("ZARVO_ROUNDS");
-    return wanted > 0 ? wanted : sample;
-}
 
 QByteArray hashOf(const QString &path)
 {
-    QFile file(path);
-    QCryptographicHash hash(QCryptographicHash::Sha1);
-    return file.open(QIODevice::ReadOnly) && hash.addData(&file) ? hash.result() : QByteArray();
+    return QCryptographicHash::hash(ContentOf(path), QCryptographicHash::Sha1);
 }
 
-QString appID(int number)
+/// What a tool is like that the program leaves in the middle of its work.
+struct Nature
 {
-    return u"com.example.app%1"_s.arg(number);
-}
+    const char *name = nullptr;
+    bool isStubborn = false; ///< heeds neither SIGTERM nor SIGHUP
+    bool stops = false;
+    bool hasStubbornChild = false;
+};
+const Nature kNatures[] = {
+    {"heeds SIGTERM"},
+    {"heeds nothing", true},
+    {"stopped", false, true},
+    {"its child heeds nothing", false, false, true},
+    {"both heed nothing", true, false, true},
+};
 
-using Way = std::function<void(const PilotedProgram &)>;
+// A word that the pilot understands, or a signal.
+const QStringList kOrderlyWays{u"close"_s, u"key"_s, u"SIGTERM"_s, u"SIGINT"_s, u"SIGHUP"_s};
+const QString kKilled = u"SIGKILL"_s;
 
-/// What a tool does that the program leaves in the middle of its work; the file says that it has done so.
-using Nature = std::function<void(Scenario &, const QString &ready)>;
-
-const std::map<QString, Nature> &natures()
+void end(PilotedProgram &program, const QString &way)
 {
-    static const std::map<QString, Nature> all{
-        {u"heeds SIGTERM"_s, [](Scenario &tool, const QString &ready) { tool.touches(ready); }},
-        {u"heeds nothing"_s,
-         [](Scenario &tool, const QString &ready) {
-             tool.ignoresTermination().ignores(SIGHUP).touches(ready);
-         }},
-        {u"stopped"_s, [](Scenario &tool, const QString &ready) { tool.touches(ready).stops(); }},
-        {u"its child heeds nothing"_s,
-         [](Scenario &tool, const QString &ready) { tool.leavesGrandchild(kForever, true).touches(ready); }},
-        {u"both heed nothing"_s,
-         [](Scenario &tool, const QString &ready) {
-             tool.ignoresTermination().ignores(SIGHUP).leavesGrandchild(kForever, true).touches(ready);
-         }},
-    };
-    return all;
-}
-
-const std::map<QString, Way> &orderlyWays()
-{
-    static const std::map<QString, Way> ways{
-        {u"window closed"_s, [](const PilotedProgram &program) { program.tell("close"); }},
-        {u"Ctrl+Q"_s, [](const PilotedProgram &program) { program.tell("key"); }},
-        {u"SIGTERM"_s, [](const PilotedProgram &program) { program.signal(SIGTERM); }},
-        {u"SIGINT"_s, [](const PilotedProgram &program) { program.signal(SIGINT); }},
-        {u"SIGHUP"_s, [](const PilotedProgram &program) { program.signal(SIGHUP); }},
-    };
-    return ways;
+    static const std::map<QString, int> signals{
+        {u"SIGTERM"_s, SIGTERM}, {u"SIGINT"_s, SIGINT}, {u"SIGHUP"_s, SIGHUP}, {kKilled, SIGKILL}};
+    const auto number = signals.find(way);
+    number == signals.end() ? program.tell(way.toLatin1()) : program.signal(number->second);
 }
 
 } // namespace
@@ -89,280 +70,218 @@ class QuittingTest : public QObject
 {
     Q_OBJECT
 
-private Q_SLOTS:
-    void initTestCase();
-    void cleanup();
-    void leavesNothing_data();
-    void leavesNothing();
-    void survivesAnyMoment_data();
-    void survivesAnyMoment();
-    void disk_data();
-    void disk();
-    void verifyingEnds_data();
-    void verifyingEnds();
-    void cleanupTestCase();
-
 private:
-    void play(std::chrono::milliseconds download, const QString &action = {}, const QString &nature = {});
+    // All apps have one identifier, so that one archive serves for all of them; their names differ.
+    void play(std::chrono::milliseconds download, const QString &action = {}, const Nature *nature = nullptr)
+    {
+        const QString ready = inFolder(u"ready"_s);
+        QFile::remove(ready);
+        const auto stays = [&](Scenario &tool) {
+            if (nature && nature->isStubborn)
+                tool.ignoresTermination().ignores(SIGHUP);
+            if (nature && nature->hasStubbornChild)
+                tool.leavesGrandchild(kForever, true);
+            tool.touches(ready);
+            if (nature && nature->stops)
+                tool.stops();
+            tool.sleeps(kForever);
+        };
+        QStringList apps;
+        for (int i = 0; i < kApps; ++i)
+            apps +=
+                uR"({"id":"%1","name":"App %2","version":"1.0","storeID":"%3"})"_s.arg(kID).arg(i).arg(i + 1);
+        Scenario device = m_tools.add(u"devicezarvo"_s);
+        device.when({u"devices"}).times(action == u"poll" ? 1 : kOften);
+        device.prints(uR"({"devices":[{"id":"P","name":"Phone","ios":"17"}]})");
+        stays(device.when({u"devices"}));
+        device.when({u"apps"}).prints(u"{\"apps\":[%1]}"_s.arg(apps.join(u',')));
+        stays(device.when({u"install"}));
+        device.when({}).prints(u"{\"details\":[]}");
+        Scenario store = m_tools.add(u"ipatool"_s);
+        if (action == u"check")
+            stays(store.when({u"auth", u"info"}));
+        store.when({u"auth", u"info"}).prints(u"{\"email\":\"a@example.com\",\"success\":true}");
+        stays(store.when({u"auth", u"login"}));
+        if (action == u"verify")
+            store.when({u"download"}).copies(inFolder(u"large.ipa"_s)).prints(u"{\"success\":true}");
+        store.when({u"download", u"--app-id"}).grows(kSmall, download, u"{--output}.tmp");
+        store.copies(inFolder(u"small.ipa"_s)).prints(u"{\"success\":true}");
+    }
+
     QString inFolder(const QString &name) const { return m_folder.filePath(name); }
-    bool prepareDestination();
+    /// A fresh destination, and a fresh folder for temporary files.
+    bool prepare()
+    {
+        m_tmpdir = nullptr; // with what a killed program left there
+        m_tmpdir = std::make_unique<TemporaryTmpdir>();
+        QDir(m_destination).removeRecursively();
+        QFile foreign(m_foreign);
+        return QDir().mkpath(m_destination) && foreign.open(QIODevice::WriteOnly) &&
+               foreign.write(kForeign) > 0;
+    }
+
     /// What is wrong in the destination, in words; empty when nothing is.
-    QString damage(bool orderly) const;
+    QString damage(bool orderly) const
+    {
+        if (ContentOf(m_foreign) != kForeign)
+            return u"the foreign file was touched"_s;
+        for (const QString &path : FilesBelow(m_destination, u"*.ipa"_s)) {
+            if (!path.contains(u"/.zarvo-") && path != m_foreign && hashOf(path) != m_sound)
+                return u"a half-written IPA: "_s + path;
+        }
+        for (const QString &path : FilesBelow(m_destination, u"report.json"_s)) {
+            const bool isWhole = QJsonDocument::fromJson(ContentOf(path)).array().size() == kApps;
+            if (!path.contains(u"/.zarvo-") && !isWhole)
+                return u"a broken report"_s;
+        }
+        const QStringList left = FilesBelow(m_destination, u".zarvo-*"_s) + m_tmpdir->leftovers();
+        return orderly && !left.isEmpty() ? u"left behind: "_s + left.join(u' ') : QString();
+    }
+
+    void endAndLookAround(PilotedProgram &program, const QString &way)
+    {
+        const bool orderly = way != kKilled; // else the system ends the child, and the folder stays
+        end(program, way);
+        const PilotedProgram::End ended = program.waitForEnd();
+        QCOMPARE(ended.status, orderly ? 0 : -SIGKILL);
+        QCOMPARE_LT(ended.after, kNoWaiting);
+        QCOMPARE(PilotedProgram::survivors(orderly ? 200ms : 2000ms), 0);
+        QCOMPARE(damage(orderly), QString());
+    }
 
     QTemporaryDir m_folder;
     ScriptedTools m_tools;
-    QString m_destination;
+    const QString m_destination = inFolder(u"destination"_s);
+    const QString m_foreign = m_destination + u"/App 0 1.0.ipa"_s;
     std::unique_ptr<TemporaryTmpdir> m_tmpdir;
     QByteArray m_sound;
-    std::map<QString, QList<qint64>> m_durations;
+
+private Q_SLOTS:
+    void initTestCase()
+    {
+        qputenv("QT_QPA_PLATFORM", "offscreen");
+        for (const char *folder :
+             {"XDG_RUNTIME_DIR", "XDG_CONFIG_HOME"}) // else the toolkit makes one in TMPDIR
+            qputenv(folder, QFile::encodeName(m_folder.path()));
+        for (const char *bus : {"DBUS_SESSION_BUS_ADDRESS", "DBUS_SYSTEM_BUS_ADDRESS"})
+            qputenv(bus, "unix:path=/nonexistent");
+        for (const auto &[name, padding] : {std::pair("small.ipa", kSmall), std::pair("large.ipa", kLarge)})
+            QVERIFY(
+                writeIPA(inFolder(QString::fromLatin1(name)).toStdString(), {.id = kID, .padding = padding}));
+        m_sound = hashOf(inFolder(u"small.ipa"_s));
+    }
+
+    void cleanup() { QCOMPARE(PilotedProgram::survivors(2s), 0); }
+    void leavesNothing_data()
+    {
+        const Rows<QString, QString, const Nature *> row; // what is going on, how it ends
+        const auto add = [&](const QString &action, const QString &way, const Nature *nature = nullptr) {
+            row(qPrintable(u"%1, %2, %3"_s.arg(action, way, QLatin1StringView(nature ? nature->name : ""))),
+                action, way, nature);
+        };
+        for (const QString &way : kOrderlyWays) {
+            for (const QString &action : {u"batch"_s, u"verify"_s})
+                add(action, way);
+        }
+        for (const QString &action : {u"check"_s, u"poll"_s, u"install"_s, u"login"_s}) {
+            for (const Nature &nature : kNatures)
+                add(action, u"SIGTERM"_s, &nature);
+        }
+        add(u"check"_s, kKilled, &kNatures[1]);
+        add(u"idle"_s, u"SIGTERM"_s);
+        add(u"info"_s, u"SIGTERM"_s);
+        add(u"info"_s, u"close"_s);
+    }
+
+    void leavesNothing()
+    {
+        const auto &[action, way, nature] = Row<QString, QString, const Nature *>();
+        for (int round = 0; round < Rounds(1); ++round) {
+            QVERIFY(prepare());
+            play(2s, action, nature);
+            PilotedProgram program;
+            QVERIFY(program.start(m_tools.path(), m_destination, action, inFolder(u"small.ipa"_s)));
+            QVERIFY2(program.waitForLine("at work"), program.printed().constData());
+            QTRY_VERIFY_WITH_TIMEOUT(!nature || QFile::exists(inFolder(u"ready"_s)), 20'000);
+            endAndLookAround(program, way);
+        }
+    }
+
+    void survivesAnyMoment_data()
+    {
+        const Rows<QString, QString> row;
+        for (const QString &action : {u"download"_s, u"batch"_s}) {
+            for (const QString &way : {kKilled, u"SIGTERM"_s, u"close"_s})
+                row(qPrintable(action + u", "_s + way), action, way);
+        }
+    }
+
+    void survivesAnyMoment()
+    {
+        const auto &[action, way] = Row<QString, QString>();
+        play(20ms);
+        PilotedProgram whole;
+        QVERIFY(prepare());
+        QVERIFY(whole.start(m_tools.path(), m_destination, action) && whole.waitForLine("ready"));
+        QElapsedTimer clock;
+        clock.start();
+        QVERIFY2(whole.waitForLine("done"), whole.printed().constData());
+        const int duration = static_cast<int>(clock.elapsed());
+        whole.tell("close");
+        QCOMPARE(whole.waitForEnd().status, 0);
+
+        for (int round = 0; round < Rounds(4); ++round) {
+            QVERIFY(prepare());
+            PilotedProgram program;
+            QVERIFY(program.start(m_tools.path(), m_destination, action) && program.waitForLine("ready"));
+            QTest::qSleep(QRandomGenerator::global()->bounded(duration * 5 / 4 + 1));
+            endAndLookAround(program, way);
+        }
+    }
+
+    void disk_data()
+    {
+        const Rows<QString, QString, QString> row; // options of the disk, what is said
+        row("download onto a full disk", u"download"_s, u"size=1m"_s, u"Загрузку выполнить не удалось"_s);
+        row("batch onto a full disk", u"batch"_s, u"size=1m"_s, u"ошибок: %1"_s.arg(kApps));
+        row("batch onto a read-only disk", u"batch"_s, u"size=1m,ro"_s, u"только для чтения"_s);
+    }
+
+    // The disk is a tmpfs of its own. Where the system allows none, this fails: the promise would be
+    // unchecked.
+    void disk()
+    {
+        const auto &[action, options, said] = Row<QString, QString, QString>();
+        play(20ms);
+        QVERIFY(prepare());
+        PilotedProgram program;
+        QVERIFY(program.start(m_tools.path(), m_destination, action, {}, options));
+        QVERIFY2(program.waitForLine("done"), program.printed().constData());
+        QVERIFY2(program.printed().contains(said.toUtf8()), program.printed().constData());
+        const QString inside = program.pathInside(m_destination);
+        QCOMPARE(FilesBelow(inside, u"*.ipa"_s) + FilesBelow(inside, u".zarvo-*"_s), QStringList());
+        program.signal(SIGTERM);
+        QCOMPARE(program.waitForEnd().status, 0);
+    }
+
+    // The verifying mode dies of the signal, as a shell expects, but not before it has tidied up.
+    void verifyingEnds()
+    {
+        for (const int number : {SIGTERM, SIGINT, SIGHUP}) {
+            QVERIFY(prepare());
+            QProcess program;
+            program.start(QString::fromLocal8Bit(ZARVO_EXECUTABLE),
+                          {u"--verify-ipa"_s, inFolder(u"large.ipa"_s), kID});
+            QVERIFY(program.waitForStarted());
+            QTRY_VERIFY(!m_tmpdir->leftovers().isEmpty());
+            ::kill(static_cast<pid_t>(program.processId()), number);
+            QVERIFY(program.waitForFinished());
+            QCOMPARE(program.exitStatus(), QProcess::CrashExit);
+            QCOMPARE(program.exitCode(), number);
+            QCOMPARE(m_tmpdir->leftovers(), QStringList());
+        }
+    }
 };
-
-void QuittingTest::initTestCase()
-{
-    qputenv("QT_QPA_PLATFORM", "offscreen");
-    qputenv("XDG_RUNTIME_DIR", QFile::encodeName(inFolder({}))); // else the toolkit makes one in TMPDIR
-    qputenv("XDG_CONFIG_HOME", QFile::encodeName(inFolder(u"config"_s)));
-    qputenv("DBUS_SESSION_BUS_ADDRESS", "unix:path=/nonexistent");
-    qputenv("DBUS_SYSTEM_BUS_ADDRESS", "unix:path=/nonexistent");
-    const auto make = [this](const QString &name, const QString &id, qint64 padding) {
-        return writeIPA(QFile::encodeName(inFolder(name)).toStdString(), {.id = id, .padding = padding});
-    };
-    QVERIFY(make(u"small.ipa"_s, appID(0), kSmall));
-    QVERIFY(make(u"large.ipa"_s, appID(0), kLarge));
-    m_sound = hashOf(inFolder(u"small.ipa"_s));
-    m_destination = inFolder(u"destination"_s);
-    m_tmpdir = std::make_unique<TemporaryTmpdir>();
-}
-
-void QuittingTest::cleanup()
-{
-    QCOMPARE(PilotedProgram::survivors(2s), 0);
-}
-
-// All apps have one identifier, so that one archive serves for all of them; their names differ.
-void QuittingTest::play(std::chrono::milliseconds download, const QString &action, const QString &nature)
-{
-    const QString ready = inFolder(u"ready"_s);
-    QFile::remove(ready);
-    const auto stays = [&](Scenario &tool) {
-        if (!nature.isEmpty())
-            natures().at(nature)(tool, ready);
-        tool.sleeps(kForever);
-    };
-    QByteArray apps = "{\"apps\":[";
-    for (int i = 0; i < kApps; ++i)
-        apps += QStringLiteral(R"(%1{"id":"%2","name":"App %3","version":"1.0","storeID":"%4"})")
-                    .arg(i ? u","_s : u""_s, appID(0))
-                    .arg(i)
-                    .arg(i + 1)
-                    .toUtf8();
-    Scenario device = m_tools.add(u"devicezarvo"_s);
-    device.when({u"devices"}).times(action == u"poll" ? 1 : kOften);
-    device.prints(uR"({"devices":[{"id":"P","name":"Phone","ios":"17"}]})");
-    stays(device.when({u"devices"}));
-    device.when({u"apps"}).prints(QString::fromUtf8(apps + "]}"));
-    stays(device.when({u"install"}));
-    device.when({u"info"}).prints(u"{\"details\":[]}");
-    device.when({u"battery"}).prints(u"{\"details\":[]}");
-    Scenario store = m_tools.add(u"ipatool"_s);
-    if (action == u"check")
-        stays(store.when({u"auth", u"info"}));
-    store.when({u"auth", u"info"}).prints(u"{\"email\":\"a@example.com\",\"success\":true}");
-    stays(store.when({u"auth", u"login"}));
-    if (action == u"verify")
-        store.when({u"download"}).copies(inFolder(u"large.ipa"_s)).prints(u"{\"success\":true}");
-    store.when({u"download", u"--app-id"})
-        .grows(kSmall, download, u"{--output}.tmp")
-        .copies(inFolder(u"small.ipa"_s))
-        .prints(u"{\"success\":true}");
-}
-
-bool QuittingTest::prepareDestination()
-{
-    QDir(m_destination).removeRecursively();
-    QFile foreign(m_destination + u"/App 0 1.0.ipa"_s);
-    return QDir().mkpath(m_destination) && foreign.open(QIODevice::WriteOnly) && foreign.write(kForeign) > 0;
-}
-
-QString QuittingTest::damage(bool orderly) const
-{
-    QFile foreign(m_destination + u"/App 0 1.0.ipa"_s);
-    if (!foreign.open(QIODevice::ReadOnly) || foreign.readAll() != kForeign)
-        return u"the foreign file was touched"_s;
-    for (const QString &path : FilesBelow(m_destination, u"*.ipa"_s)) {
-        if (!path.contains(u"/.zarvo-") && path != foreign.fileName() && hashOf(path) != m_sound)
-            return u"a half-written IPA: "_s + path;
-    }
-    for (const QString &path : FilesBelow(m_destination, u"report.json"_s)) {
-        QFile report(path);
-        const bool isWhole = report.open(QIODevice::ReadOnly) &&
-                             QJsonDocument::fromJson(report.readAll()).array().size() == kApps;
-        if (!path.contains(u"/.zarvo-") && !isWhole)
-            return u"a broken report"_s;
-    }
-    const QStringList left = FilesBelow(m_destination, u".zarvo-*"_s) + m_tmpdir->leftovers();
-    return orderly && !left.isEmpty() ? u"left behind: "_s + left.join(u' ') : QString();
-}
-
-void QuittingTest::leavesNothing_data()
-{
-    QTest::addColumn<QString>("action");
-    QTest::addColumn<QString>("way");
-    QTest::addColumn<QString>("nature"); // of the tool; empty: not asked for
-    for (const auto &[way, act] : orderlyWays()) {
-        for (const QString &action : {u"batch"_s, u"verify"_s})
-            QTest::addRow("%s, %s", qPrintable(action), qPrintable(way)) << action << way << QString();
-    }
-    for (const QString &action : {u"check"_s, u"poll"_s, u"install"_s, u"login"_s}) {
-        for (const auto &[nature, play] : natures())
-            QTest::addRow("%s, %s", qPrintable(action), qPrintable(nature))
-                << action << u"SIGTERM"_s << nature;
-    }
-    QTest::newRow("check, heeds nothing, SIGKILL") << u"check"_s << u"SIGKILL"_s << u"heeds nothing"_s;
-    QTest::newRow("idle") << u"idle"_s << u"SIGTERM"_s << QString();
-    for (const QString &way : {u"SIGTERM"_s, u"window closed"_s})
-        QTest::addRow("info, %s", qPrintable(way)) << u"info"_s << way << QString();
-}
-
-void QuittingTest::leavesNothing()
-{
-    QFETCH(const QString, action);
-    QFETCH(const QString, way);
-    QFETCH(const QString, nature);
-    const bool orderly = way != u"SIGKILL"; // else the system ends the child, and the folder stays
-    for (int round = 0; round < rounds(1); ++round) {
-        QVERIFY(prepareDestination());
-        m_tmpdir = nullptr;
-        m_tmpdir = std::make_unique<TemporaryTmpdir>();
-        play(2s, action, nature);
-        PilotedProgram program;
-        QVERIFY(program.start(m_tools.path(), m_destination, action, inFolder(u"small.ipa"_s)));
-        QVERIFY2(program.waitForLine("at work"), program.printed().constData());
-        QTRY_VERIFY_WITH_TIMEOUT(nature.isEmpty() || QFile::exists(inFolder(u"ready"_s)), 20'000);
-        orderly ? orderlyWays().at(way)(program) : program.signal(SIGKILL);
-        const PilotedProgram::End end = program.waitForEnd();
-        QCOMPARE(end.status, orderly ? 0 : -SIGKILL);
-        QVERIFY2(end.after < kNoWaiting, qPrintable(u"%1 ms"_s.arg(end.after.count())));
-        m_durations[way].append(end.after.count());
-        QCOMPARE(PilotedProgram::survivors(orderly ? 200ms : 2000ms), 0);
-        QCOMPARE(damage(orderly), QString());
-    }
-}
-
-void QuittingTest::survivesAnyMoment_data()
-{
-    QTest::addColumn<QString>("action");
-    QTest::addColumn<QString>("way");
-    for (const QString &action : {u"download"_s, u"batch"_s}) {
-        for (const QString &way : {u"SIGKILL"_s, u"SIGTERM"_s, u"window closed"_s})
-            QTest::addRow("%s, %s", qPrintable(action), qPrintable(way)) << action << way;
-    }
-}
-
-void QuittingTest::survivesAnyMoment()
-{
-    QFETCH(const QString, action);
-    QFETCH(const QString, way);
-    play(20ms);
-    const bool orderly = way != u"SIGKILL";
-    PilotedProgram whole;
-    QVERIFY(prepareDestination());
-    QVERIFY(whole.start(m_tools.path(), m_destination, action) && whole.waitForLine("ready"));
-    QElapsedTimer clock;
-    clock.start();
-    QVERIFY2(whole.waitForLine("done"), whole.printed().constData());
-    const int duration = static_cast<int>(clock.elapsed());
-    whole.tell("close");
-    QCOMPARE(whole.waitForEnd().status, 0);
-
-    qsizetype published = 0;
-    for (int round = 0; round < rounds(4); ++round) {
-        QVERIFY(prepareDestination());
-        m_tmpdir = nullptr; // what a killed program left there
-        m_tmpdir = std::make_unique<TemporaryTmpdir>();
-        PilotedProgram program;
-        QVERIFY(program.start(m_tools.path(), m_destination, action) && program.waitForLine("ready"));
-        QTest::qSleep(QRandomGenerator::global()->bounded(duration * 5 / 4 + 1));
-        orderly ? orderlyWays().at(way)(program) : program.signal(SIGKILL);
-        const PilotedProgram::End end = program.waitForEnd();
-        QCOMPARE(end.status, orderly ? 0 : -SIGKILL);
-        if (orderly)
-            m_durations[way].append(end.after.count());
-        QCOMPARE(PilotedProgram::survivors(orderly ? 200ms : 2000ms), 0);
-        QCOMPARE(damage(orderly), QString());
-        published += FilesBelow(m_destination, u"*.ipa"_s).size() - 1;
-    }
-    qInfo("%d moments within %d ms, %lld IPAs had been published, no damage", rounds(4), duration,
-          static_cast<long long>(published));
-}
-
-void QuittingTest::disk_data()
-{
-    QTest::addColumn<QString>("action");
-    QTest::addColumn<QByteArray>("options");
-    QTest::addColumn<QString>("said");
-    QTest::newRow("download onto a full disk")
-        << u"download"_s << QByteArray("size=1m") << u"Загрузку выполнить не удалось"_s;
-    QTest::newRow("batch onto a full disk")
-        << u"batch"_s << QByteArray("size=1m") << u"ошибок: %1"_s.arg(kApps);
-    QTest::newRow("batch onto a read-only disk")
-        << u"batch"_s << QByteArray("size=1m,ro") << u"только для чтения"_s;
-}
-
-// The disk is a tmpfs of its own. Where the system allows none, this fails: the promise would be unchecked.
-void QuittingTest::disk()
-{
-    QFETCH(const QString, action);
-    QFETCH(const QByteArray, options);
-    QFETCH(const QString, said);
-    play(20ms);
-    QVERIFY(prepareDestination());
-    PilotedProgram program;
-    QVERIFY(program.start(m_tools.path(), m_destination, action, {}, options));
-    QVERIFY2(program.waitForLine("done"), program.printed().constData());
-    QVERIFY2(program.printed().contains(said.toUtf8()), program.printed().constData());
-    const QString inside = program.pathInside(m_destination);
-    QCOMPARE(FilesBelow(inside, u"*.ipa"_s) + FilesBelow(inside, u".zarvo-*"_s), QStringList());
-    program.signal(SIGTERM);
-    QCOMPARE(program.waitForEnd().status, 0);
-}
-
-void QuittingTest::verifyingEnds_data()
-{
-    QTest::addColumn<int>("number");
-    QTest::newRow("SIGTERM") << SIGTERM;
-    QTest::newRow("SIGINT") << SIGINT;
-    QTest::newRow("SIGHUP") << SIGHUP;
-}
-
-// The verifying mode dies of the signal, as a shell expects, but not before it has tidied up.
-void QuittingTest::verifyingEnds()
-{
-    QFETCH(const int, number);
-    m_tmpdir = nullptr;
-    m_tmpdir = std::make_unique<TemporaryTmpdir>();
-    QProcess program;
-    program.start(QString::fromLocal8Bit(ZARVO_EXECUTABLE),
-                  {u"--verify-ipa"_s, inFolder(u"large.ipa"_s), appID(0)});
-    QVERIFY(program.waitForStarted());
-    QTRY_VERIFY(!m_tmpdir->leftovers().isEmpty());
-    ::kill(static_cast<pid_t>(program.processId()), number);
-    QVERIFY(program.waitForFinished());
-    QCOMPARE(program.exitStatus(), QProcess::CrashExit);
-    QCOMPARE(program.exitCode(), number);
-    QCOMPARE(m_tmpdir->leftovers(), QStringList());
-}
-
-void QuittingTest::cleanupTestCase()
-{
-    for (auto &[way, durations] : m_durations) {
-        std::sort(durations.begin(), durations.end());
-        qInfo("%s, %lld times: median %lld ms, worst %lld ms", qPrintable(way),
-              static_cast<long long>(durations.size()),
-              static_cast<long long>(durations[durations.size() / 2]),
-              static_cast<long long>(durations.last()));
-    }
-}
 
 QTEST_GUILESS_MAIN(QuittingTest)
 #include "tst_quitting.moc"

@@ -1,4 +1,6 @@
+// The main window, and the jobs that are seen in it.
 #include "app/shown_text.h"
+#include "app/spinner.h"
 #include "app/view_factories.h"
 #include "app/window_fixture.h"
 
@@ -7,7 +9,6 @@
 #include <QClipboard>
 #include <QHeaderView>
 #include <QMainWindow>
-#include <QMenuBar>
 #include <QScrollArea>
 #include <QScrollBar>
 
@@ -17,17 +18,9 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-/// What the widget reads: the text of a label or button, the placeholder of a field.
-QString reading(const QWidget *widget)
-{
-    if (const auto *label = qobject_cast<const QLabel *>(widget))
-        return label->text();
-    if (const auto *button = qobject_cast<const QAbstractButton *>(widget))
-        return button->text();
-    if (const auto *field = qobject_cast<const QLineEdit *>(widget))
-        return field->placeholderText();
-    return {};
-}
+const QString kConnect = u"Подключите iPhone кабелем и выберите его в списке."_s;
+const QString kFound = u"iPhone найден. Выберите устройство в списке выше."_s;
+const QString kNotConfirmed = u"Вход не подтверждён. Выполните вход в Apple Account."_s;
 
 QString accessibleName(QObject *object)
 {
@@ -40,210 +33,228 @@ class WindowTest : public ProgramTest
 {
     Q_OBJECT
 
-private:
-    /// The content's widgets that are visible and read something or take the focus, from the top left.
-    QWidgetList inReadingOrder() const;
-
 private Q_SLOTS:
-    void readsAsAgreed();
-    void tabsInReadingOrder();
-    void keepsItsSize();
-    void keepsColumnsWide();
-    void boundsForeignTexts();
-    void editsWhatHasTheFocus();
-    void tellsScreenReaders();
+    void tabsInReadingOrder()
+    {
+        QVERIFY(m->startWithApps() && m->chooseApp(u"Карты"_s));
+        QVERIFY(m->download());
+        EVENTUALLY(!m->isBusy());
+        QWidget *content = qobject_cast<QMainWindow *>(m->window())->centralWidget();
+        const QWidget *scrolling = m->window()->findChild<FlippedView *>();
+        QWidgetList expected = content->findChildren<QWidget *>();
+        expected.removeIf([](const QWidget *widget) {
+            return !widget->isVisible() || !widget->isEnabled() || !(widget->focusPolicy() & Qt::TabFocus);
+        });
+        QCOMPARE(expected.size(), 17);
+        const auto place = [content, scrolling](const QWidget *widget) {
+            const QPoint center = widget->mapTo(content, widget->rect().center());
+            // Those of one row differ by a pixel.
+            return std::tuple(!scrolling->isAncestorOf(widget), center.y() / 4, center.x());
+        };
+        std::sort(expected.begin(), expected.end(), [&](auto *a, auto *b) { return place(a) < place(b); });
+        expected.first()->setFocus();
+        for (const QWidget *next : std::as_const(expected)) {
+            QCOMPARE(QApplication::focusWidget(), next);
+            QTest::keyClick(QApplication::focusWidget(), Qt::Key_Tab);
+        }
+        QCOMPARE(QApplication::focusWidget(), expected.first());
+    }
+
+    void keepsItsSize()
+    {
+        QVERIFY(m->startWithPhone());
+        m->window()->resize(100, 100);
+        EVENTUALLY_EQUAL(m->window()->size(), QSize(850, 600));
+        auto *scroll = m->window()->findChild<QScrollArea *>();
+        EVENTUALLY(scroll->verticalScrollBar()->maximum() > 0);
+        QCOMPARE(scroll->horizontalScrollBar()->maximum(), 0);
+        // What the last action came to is in sight all the same.
+        for (const char *name : {"statusLabel", "transferLabel", "cancelButton"}) {
+            const auto *view = m->find<QWidget>(name);
+            const QRect place(view->mapTo(m->window(), QPoint()), view->size());
+            QVERIFY2(m->window()->rect().contains(place), name);
+        }
+        const auto *table = m->find<QTableView>("table");
+        QHeaderView *header = table->horizontalHeader();
+        for (const auto &[column, least] : {std::pair(0, 140), std::pair(1, 80), std::pair(2, 140)}) {
+            header->resizeSection(column, 10);
+            QVERIFY(header->sectionSize(column) >= Scaled(least));
+        }
+        QCOMPARE(header->length(), table->viewport()->width()); // the last one takes what is left
+        header->resizeSection(0, 2000);
+        QCOMPARE(header->sectionSize(2), Scaled(140)); // as narrow as it may be
+    }
+
+    void boundsForeignTexts()
+    {
+        QCOMPARE(ShownExplanation(u"a\r\nb\u2028c\td\x1b[1me\x9bz\n"_s), u"a b c d [1me z "_s);
+        QCOMPARE(ShownExplanation(u"a\n\nb\n\nc"_s), u"a\n\nb c"_s); // two paragraphs
+        QCOMPARE(ShownExplanation(QString(100'000, u'x')), QString(2000, u'x') + u'…');
+
+        const QString text = u"слово "_s.repeated(2000);
+        const std::unique_ptr<QDialog> alert(MakeAlert(nullptr, u"Сообщение"_s, text, {{u"Понятно"_s, {}}}));
+        alert->show();
+        QVERIFY(alert->height() < 600);
+        const auto *scroll = alert->findChild<QScrollArea *>();
+        QVERIFY(scroll && scroll->verticalScrollBar()->maximum() > 0);
+        QCOMPARE(scroll->findChild<QLabel *>()->text(), text);
+
+        // A long word is broken, and is there to its end.
+        const std::unique_ptr<QLabel> label(ZarvoLabel(QString(100, u'W'), false));
+        const int lines = label->fontMetrics().horizontalAdvance(label->text()) / 200;
+        const int line = label->fontMetrics().height();
+        QVERIFY(lines > 2 && label->heightForWidth(200) >= lines * line);
+        label->resize(200, label->heightForWidth(200));
+        label->show();
+        const auto isInked = [&] { // where the last full line is
+            const QImage picture = label->grab(QRect(0, (lines - 1) * line, 200, line)).toImage();
+            return picture != QPixmap::fromImage(picture).copy(0, 0, 1, 1).scaled(picture.size()).toImage();
+        };
+        EVENTUALLY(isInked());
+    }
+
+    void editsWhatHasTheFocus()
+    {
+        QVERIFY(m->startWithPhone());
+        const auto trigger = [&](const QString &title) {
+            for (QAction *action : m->window()->findChildren<QAction *>())
+                action->text() == title ? action->trigger() : void();
+        };
+        auto *search = m->find<QLineEdit>("search");
+        auto *storeID = m->find<QLineEdit>("storeID");
+        m->type("search", u"карты"_s);
+        trigger(u"Выбрать всё"_s);
+        trigger(u"Вырезать"_s);
+        QCOMPARE(search->text(), QString());
+        storeID->setFocus();
+        trigger(u"Вставить"_s);
+        QTest::keyClicks(storeID, u"!"_s);
+        QTest::keyClick(storeID, Qt::Key_A, Qt::ControlModifier);
+        trigger(u"Копировать"_s);
+        QCOMPARE(QApplication::clipboard()->text(), u"карты!"_s);
+    }
+
+    void tellsScreenReaders()
+    {
+        QVERIFY(m->startWithApps() && m->chooseApp(u"Tom & <b>Jerry</b>"_s));
+        QCOMPARE(accessibleName(m->find<QLabel>("ownerLabel")), u"Выбрано: Tom & <b>Jerry</b> 1"_s);
+        QAccessibleInterface *view = QAccessible::queryAccessibleInterface(m->find<QTableView>("table"));
+        QCOMPARE(view->tableInterface()->cellAt(0, 0)->text(QAccessible::Name), u"Tom & <b>Jerry</b>"_s);
+        QCOMPARE(view->tableInterface()->columnDescription(2), u"Идентификатор"_s);
+
+        m->storeSays({u"auth"}, uR"({"error":"a & <b>b</b>"})");
+        m->press("checkAccount");
+        EVENTUALLY(m->alert());
+        QAccessibleInterface *alert = QAccessible::queryAccessibleInterface(m->alert());
+        QVERIFY(QAccessible::queryAccessibleInterface(qApp)->indexOfChild(alert) >= 0);
+        QStringList names;
+        for (int i = 0; i < alert->childCount(); ++i)
+            names.append(alert->child(i)->text(QAccessible::Name));
+        QCOMPARE(names, (QStringList{u"Операция не выполнена"_s, m->status(), u"Понятно"_s,
+                                     u"Скопировать ошибку"_s}));
+        QVERIFY(m->status().endsWith(u"a & <b>b</b>"_s));
+    }
+
+    void keepsQuietAboutTheFirstCheckOnly()
+    {
+        for (const auto &[devices, prompt] :
+             {std::pair(u"[]", kConnect), std::pair(u"[{\"id\":\"1\"},{\"id\":\"2\"}]", kFound)}) {
+            m.emplace();
+            m->deviceSays({u"devices"}, u"{\"devices\":%1}"_s.arg(devices));
+            m->storeSays({u"auth", u"info"}, u"{}");
+            QVERIFY(m->start());
+            QVERIFY(m->tools.waitForCalls(u"devicezarvo"_s, 1));
+            EVENTUALLY(!m->isBusy());
+            EVENTUALLY_EQUAL(m->status(), prompt);
+            QVERIFY(!m->alert());
+            QCOMPARE(m->transfer() + m->text("accountLabel"), u"Вход не подтверждён"_s);
+            QVERIFY(m->perform("checkAccount"));
+            QCOMPARE(m->alertTexts().value(1), kNotConfirmed);
+            QApplication::clipboard()->setText(u"before"_s);
+            QTest::keyClick(m->alert(), Qt::Key_Return); // not the button that copies
+            EVENTUALLY(!m->alert());
+            QCOMPARE(QApplication::clipboard()->text(), u"before"_s);
+        }
+    }
+
+    void runsOneJobAtATime()
+    {
+        QVERIFY(m->startWithApps() && m->chooseApp(u"Карты"_s));
+        m->storeSaysLater({u"auth", u"info"}, u"{}");
+        const qsizetype storeCalls = m->storeCalls().size();
+        const QList<QStringList> deviceCalls = m->deviceCalls();
+        m->press("checkAccount");
+        for (const char *other : {"checkAccount", "reloadApps", "refresh"})
+            m->ask(other);
+        QVERIFY(m->tools.waitForCalls(u"ipatool"_s, storeCalls + 1));
+        QStringList enabled;
+        const auto widgets = m->window()->findChildren<QWidget *>();
+        for (const QWidget *widget : widgets) {
+            if (widget->isEnabled() && widget->focusPolicy() & Qt::TabFocus)
+                enabled.append(widget->objectName());
+        }
+        QCOMPARE(enabled, QStringList{u"cancelButton"_s});
+        QVERIFY(m->find<Spinner>("spinner")->isAnimating());
+        QCOMPARE(m->status(), u"Проверка входа…"_s);
+
+        m->go();
+        EVENTUALLY(!m->isBusy());
+        QVERIFY(!m->find<Spinner>("spinner")->isAnimating());
+        QVERIFY(m->answerAlert(u"Понятно"_s));
+        QCOMPARE(m->storeCalls().size(), storeCalls + 1);
+        QCOMPARE(m->deviceCalls(), deviceCalls);
+        QVERIFY(m->find("downloadButton")->isEnabled());
+    }
+
+    void keepsTheFocusOffCancelling()
+    {
+        QVERIFY(m->startWithPhone());
+        m->storeSaysLater({u"auth", u"info"}, u"{}");
+        QAbstractButton *check = m->find("checkAccount");
+        check->setFocus();
+        QTest::keyClick(check, Qt::Key_Space);
+        QVERIFY(m->isBusy());
+        QWidget other;
+        other.show();
+        for (QWidget *next : {m->window(), &other, m->window()}) {
+            next->activateWindow();
+            QVERIFY(QTest::qWaitForWindowActive(next));
+            for (const Qt::Key key : {Qt::Key_Space, Qt::Key_Return})
+                QTest::keyClick(next->windowHandle(), key);
+        }
+        m->go();
+        EVENTUALLY(m->alert());
+        QCOMPARE(m->status(), kNotConfirmed); // not cancelled
+        QVERIFY(m->answerAlert(u"Понятно"_s));
+        EVENTUALLY_EQUAL(QApplication::focusWidget(), check);
+    }
+
+    void explainsAnotherProgramInPlaceOfTheTool()
+    {
+        QVERIFY(m->startWithPhone());
+        m->playStore([](Scenario &tool) {
+            tool.when({u"auth"}).printsError(u"Error: unknown command \"auth\"").exits(1);
+        });
+        QVERIFY(m->perform("checkAccount"));
+        const QStringList texts = m->alertTexts();
+        QCOMPARE(texts.size(), 3);
+        QCOMPARE(texts[1], m->status());
+        QVERIFY(texts[1].contains(u"Код модуля: 1. Причина: Error: unknown command"));
+        QVERIFY(texts[2].startsWith(u"Эта версия ipatool не подходит"));
+    }
+
+    // Without it the list of phones becomes empty without a word, and the phone is to be chosen again.
+    void livesWithoutTheDeviceTool()
+    {
+        QVERIFY(m->startWithPhone());
+        QVERIFY(QFile::remove(m->tools.toolPath(u"devicezarvo"_s)));
+        m->choosePhone();
+        EVENTUALLY(!m->isBusy());
+        EVENTUALLY_EQUAL(m->phonesListed().size(), 1);
+        EVENTUALLY_EQUAL(m->status(), kConnect);
+        QVERIFY(!m->alert() && m->find("refresh")->isEnabled());
+    }
 };
-
-QWidgetList WindowTest::inReadingOrder() const
-{
-    QWidget *content = qobject_cast<QMainWindow *>(m->window())->centralWidget();
-    const QWidget *scrolling = m->window()->findChild<FlippedView *>();
-    QWidgetList widgets;
-    const auto all = content->findChildren<QWidget *>();
-    for (QWidget *widget : all) {
-        const bool own = qobject_cast<QTableView *>(widget) || qobject_cast<QComboBox *>(widget) ||
-                         (!reading(widget).isEmpty() && !qobject_cast<QAbstractItemView *>(widget->parent()));
-        if (own && widget->isVisible())
-            widgets.append(widget);
-    }
-    const auto place = [content, scrolling](const QWidget *widget) {
-        const QPoint center = widget->mapTo(content, widget->rect().center());
-        // Those of one row differ by a pixel.
-        return std::tuple(!scrolling->isAncestorOf(widget), center.y() / 4, center.x());
-    };
-    std::sort(widgets.begin(), widgets.end(), [&](auto *a, auto *b) { return place(a) < place(b); });
-    return widgets;
-}
-
-void WindowTest::readsAsAgreed()
-{
-    QPixmap logo(64, 64);
-    logo.fill(Qt::blue);
-    QVERIFY(logo.save(m->tools.filePath(u"AppLogo.png"_s)));
-    m->storeSaysLater({u"auth"}, u"{}");
-    QVERIFY(m->start());
-    QCOMPARE(m->window()->windowTitle(), u"Zarvo"_s);
-    auto pictures = m->window()->findChildren<QLabel *>();
-    pictures.removeIf([](const QLabel *label) { return label->pixmap().isNull(); });
-    QCOMPARE(pictures.value(0)->pixmap().toImage().pixelColor(20, 20), QColor(Qt::blue));
-    QStringList texts;
-    const auto widgets = inReadingOrder();
-    for (QWidget *widget : widgets) {
-        texts.append(reading(widget));
-        QVERIFY2(texts.last().isEmpty() || accessibleName(widget) == texts.last(), qPrintable(texts.last()));
-    }
-    QVERIFY(texts.value(1).at(0).isDigit());
-    texts[1] = texts[1].section(u' ', 1);
-    QCOMPARE(
-        texts.join(u'|'),
-        u"Zarvo|• Прямое подключение к iPhone|Приложения загружаются с серверов Apple через аккаунт "
-        "владельца. Данные установленных приложений с iPhone не копируются.||Сведения об iPhone|Обновить|"
-        "Устройства…|Обновить приложения|Поиск приложений||Загрузка из App Store|Вход ещё не проверен|"
-        "Войти в Apple Account…|Проверить вход|Выберите приложение в таблице.|ID App Store (если известен)|"
-        "Загрузить IPA…|Загрузить все с iPhone…|Запрашивать установленную версию по данным iPhone|"
-        "Установка сохранённого IPA|IPA не выбран|Установить на iPhone…|Выбрать IPA…|Показать файл|"
-        "Проверка входа…|Отменить операцию|Инструкция"_s);
-    QCOMPARE(m->phonesListed(), QStringList{u"Выберите iPhone"_s});
-    QVERIFY(m->find("exactVersion")->isChecked());
-    QStringList menus;
-    const auto actions = m->window()->findChild<QMenuBar *>()->findChildren<QAction *>();
-    for (const QAction *action : actions)
-        menus.append(u"%1 %2"_s.arg(action->text(), action->shortcut().toString()).trimmed());
-    menus.removeAll(QString());
-    menus.sort();
-    QCOMPARE(menus.join(u'|'), u"Zarvo|Вставить Ctrl+V|Выбрать всё Ctrl+A|Вырезать Ctrl+X|"
-                               "Завершить Zarvo Ctrl+Q|Копировать Ctrl+C|Правка"_s);
-    m->go();
-    EVENTUALLY(!m->isBusy());
-}
-
-void WindowTest::tabsInReadingOrder()
-{
-    QVERIFY(m->startWithApps() && m->chooseApp(u"Карты"_s));
-    QVERIFY(m->download());
-    EVENTUALLY(!m->isBusy());
-    QWidgetList expected = inReadingOrder();
-    expected.removeIf([](const QWidget *widget) {
-        return qobject_cast<const QLabel *>(widget) || widget->objectName() == "cancelButton"_L1;
-    });
-    QCOMPARE(expected.size(), 17);
-    expected.first()->setFocus();
-    QWidgetList visited;
-    for (qsizetype i = 0; i < expected.size(); ++i) {
-        visited.append(QApplication::focusWidget());
-        QTest::keyClick(QApplication::focusWidget(), Qt::Key_Tab);
-    }
-    QCOMPARE(visited, expected);
-    QCOMPARE(QApplication::focusWidget(), expected.first());
-}
-
-void WindowTest::keepsItsSize()
-{
-    QVERIFY(m->startWithPhone());
-    m->window()->resize(100, 100);
-    EVENTUALLY_EQUAL(m->window()->size(), QSize(850, 600));
-    auto *scroll = m->window()->findChild<QScrollArea *>();
-    EVENTUALLY(scroll->verticalScrollBar()->maximum() > 0);
-    QCOMPARE(scroll->horizontalScrollBar()->maximum(), 0);
-    // What the last action came to is in sight all the same.
-    for (const char *name : {"statusLabel", "transferLabel", "cancelButton"}) {
-        const auto *view = m->find<QWidget>(name);
-        const QRect place(view->mapTo(m->window(), QPoint()), view->size());
-        QVERIFY2(m->window()->rect().contains(place), name);
-    }
-}
-
-void WindowTest::keepsColumnsWide()
-{
-    QVERIFY(m->startWithPhone());
-    const auto *table = m->find<QTableView>("table");
-    QHeaderView *header = table->horizontalHeader();
-    QCOMPARE(header->sectionSize(0), Scaled(370));
-    QCOMPARE(header->sectionSize(1), Scaled(120));
-    for (const auto &[column, least] : {std::pair(0, 140), std::pair(1, 80), std::pair(2, 140)}) {
-        header->resizeSection(column, 10);
-        QVERIFY(header->sectionSize(column) >= Scaled(least));
-    }
-    header->resizeSection(0, 2000);
-    QCOMPARE(header->sectionSize(2), Scaled(140)); // as narrow as it may be
-    header->resizeSection(0, Scaled(370));
-    QCOMPARE(header->length(), table->viewport()->width()); // the last one takes what is left
-}
-
-void WindowTest::boundsForeignTexts()
-{
-    QCOMPARE(ShownExplanation(u"a\r\nb\u2028c\td\x1b[1me\x9bz\n"_s), u"a b c d [1me z "_s);
-    QCOMPARE(ShownExplanation(u"a\n\nb\n\nc"_s), u"a\n\nb c"_s); // two paragraphs
-    QCOMPARE(ShownExplanation(QString(100'000, u'x')), QString(2000, u'x') + u'…');
-
-    const QString text = u"слово "_s.repeated(2000);
-    const std::unique_ptr<QDialog> alert(MakeAlert(nullptr, u"Сообщение"_s, text, {{u"Понятно"_s, {}}}));
-    alert->show();
-    QVERIFY(alert->height() < 600);
-    const auto *scroll = alert->findChild<QScrollArea *>();
-    QVERIFY(scroll && scroll->verticalScrollBar()->maximum() > 0);
-    QCOMPARE(scroll->findChild<QLabel *>()->text(), text);
-
-    // A long word is broken, and is there to its end.
-    const std::unique_ptr<QLabel> label(ZarvoLabel(QString(100, u'W'), false));
-    const int lines = label->fontMetrics().horizontalAdvance(label->text()) / 200;
-    const int line = label->fontMetrics().height();
-    QVERIFY(lines > 2 && label->heightForWidth(200) >= lines * line);
-    label->resize(200, label->heightForWidth(200));
-    label->show();
-    const auto isInked = [&] { // where the last full line is
-        const QImage picture = label->grab(QRect(0, (lines - 1) * line, 200, line)).toImage();
-        return picture != QPixmap::fromImage(picture).copy(0, 0, 1, 1).scaled(picture.size()).toImage();
-    };
-    EVENTUALLY(isInked());
-}
-
-void WindowTest::editsWhatHasTheFocus()
-{
-    QVERIFY(m->startWithPhone());
-    const auto trigger = [&](const QString &title) {
-        for (QAction *action : m->window()->findChildren<QAction *>())
-            action->text() == title ? action->trigger() : void();
-    };
-    auto *search = m->find<QLineEdit>("search");
-    auto *storeID = m->find<QLineEdit>("storeID");
-    m->type("search", u"карты"_s);
-    trigger(u"Выбрать всё"_s);
-    QCOMPARE(search->selectedText(), u"карты"_s);
-    trigger(u"Вырезать"_s);
-    QCOMPARE(search->text(), QString());
-    storeID->setFocus();
-    trigger(u"Вставить"_s);
-    QCOMPARE(storeID->text(), u"карты"_s);
-    QTest::keyClicks(storeID, u"!"_s);
-    QTest::keyClick(storeID, Qt::Key_A, Qt::ControlModifier);
-    trigger(u"Копировать"_s);
-    QCOMPARE(QApplication::clipboard()->text(), u"карты!"_s);
-}
-
-void WindowTest::tellsScreenReaders()
-{
-    QVERIFY(m->startWithApps() && m->chooseApp(u"Tom & <b>Jerry</b>"_s));
-    QCOMPARE(accessibleName(m->find<QLabel>("ownerLabel")), u"Выбрано: Tom & <b>Jerry</b> 1"_s);
-    QAccessibleInterface *view = QAccessible::queryAccessibleInterface(m->find<QTableView>("table"));
-    QCOMPARE(view->tableInterface()->cellAt(0, 0)->text(QAccessible::Name), u"Tom & <b>Jerry</b>"_s);
-    QStringList titles;
-    for (int column = 0; column < view->tableInterface()->columnCount(); ++column)
-        titles.append(view->tableInterface()->columnDescription(column));
-    QCOMPARE(titles, (QStringList{u"Приложение"_s, u"Версия"_s, u"Идентификатор"_s}));
-
-    m->storeSays({u"auth"}, uR"({"error":"a & <b>b</b>"})");
-    m->press("checkAccount");
-    EVENTUALLY(m->alert());
-    QAccessibleInterface *alert = QAccessible::queryAccessibleInterface(m->alert());
-    QVERIFY(QAccessible::queryAccessibleInterface(qApp)->indexOfChild(alert) >= 0);
-    QStringList names;
-    for (int i = 0; i < alert->childCount(); ++i)
-        names.append(alert->child(i)->text(QAccessible::Name));
-    QCOMPARE(names,
-             (QStringList{u"Операция не выполнена"_s, m->status(), u"Понятно"_s, u"Скопировать ошибку"_s}));
-    QVERIFY(m->status().endsWith(u"a & <b>b</b>"_s));
-}
 
 QTEST_MAIN(WindowTest)
 #include "tst_window.moc"

@@ -22,6 +22,8 @@ constexpr int kMostTabs = 40; // more than any window has stops
 const QString kChoosePhone = u"@phonePicker|=iPhone найден|Down|End|Return|=Прочитано|"_s;
 const QString kFindApp = u"Ctrl+F|'карты|@table|Space|=Выбрано: Карты|"_s;
 const QString kChooseIPA = u"Ctrl+O|@fileNameEdit|Ctrl+A|'{ipa}|Return|"_s;
+// Its folder, where no file manager can be asked to select it; what was saved goes before what was chosen.
+const QString kShowSaved = kChooseIPA + u"@reveal|Space|~{folder}"_s;
 const QString kChooseFolder = u"Space|@fileNameEdit|Ctrl+A|'{folder}|Return|"_s;
 
 /// None while the focus is on its way, as it is when a window comes or goes.
@@ -56,11 +58,28 @@ bool goTo(const QString &name, QWindow *window)
     return false;
 }
 
-void typeText(const QString &text)
+/// Whether a screen reader, on its way down from the window of this title, meets a name for whatever takes
+/// the focus.
+bool namesAll(QWidget *window, const QString &title)
 {
-    for (const QChar letter : text)
-        QTest::sendKeyEvent(QTest::Click, QApplication::focusWidget(), Qt::Key_unknown, QString(letter),
-                            Qt::NoModifier);
+    QList<QAccessibleInterface *> open{QAccessible::queryAccessibleInterface(window)};
+    const QAccessible::Role role = open.first()->role();
+    bool all = open.first()->text(QAccessible::Name) == title &&
+               (role == QAccessible::Window || role == QAccessible::Dialog);
+    int stops = 0;
+    while (!open.isEmpty()) {
+        QAccessibleInterface *at = open.takeLast();
+        if (at->state().invisible)
+            continue;
+        const auto *widget = qobject_cast<QWidget *>(at->object());
+        if (widget && widget->focusPolicy() & Qt::TabFocus && at->state().focusable) {
+            ++stops;
+            all &= !at->text(QAccessible::Name).isEmpty();
+        }
+        for (int i = 0; at->role() != QAccessible::Table && i < at->childCount(); ++i)
+            open.append(at->child(i));
+    }
+    return all && stops > 0;
 }
 
 } // namespace
@@ -70,15 +89,122 @@ class WindowKeyboardTest : public ProgramTest
     Q_OBJECT
 
 private Q_SLOTS:
-    void reachesTheEnd_data();
-    void reachesTheEnd();
-    void namesWhatTakesTheFocus_data();
-    void namesWhatTakesTheFocus();
+    void reachesTheEnd_data()
+    {
+        // What is done, and how the tools of the store and the phone answer.
+        const Rows<QString, Rules, Rules> all;
+        const auto row = [&](const char *name, const QString &words, const Rules &store = {},
+                             const Rules &device = {}) { all(name, words, store, device); };
+        row("finds an app and downloads it, whatever its version",
+            kFindApp + u"^Zarvo|@exactVersion|Space|@downloadButton|"_s + kChooseFolder +
+                u"=IPA сохранён|"_s + kShowSaved);
+        row("downloads all", u"@allButton|"_s + kChooseFolder + u"=Сохранено: 2"_s);
+        row("signs in",
+            u"@login|Space|@account|Ctrl+A|'a@example.com|@password|'Correct horse 7|Return|@code|"
+            "'123456|Return|=Вход подтверждён."_s,
+            [](Scenario &tool) {
+                tool.when({u"auth", u"login"}).asks(u"enter Apple ID (email address or phone number): ");
+                tool.asks(u"enter password: ", Scenario::Typing::Raw).asks(u"enter 2FA code: ");
+                tool.prints(uR"({"success":true})");
+            });
+        row("gives the sign-in up", u"@login|Space|^Вход в Apple Account|@account|Esc|@login"_s);
+        row("chooses an IPA and installs it",
+            kChooseIPA + u"@installButton|Space|@Установить|Return|=Установка подтверждена"_s, {},
+            [](Scenario &tool) {
+                const QString apps = uR"({"apps":[{"id":"com.example.notes","version":"%1"}]})"_s;
+                tool.when({u"install"}).prints(u"{\"success\":true}");
+                tool.when({u"apps"}).times(1).prints(apps.arg(u"2.0"));
+                tool.when({u"apps"}).prints(apps.arg(u"2.1"));
+            });
+        row("reads the instructions, and finds the file",
+            u"F1|~/README.html|"_s + kChooseIPA + u"@reveal|Space|~{tools}"_s);
+        row("reads about the phone", u"@infoButton|Space|^Сведения об iPhone|Esc|@infoButton"_s);
+        row("forgets the phone",
+            u"@showHistory|Space|^Ранее подключённые устройства|@forgetDevice|Space|=iPhone найден|Esc|"
+            "@showHistory"_s);
+        row("cancels what takes too long", u"@checkAccount|Space|@cancelButton|Space|=Операция отменена."_s,
+            [](Scenario &tool) {
+                tool.when({u"auth", u"info"}).times(1).prints(uR"({"success":true})");
+                tool.when({u"auth", u"info"}).sleeps(kLong);
+            });
+        row("copies what went wrong",
+            u"@reloadApps|Space|@checkAccount|Space|@Скопировать ошибку|Space|#Вход не подтверждён."_s,
+            [](Scenario &tool) {
+                tool.when({u"auth", u"info"}).prints(u"{}");
+            });
+    }
+
+    void reachesTheEnd()
+    {
+        const auto &[words, store, device] = Row<QString, Rules, Rules>();
+        m->tools.touch(u"README.html"_s);
+        m_opened.paths.clear();
+        m->playStore(store);
+        m->playDevice(device);
+        QVERIFY(m->start());
+        walk(kChoosePhone + words);
+    }
 
 private:
-    bool does(const QString &word);
-    void walk(QString words);
-    void goOn();
+    // What the user does or waits for; false: not possible yet, to be tried again. "@": goes to the control
+    // of this name, or to the button that reads so; "'": types; "=": reads it while nothing runs; "^": has a
+    // window of this title, all of it named; "~": has opened a file that ends so; "#": has copied it; without
+    // a sign it is a key.
+    bool does(const QString &word)
+    {
+        const QString text = word.mid(1);
+        QWidget *active = QApplication::activeWindow();
+        switch (word.at(0).unicode()) {
+        case u'=':
+            return !m->isBusy() && (m->status() + m->text("ownerLabel")).contains(text);
+        case u'^':
+            return active && namesAll(active, text);
+        case u'~':
+            return m_opened.paths.value(m_opened.paths.size() - 1).endsWith(text);
+        case u'#':
+            return QApplication::clipboard()->text().startsWith(text);
+        case u'\'':
+            TypeText(QApplication::focusWidget(), text);
+            return true;
+        }
+        QWindow *window = focusedWindow(*m);
+        if (word.startsWith(u'@') || !window)
+            return window && goTo(text, window);
+        const QKeyCombination keys = QKeySequence(word)[0];
+        QTest::keyClick(window, keys.key(), keys.keyboardModifiers());
+        return true;
+    }
+
+    void walk(QString words)
+    {
+        words.replace(u"{ipa}"_s, m->notesIPA).replace(u"{folder}"_s, m->destination.path());
+        words.replace(u"{tools}"_s, m->tools.path());
+        m_words = words.split(u'|');
+        m_next = 0;
+        goOn();
+        const bool isThrough = QTest::qWaitFor([this] { return m_next == m_words.size(); }, kPatience);
+        const qsizetype reached = std::exchange(m_next, m_words.size()); // no step comes after a failure
+        QVERIFY2(isThrough, qPrintable(u"stuck at %1: %2"_s.arg(m_words.value(reached), m->status())));
+    }
+
+    // A step may open a chooser that returns only when later steps have answered it.
+    void goOn()
+    {
+        if (m_next == m_words.size())
+            return;
+        QTimer::singleShot(kLookAgain, this, &WindowKeyboardTest::goOn);
+        // A key that is played lets events through, this timer's too: the next step must not come before
+        // it has done its work, unless that was to open a chooser.
+        QWidget *modal = QApplication::activeModalWidget();
+        if (m_isInStep && (modal == m_modalAtStep || !qobject_cast<QFileDialog *>(modal)))
+            return;
+        const bool wasInStep = std::exchange(m_isInStep, true);
+        QWidget *formerModal = std::exchange(m_modalAtStep, modal);
+        if (!does(m_words[m_next++]))
+            --m_next;
+        m_isInStep = wasInStep;
+        m_modalAtStep = formerModal;
+    }
 
     OpenedFiles m_opened;
     QStringList m_words;
@@ -86,153 +212,6 @@ private:
     bool m_isInStep = false;
     QWidget *m_modalAtStep = nullptr;
 };
-
-// What the user does or waits for; false: not possible yet, to be tried again. "@": goes to the control of
-// this name, or to the button that reads so; "'": types; "=": reads it while nothing runs; "^": has a window
-// of this title; "~": has opened a file that ends so; "#": has copied it; without a sign it is a key.
-bool WindowKeyboardTest::does(const QString &word)
-{
-    const QString text = word.mid(1);
-    const QWidget *active = QApplication::activeWindow();
-    switch (word.at(0).unicode()) {
-    case u'=':
-        return !m->isBusy() && (m->status() + m->text("ownerLabel")).contains(text);
-    case u'^':
-        return active && active->windowTitle() == text;
-    case u'~':
-        return m_opened.paths.value(m_opened.paths.size() - 1).endsWith(text);
-    case u'#':
-        return QApplication::clipboard()->text().startsWith(text);
-    case u'\'':
-        typeText(text);
-        return true;
-    }
-    QWindow *window = focusedWindow(*m);
-    if (word.startsWith(u'@') || !window)
-        return window && goTo(text, window);
-    const QKeyCombination keys = QKeySequence(word)[0];
-    QTest::keyClick(window, keys.key(), keys.keyboardModifiers());
-    return true;
-}
-
-void WindowKeyboardTest::walk(QString words)
-{
-    words.replace(u"{ipa}"_s, m->notesIPA).replace(u"{folder}"_s, m->destination.path());
-    words.replace(u"{tools}"_s, m->tools.path());
-    m_words = words.split(u'|');
-    m_next = 0;
-    goOn();
-    const bool isThrough = QTest::qWaitFor([this] { return m_next == m_words.size(); }, kPatience);
-    const qsizetype reached = std::exchange(m_next, m_words.size()); // no step comes after a failure
-    QVERIFY2(isThrough, qPrintable(u"stuck at %1: %2"_s.arg(m_words.value(reached), m->status())));
-}
-
-// A step may open a chooser that returns only when later steps have answered it.
-void WindowKeyboardTest::goOn()
-{
-    if (m_next == m_words.size())
-        return;
-    QTimer::singleShot(kLookAgain, this, &WindowKeyboardTest::goOn);
-    // A key that is played lets events through, this timer's too: the next step must not come before it has
-    // done its work, unless that was to open a chooser.
-    QWidget *modal = QApplication::activeModalWidget();
-    if (m_isInStep && (modal == m_modalAtStep || !qobject_cast<QFileDialog *>(modal)))
-        return;
-    const bool wasInStep = std::exchange(m_isInStep, true);
-    QWidget *formerModal = std::exchange(m_modalAtStep, modal);
-    if (!does(m_words[m_next++]))
-        --m_next;
-    m_isInStep = wasInStep;
-    m_modalAtStep = formerModal;
-}
-
-void WindowKeyboardTest::reachesTheEnd_data()
-{
-    const Rows<QString, Rules, Rules>
-        all; // what is done, and how the tools of the store and the phone answer
-    const auto row = [&](const char *name, const QString &words, const Rules &store = {},
-                         const Rules &device = {}) { all(name, words, store, device); };
-    row("finds an app and downloads it, whatever its version",
-        kFindApp + u"@exactVersion|Space|@downloadButton|"_s + kChooseFolder + u"=IPA сохранён"_s);
-    row("downloads all", u"@allButton|"_s + kChooseFolder + u"=Сохранено: 2"_s);
-    row("signs in",
-        u"@login|Space|@account|Ctrl+A|'a@example.com|@password|'Correct horse 7|Return|@code|'123456|Return|"
-        "=Вход подтверждён."_s,
-        [](Scenario &tool) {
-            tool.when({u"auth", u"login"}).asks(u"enter Apple ID (email address or phone number): ");
-            tool.asks(u"enter password: ", Scenario::Typing::Raw).asks(u"enter 2FA code: ");
-            tool.prints(uR"({"success":true})");
-        });
-    row("gives the sign-in up", u"@login|Space|@account|Esc|@login"_s);
-    row("chooses an IPA and installs it",
-        kChooseIPA + u"@installButton|Space|@Установить|Return|=Установка подтверждена"_s, {},
-        [](Scenario &tool) {
-            const QString apps = uR"({"apps":[{"id":"com.example.notes","version":"%1"}]})"_s;
-            tool.when({u"install"}).prints(u"{\"success\":true}");
-            tool.when({u"apps"}).times(1).prints(apps.arg(u"2.0"));
-            tool.when({u"apps"}).prints(apps.arg(u"2.1"));
-        });
-    row("reads the instructions, and finds the file",
-        u"F1|~/README.html|"_s + kChooseIPA + u"@reveal|Space|~{tools}"_s);
-    row("reads about the phone", u"@infoButton|Space|^Сведения об iPhone|Esc|@infoButton"_s);
-    row("forgets the phone", u"@showHistory|Space|@forgetDevice|Space|=iPhone найден|Esc|@showHistory"_s);
-    row("cancels what takes too long", u"@checkAccount|Space|@cancelButton|Space|=Операция отменена."_s,
-        [](Scenario &tool) {
-            tool.when({u"auth", u"info"}).times(1).prints(uR"({"success":true})");
-            tool.when({u"auth", u"info"}).sleeps(3ms * kPatience);
-        });
-    row("copies what went wrong",
-        u"@reloadApps|Space|@checkAccount|Space|@Скопировать ошибку|Space|#Вход не подтверждён."_s,
-        [](Scenario &tool) {
-            tool.when({u"auth", u"info"}).prints(u"{}");
-        });
-}
-
-void WindowKeyboardTest::reachesTheEnd()
-{
-    const auto &[words, store, device] = Row<QString, Rules, Rules>();
-    m->tools.touch(u"README.html"_s);
-    m_opened.paths.clear();
-    m->playStore(store);
-    m->playDevice(device);
-    QVERIFY(m->start());
-    walk(kChoosePhone + words);
-}
-
-void WindowKeyboardTest::namesWhatTakesTheFocus_data()
-{
-    const Rows<QString> row;
-    row("main window", kFindApp + u"^Zarvo"_s);
-    row("sign-in", u"@login|Space|^Вход в Apple Account"_s);
-    row("about the phone", u"@infoButton|Space|^Сведения об iPhone"_s);
-    row("history", u"@showHistory|Space|^Ранее подключённые устройства"_s);
-}
-
-// As a screen reader meets it, down from the window in the tree.
-void WindowKeyboardTest::namesWhatTakesTheFocus()
-{
-    const auto &[words] = Row<QString>();
-    QVERIFY(m->start());
-    walk(kChoosePhone + words);
-    QList<QAccessibleInterface *> open{QAccessible::queryAccessibleInterface(QApplication::activeWindow())};
-    QCOMPARE(open.first()->text(QAccessible::Name), words.section(u'^', -1));
-    const QAccessible::Role role = open.first()->role();
-    QVERIFY(role == QAccessible::Window || role == QAccessible::Dialog);
-    int stops = 0;
-    while (!open.isEmpty()) {
-        QAccessibleInterface *at = open.takeLast();
-        if (at->state().invisible)
-            continue;
-        const auto *widget = qobject_cast<QWidget *>(at->object());
-        if (widget && widget->focusPolicy() & Qt::TabFocus && at->state().focusable) {
-            ++stops;
-            QVERIFY2(!at->text(QAccessible::Name).isEmpty(), widget->metaObject()->className());
-        }
-        for (int i = 0; at->role() != QAccessible::Table && i < at->childCount(); ++i)
-            open.append(at->child(i));
-    }
-    QVERIFY(stops > 0);
-}
 
 QTEST_MAIN(WindowKeyboardTest)
 #include "tst_window_keyboard.moc"

@@ -3,6 +3,8 @@
 #include "app/window_fixture.h"
 #include "device/device_history.h"
 #include "ipa_writer.h"
+#include "support/files.h"
+#include "support/rows.h"
 
 #include <QDir>
 #include <QJsonArray>
@@ -10,20 +12,14 @@
 #include <QRandomGenerator>
 #include <QSettings>
 
+#include <array>
 #include <chrono>
 #include <map>
-#include <optional>
 
 using namespace Qt::StringLiterals;
 using namespace std::chrono_literals;
 
 namespace {
-
-/// ZARVO_ROUNDS=1000 to measure, a sample in the usual run.
-int rounds(int sample)
-{
-    return std::max(sample, qEnvironmentVariableIntValue("ZARVO_ROUNDS"));
-}
 
 void print(const std::map<QString, int> &outcomes)
 {
@@ -67,125 +63,117 @@ public:
     static void initMain() { Program::isolate(); }
 
 private Q_SLOTS:
-    void jobsPollsAndCancelling();
-    void twoPrograms_data();
-    void twoPrograms();
+    void jobsPollsAndCancelling()
+    {
+        Program m;
+        QVERIFY(m.startWithApps());
+        EVENTUALLY(OwnChildren().isEmpty());
+        const qsizetype threads = OwnThreadCount();
+        const qsizetype descriptors = OwnDescriptorCount();
+        const auto began = std::chrono::steady_clock::now();
+        m.press("checkAccount");
+        EVENTUALLY(!m.isBusy());
+        const std::chrono::nanoseconds usual = std::chrono::steady_clock::now() - began;
+
+        std::map<QString, int> outcomes;
+        for (int round = 0; round < Rounds(100); ++round) {
+            std::multimap<double, const char *> presses;
+            for (const char *button : {"refresh", "checkAccount", "cancelButton"})
+                presses.emplace(QRandomGenerator::global()->generateDouble(), button);
+            const auto start = std::chrono::steady_clock::now();
+            for (const auto &[moment, button] : presses) {
+                while (std::chrono::steady_clock::now() < start + moment * usual)
+                    QCoreApplication::processEvents();
+                m.press(button); // nothing happens where it is disabled
+            }
+            EVENTUALLY(!m.isBusy());
+            // A poll that has been under way may still come to its end.
+            const QStringList ends{u"Вход подтверждён."_s, u"Операция отменена."_s};
+            QVERIFY2(ends.contains(m.status()), qPrintable(m.status()));
+            QVERIFY(!m.alert());
+            QCOMPARE(m.phonesListed().size(), 2);
+            QCOMPARE(m.namesListed().size(), 3);
+            ++outcomes[m.status()];
+        }
+        print(outcomes);
+        EVENTUALLY_EQUAL(OwnChildren(), QList<pid_t>());
+        EVENTUALLY_EQUAL(m.temporary.leftovers(), QStringList());
+        EVENTUALLY_EQUAL(OwnThreadCount(), threads);
+        QCOMPARE(OwnDescriptorCount(), descriptors);
+    }
+
+    void twoPrograms_data()
+    {
+        const Rows<QString> row;
+        row("the same app", u"download"_s);
+        row("all apps", u"batch"_s);
+    }
+
+    void twoPrograms()
+    {
+        const auto &[action] = Row<QString>();
+        std::map<QString, int> outcomes;
+        for (int round = 0; round < Rounds(3); ++round) {
+            const QTemporaryDir destination;
+            const TemporaryTmpdir temporary;
+            QFile::remove(Program::settingsFile());
+            Zarvo one(u"One"_s, 1000);
+            Zarvo other(u"Other"_s, 2000);
+            const std::array both{&one, &other};
+            for (Zarvo *zarvo : both)
+                QVERIFY(zarvo->program.start(zarvo->tools.path(), destination.path(), action));
+            for (Zarvo *zarvo : both)
+                QVERIFY2(zarvo->program.waitForLine("at work"), zarvo->program.printed().constData());
+            for (Zarvo *zarvo : both)
+                zarvo->tools.touch(u"go"_s);
+            for (Zarvo *zarvo : both) {
+                QVERIFY2(zarvo->program.waitForLine("done"), zarvo->program.printed().constData());
+                const QString said = QString::fromUtf8(zarvo->program.printed()).section(u'\n', -3, -3);
+                const QStringList ends{u"IPA сохранён: A-1.0.ipa"_s,
+                                       u"Сохранено: 2, ошибок: 0. Отчёт — report.json."_s,
+                                       u"Не удалось сохранить «A-1.0.ipa»: Файл существует."_s};
+                QVERIFY2(ends.contains(said), qPrintable(said));
+                ++outcomes[said];
+            }
+            for (Zarvo *zarvo : both) {
+                zarvo->program.signal(SIGTERM);
+                QCOMPARE(zarvo->program.waitForEnd().status, 0);
+            }
+            QCOMPARE(PilotedProgram::survivors(200ms), 0);
+            checkTheFolder(action == "batch"_L1, destination.path(), {one.archive, other.archive});
+            QCOMPARE(PrivateFoldersIn(temporary.path()), QStringList());
+            // Each writes the whole history as it knows it: the last one's stands, and is whole.
+            const QSettings settings(Program::settingsFile(), QSettings::IniFormat);
+            const QList<PhoneEntry> history = LoadedHistory(settings.value(u"zarvo.deviceHistory.v1"_s));
+            QCOMPARE(settings.status(), QSettings::NoError);
+            QVERIFY(!history.isEmpty());
+            for (const PhoneEntry &entry : history)
+                QVERIFY(entry.id == entry.name && (entry.id == "One"_L1 || entry.id == "Other"_L1));
+            ++outcomes[u"phones in the history: %1"_s.arg(history.size())];
+        }
+        print(outcomes);
+    }
 
 private:
-    void checkTheFolder(const QString &action, const QString &folder, const QStringList &archives) const;
+    // What has a final name is whole; a batch has a folder of its own with a report on all.
+    static void checkTheFolder(bool isBatch, const QString &folder, const QStringList &archives)
+    {
+        const QStringList saved = FilesBelow(folder, u"*.ipa"_s);
+        QCOMPARE(saved.size(), isBatch ? 4 : 1);
+        qsizetype ofTheOther = 0;
+        for (const QString &path : saved) {
+            const QByteArray bytes = ContentOf(path);
+            ofTheOther += bytes == ContentOf(archives[1]);
+            QVERIFY(bytes == ContentOf(archives[0]) || bytes == ContentOf(archives[1]));
+        }
+        const QStringList reports = FilesBelow(folder, u"report.json"_s);
+        QCOMPARE(reports.size(), isBatch ? 2 : 0);
+        QVERIFY(!isBatch || ofTheOther == 2);
+        for (const QString &report : reports)
+            QCOMPARE(QJsonDocument::fromJson(ContentOf(report)).array().size(), 2);
+        QCOMPARE(FilesBelow(folder, u".zarvo-*"_s), QStringList());
+    }
 };
-
-void WindowRacesTest::jobsPollsAndCancelling()
-{
-    Program m;
-    QVERIFY(m.startWithApps());
-    EVENTUALLY(OwnChildren().isEmpty());
-    const qsizetype threads = OwnThreadCount();
-    const qsizetype descriptors = OwnDescriptorCount();
-    const auto began = std::chrono::steady_clock::now();
-    m.press("checkAccount");
-    EVENTUALLY(!m.isBusy());
-    const std::chrono::nanoseconds usual = std::chrono::steady_clock::now() - began;
-
-    std::map<QString, int> outcomes;
-    for (int round = 0; round < rounds(100); ++round) {
-        std::multimap<double, const char *> presses;
-        for (const char *button : {"refresh", "checkAccount", "cancelButton"})
-            presses.emplace(QRandomGenerator::global()->generateDouble(), button);
-        const auto start = std::chrono::steady_clock::now();
-        for (const auto &[moment, button] : presses) {
-            while (std::chrono::steady_clock::now() < start + moment * usual)
-                QCoreApplication::processEvents();
-            m.press(button); // nothing happens where it is disabled
-        }
-        EVENTUALLY(!m.isBusy());
-        // A poll that has been under way may still come to its end.
-        const QStringList ends{u"Вход подтверждён."_s, u"Операция отменена."_s};
-        QVERIFY2(ends.contains(m.status()), qPrintable(m.status()));
-        QVERIFY(!m.alert());
-        QCOMPARE(m.phonesListed().size(), 2);
-        QCOMPARE(m.namesListed().size(), 3);
-        ++outcomes[m.status()];
-    }
-    print(outcomes);
-    EVENTUALLY_EQUAL(OwnChildren(), QList<pid_t>());
-    EVENTUALLY_EQUAL(m.temporary.leftovers(), QStringList());
-    EVENTUALLY_EQUAL(OwnThreadCount(), threads);
-    QCOMPARE(OwnDescriptorCount(), descriptors);
-}
-
-void WindowRacesTest::twoPrograms_data()
-{
-    QTest::addColumn<QString>("action");
-    QTest::newRow("the same app") << u"download"_s;
-    QTest::newRow("all apps") << u"batch"_s;
-}
-
-void WindowRacesTest::twoPrograms()
-{
-    QFETCH(const QString, action);
-    std::map<QString, int> outcomes;
-    for (int round = 0; round < rounds(3); ++round) {
-        const QTemporaryDir destination;
-        const TemporaryTmpdir temporary;
-        QFile::remove(Program::settingsFile());
-        Zarvo one(u"One"_s, 1000);
-        Zarvo other(u"Other"_s, 2000);
-        for (Zarvo *zarvo : {&one, &other})
-            QVERIFY(zarvo->program.start(zarvo->tools.path(), destination.path(), action));
-        for (Zarvo *zarvo : {&one, &other})
-            QVERIFY2(zarvo->program.waitForLine("at work"), zarvo->program.printed().constData());
-        for (Zarvo *zarvo : {&one, &other})
-            zarvo->tools.touch(u"go"_s);
-        for (Zarvo *zarvo : {&one, &other})
-            QVERIFY2(zarvo->program.waitForLine("done"), zarvo->program.printed().constData());
-        for (Zarvo *zarvo : {&one, &other})
-            zarvo->program.signal(SIGTERM);
-        for (Zarvo *zarvo : {&one, &other})
-            QCOMPARE(zarvo->program.waitForEnd().status, 0);
-        QCOMPARE(PilotedProgram::survivors(200ms), 0);
-
-        checkTheFolder(action, destination.path(), {one.archive, other.archive});
-        QCOMPARE(PrivateFoldersIn(temporary.path()), QStringList());
-        for (Zarvo *zarvo : {&one, &other}) {
-            const QString said = QString::fromUtf8(zarvo->program.printed()).section(u'\n', -3, -3);
-            const QStringList ends{u"IPA сохранён: A-1.0.ipa"_s,
-                                   u"Сохранено: 2, ошибок: 0. Отчёт — report.json."_s,
-                                   u"Не удалось сохранить «A-1.0.ipa»: Файл существует."_s};
-            QVERIFY2(ends.contains(said), qPrintable(said));
-            ++outcomes[said];
-        }
-        // Each writes the whole history as it knows it: the last one's stands, and is whole.
-        const QSettings settings(Program::settingsFile(), QSettings::IniFormat);
-        const QList<PhoneEntry> history = LoadedHistory(settings.value(u"zarvo.deviceHistory.v1"_s));
-        QCOMPARE(settings.status(), QSettings::NoError);
-        QVERIFY(!history.isEmpty());
-        for (const PhoneEntry &entry : history)
-            QVERIFY(entry.id == entry.name && (entry.id == "One"_L1 || entry.id == "Other"_L1));
-        ++outcomes[u"phones in the history: %1"_s.arg(history.size())];
-    }
-    print(outcomes);
-}
-
-// What has a final name is whole; a batch has a folder of its own with a report on all.
-void WindowRacesTest::checkTheFolder(const QString &action, const QString &folder,
-                                     const QStringList &archives) const
-{
-    const QStringList saved = FilesBelow(folder, u"*.ipa"_s);
-    QCOMPARE(saved.size(), action == "batch"_L1 ? 4 : 1);
-    int others = 0;
-    for (const QString &path : saved) {
-        const QByteArray bytes = ContentOf(path);
-        others += bytes == ContentOf(archives[1]);
-        QVERIFY(bytes == ContentOf(archives[0]) || bytes == ContentOf(archives[1]));
-    }
-    const QStringList reports = FilesBelow(folder, u"report.json"_s);
-    QCOMPARE(reports.size(), action == "batch"_L1 ? 2 : 0);
-    QVERIFY(reports.isEmpty() || others == 2);
-    for (const QString &report : reports)
-        QCOMPARE(QJsonDocument::fromJson(ContentOf(report)).array().size(), 2);
-    QCOMPARE(FilesBelow(folder, u".zarvo-*"_s), QStringList());
-}
 
 QTEST_MAIN(WindowRacesTest)
 #include "tst_window_races.moc"

@@ -45,21 +45,7 @@ QPushButton *buttonReading(const QWidget *parent, const QString &title)
     return nullptr;
 }
 
-QStringList firstColumn(const QAbstractItemModel *model)
-{
-    QStringList texts;
-    for (int row = 0; row < model->rowCount(); ++row)
-        texts.append(model->index(row, 0).data().toString());
-    return texts;
-}
-
 } // namespace
-
-QByteArray ContentOf(const QString &path)
-{
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
-}
 
 void Program::isolate()
 {
@@ -68,11 +54,6 @@ void Program::isolate()
         qputenv(folder, QFile::encodeName(home.path()));
     for (const char *bus : {"DBUS_SESSION_BUS_ADDRESS", "DBUS_SYSTEM_BUS_ADDRESS"})
         qputenv(bus, "unix:path=/nonexistent");
-}
-
-QString Program::settingsFile()
-{
-    return qEnvironmentVariable("XDG_CONFIG_HOME") + u"/Zarvo/Zarvo.conf"_s;
 }
 
 Program::Program()
@@ -109,32 +90,11 @@ void Program::playStore(const Rules &first)
     scenario.when({u"download"}).copies(notesIPA).prints(u"{\"success\":true}");
 }
 
-void Program::deviceSays(const Words &words, QStringView text, int code)
-{
-    playDevice([&](Scenario &tool) { tool.when(words).prints(text).exits(code); });
-}
-
-void Program::storeSays(const Words &words, QStringView text, int code)
-{
-    playStore([&](Scenario &tool) { tool.when(words).prints(text).exits(code); });
-}
-
-void Program::storeSaysLater(const Words &words, QStringView text)
-{
-    playStore([&](Scenario &tool) { tool.when(words).awaits(tools.filePath(u"go"_s)).prints(text); });
-}
-
 QList<QStringList> Program::deviceCalls() const
 {
     QList<QStringList> calls = tools.calls(u"devicezarvo"_s);
     calls.removeAll(QStringList{u"devices"_s});
     return calls;
-}
-
-void Program::playUnzip(const Rules &rules)
-{
-    Scenario scenario = tools.add(u"unzip"_s);
-    rules(scenario);
 }
 
 // What a desktop does when the window comes and when a dialog of it goes.
@@ -158,19 +118,6 @@ bool Program::restart()
     return startWithPhone();
 }
 
-bool Program::startWithPhone()
-{
-    return start() && QTest::qWaitFor([this] { return phonesListed().size() == 2; }, kPatience);
-}
-
-bool Program::startWithApps()
-{
-    if (!startWithPhone())
-        return false;
-    choosePhone();
-    return QTest::qWaitFor([this] { return !isBusy() && namesListed().size() == 3; }, kPatience);
-}
-
 QWidget *Program::window() const
 {
     const QWidgetList all = QApplication::topLevelWidgets();
@@ -179,27 +126,6 @@ QWidget *Program::window() const
             return widget;
     }
     return nullptr;
-}
-
-QStringList Program::phonesListed() const
-{
-    return firstColumn(find<QComboBox>("phonePicker")->model());
-}
-
-QStringList Program::namesListed() const
-{
-    return firstColumn(find<QTableView>("table")->model());
-}
-
-void Program::press(const char *button) const
-{
-    QTest::mouseClick(find(button), Qt::LeftButton);
-}
-
-bool Program::perform(const char *button) const
-{
-    press(button);
-    return QTest::qWaitFor([this] { return !isBusy(); }, kPatience);
 }
 
 bool Program::cancels(const QString &tool) const
@@ -237,8 +163,7 @@ void Program::type(const char *field, const QString &text) const
     line->setFocus();
     line->selectAll();
     QTest::keyClick(line, Qt::Key_Delete);
-    for (const QChar letter : text) // QTest::keyClicks() knows Latin letters only
-        QTest::sendKeyEvent(QTest::Click, line, Qt::Key_unknown, QString(letter), Qt::NoModifier);
+    TypeText(line, text);
 }
 
 bool Program::download(const Inspection &inspect, const std::function<void()> &then, const char *button) const
@@ -305,23 +230,10 @@ bool Program::answerAlert(const QString &title) const
     return button && !alert() && activate();
 }
 
-QStringList Program::saved() const
-{
-    return QDir(destination.path()).entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot);
-}
-
-QStringList Program::workingFolders() const
-{
-    QStringList found = PrivateFoldersIn(destination.path(), u".zarvo-");
-    for (const QString &name : saved())
-        found += PrivateFoldersIn(destination.filePath(name), u".zarvo-");
-    return found;
-}
-
 void ProgramTest::cleanup()
 {
     if (m) {
-        EVENTUALLY(m->workingFolders().isEmpty());
+        EVENTUALLY_EQUAL(FilesBelow(m->destination.path(), u".zarvo-*"_s), QStringList());
         EVENTUALLY_EQUAL(m->temporary.leftovers(), QStringList());
     }
     m.reset();

@@ -3,6 +3,7 @@
 #pragma once
 
 #include "app/zarvo_app.h"
+#include "support/files.h"
 #include "support/patience.h"
 #include "support/scripted_tools.h"
 
@@ -10,6 +11,7 @@
 #include <QComboBox>
 #include <QDesktopServices>
 #include <QDialog>
+#include <QDir>
 #include <QFileDialog>
 #include <QLabel>
 #include <QLineEdit>
@@ -21,6 +23,15 @@
 #include <functional>
 #include <memory>
 #include <optional>
+
+inline constexpr std::chrono::milliseconds kLong{3 * kPatience}; ///< what ends earlier was ended
+
+/// QTest::keyClicks() knows Latin letters only.
+inline void TypeText(QWidget *widget, const QString &text)
+{
+    for (const QChar letter : text)
+        QTest::sendKeyEvent(QTest::Click, widget, Qt::Key_unknown, QString(letter), Qt::NoModifier);
+}
 
 /// Rules that a tool follows before the usual ones.
 using Rules = std::function<void(Scenario &)>;
@@ -40,31 +51,50 @@ public:
     /// asked of the desktop's message buses.
     static void isolate();
     /// The file with the program's settings; each test begins without it.
-    static QString settingsFile();
+    static QString settingsFile()
+    {
+        return qEnvironmentVariable("XDG_CONFIG_HOME") + QStringLiteral("/Zarvo/Zarvo.conf");
+    }
 
     void playDevice(const Rules &first = {});
     void playStore(const Rules &first = {});
     /// The tool answers so to the calls with these words, and as usual to the others.
     using Words = std::initializer_list<QStringView>;
-    void deviceSays(const Words &words, QStringView text, int code = 0);
-    void storeSays(const Words &words, QStringView text, int code = 0);
+    void deviceSays(const Words &words, QStringView text, int code = 0)
+    {
+        playDevice([&](Scenario &tool) { tool.when(words).prints(text).exits(code); });
+    }
+    void storeSays(const Words &words, QStringView text, int code = 0)
+    {
+        playStore([&](Scenario &tool) { tool.when(words).prints(text).exits(code); });
+    }
     /// The same, but not before go().
-    void storeSaysLater(const Words &words, QStringView text);
+    void storeSaysLater(const Words &words, QStringView text)
+    {
+        playStore([&](Scenario &tool) { tool.when(words).awaits(goFile()).prints(text); });
+    }
+    QString goFile() const { return tools.filePath(QStringLiteral("go")); }
     void go() const { tools.touch(QStringLiteral("go")); }
     /// The arguments of the calls so far; those of the device tool without the polls.
     QList<QStringList> storeCalls() const { return tools.calls(QStringLiteral("ipatool")); }
     QList<QStringList> deviceCalls() const;
-    /// Nobody runs this one unless the test leads somebody to it.
-    void playUnzip(const Rules &rules);
 
     /// Starts the program; true when its window is the active one.
     bool start();
     /// Ends the program and starts it again.
     bool restart();
     /// Starts it and waits for the phone in the list; true when it has come.
-    bool startWithPhone();
+    bool startWithPhone()
+    {
+        return start() && QTest::qWaitFor([this] { return phonesListed().size() == 2; }, kPatience);
+    }
     /// Starts it, chooses the phone and waits for the apps; true when they are there.
-    bool startWithApps();
+    bool startWithApps()
+    {
+        return startWithPhone() &&
+               (choosePhone(),
+                QTest::qWaitFor([this] { return !isBusy() && namesListed().size() == 3; }, kPatience));
+    }
 
     template <typename Widget = QAbstractButton>
     Widget *find(const char *name) const
@@ -77,12 +107,16 @@ public:
     QString status() const { return text("statusLabel"); }
     QString transfer() const { return text("transferLabel"); }
     bool isBusy() const { return find("cancelButton")->isEnabled(); }
-    QStringList phonesListed() const;
-    QStringList namesListed() const;
+    QStringList phonesListed() const { return firstColumn(find<QComboBox>("phonePicker")); }
+    QStringList namesListed() const { return firstColumn(find<QTableView>("table")); }
 
-    void press(const char *button) const;
+    void press(const char *button) const { QTest::mouseClick(find(button), Qt::LeftButton); }
     /// Presses the button and waits until nothing runs; false when that takes too long.
-    bool perform(const char *button) const;
+    bool perform(const char *button) const
+    {
+        press(button);
+        return QTest::qWaitFor([this] { return !isBusy(); }, kPatience);
+    }
     /// Cancels the job in which the tool runs; true when both have ended and the status says no more than
     /// that.
     bool cancels(const QString &tool) const;
@@ -115,9 +149,10 @@ public:
     bool answerAlert(const QString &title) const;
 
     /// The names in the destination folder, hidden ones included.
-    QStringList saved() const;
-    /// The names of the private folders in the destination folder, and in the folders there.
-    QStringList workingFolders() const;
+    QStringList saved() const
+    {
+        return QDir(destination.path()).entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot);
+    }
 
     ScriptedTools tools;
     QTemporaryDir destination; // made before, hence not among the temporary files
@@ -127,6 +162,14 @@ public:
 
 private:
     bool activate() const;
+    template <typename View>
+    static QStringList firstColumn(const View *view)
+    {
+        QStringList texts;
+        for (int row = 0; row < view->model()->rowCount(); ++row)
+            texts.append(view->model()->index(row, 0).data().toString());
+        return texts;
+    }
 
     std::unique_ptr<ZarvoApp> m_app;
 };
@@ -162,5 +205,3 @@ private Q_SLOTS:
     /// Whatever happened: no working folder stays, neither beside a file nor among the temporary ones.
     void cleanup();
 };
-
-QByteArray ContentOf(const QString &path);
