@@ -109,12 +109,14 @@ private:
     }
 
     QString inFolder(const QString &name) const { return m_folder.filePath(name); }
-    /// A fresh destination, and a fresh folder for temporary files.
-    bool prepare()
+    /// A fresh destination, and a fresh folder for temporary files. A foreign file is there, which may have
+    /// the name that the download is to get.
+    bool prepare(bool isInTheWay = false)
     {
         m_tmpdir = nullptr; // with what a killed program left there
         m_tmpdir = std::make_unique<TemporaryTmpdir>();
         QDir(m_destination).removeRecursively();
+        m_foreign = m_destination + (isInTheWay ? u"/App 0-1.0.ipa"_s : u"/foreign.ipa"_s);
         QFile foreign(m_foreign);
         return QDir().mkpath(m_destination) && foreign.open(QIODevice::WriteOnly) &&
                foreign.write(kForeign) > 0;
@@ -152,7 +154,7 @@ private:
     QTemporaryDir m_folder;
     ScriptedTools m_tools;
     const QString m_destination = inFolder(u"destination"_s);
-    const QString m_foreign = m_destination + u"/App 0 1.0.ipa"_s;
+    QString m_foreign;
     std::unique_ptr<TemporaryTmpdir> m_tmpdir;
     QByteArray m_sound;
 
@@ -231,7 +233,7 @@ private Q_SLOTS:
         QCOMPARE(whole.waitForEnd().status, 0);
 
         for (int round = 0; round < Rounds(4); ++round) {
-            QVERIFY(prepare());
+            QVERIFY(prepare(round % 2 == 1));
             PilotedProgram program;
             QVERIFY(program.start(m_tools.path(), m_destination, action) && program.waitForLine("ready"));
             QTest::qSleep(QRandomGenerator::global()->bounded(duration * 5 / 4 + 1));

@@ -231,16 +231,21 @@ private Q_SLOTS:
 
     void explainsAnotherProgramInPlaceOfTheTool()
     {
-        QVERIFY(m->startWithPhone());
-        m->playStore([](Scenario &tool) {
-            tool.when({u"auth"}).printsError(u"Error: unknown command \"auth\"").exits(1);
-        });
-        QVERIFY(m->perform("checkAccount"));
-        const QStringList texts = m->alertTexts();
-        QCOMPARE(texts.size(), 3);
-        QCOMPARE(texts[1], m->status());
-        QVERIFY(texts[1].contains(u"Код модуля: 1. Причина: Error: unknown command"));
-        QVERIFY(texts[2].startsWith(u"Эта версия ipatool не подходит"));
+        for (const QString &command : {u"auth"_s, u"list-purchases"_s}) {
+            m.emplace();
+            QVERIFY(m->startWithApps() && m->chooseApp(u"заметки"_s));
+            m->playStore([&](Scenario &tool) {
+                tool.when({command}).printsError(u"Error: unknown command \"%1\""_s.arg(command)).exits(1);
+                tool.when({u"auth"}).prints(uR"({"email":"owner@example.com","success":true})");
+            });
+            QVERIFY(command == u"auth" ? m->perform("checkAccount") : m->download());
+            EVENTUALLY(m->alert());
+            const QStringList texts = m->alertTexts();
+            QCOMPARE(texts.size(), 3);
+            QCOMPARE(texts[1], m->status());
+            QVERIFY(texts[1].contains(u"Код модуля: 1. Причина: Error: unknown command"));
+            QVERIFY(texts[2].startsWith(u"Эта версия ipatool не подходит"));
+        }
     }
 
     // Without it the list of phones becomes empty without a word, and the phone is to be chosen again.

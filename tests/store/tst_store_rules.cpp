@@ -1,5 +1,6 @@
 #include "device/device_tool_client.h"
 #include "store/account_check.h"
+#include "store/app_download.h"
 #include "store/diagnostic_redaction.h"
 #include "store/purchase_lookup.h"
 #include "store/store_failure_messages.h"
@@ -129,6 +130,21 @@ private Q_SLOTS:
     void findsNothingForAnAppWithoutIdentifier()
     {
         QVERIFY(SearchPurchases(uR"({"apps":[{"id":5}]})"_s, {}, 1).verdict == Verdict::GoOn);
+    }
+
+    void asksByIdentifiersThatAreNumbers()
+    {
+        const auto end = [](const QString &identifier, const QString &versionID) {
+            const AppRow app{u"a.b"_s, u"App"_s, u"1"_s, u"999"_s, versionID, {}};
+            return DownloadArguments(app, identifier, u"/d/x y.ipa"_s, true).sliced(5).join(u' ');
+        };
+        for (const QString &identifier : {u""_s, u"0"_s, u"-5"_s, u"a42"_s})
+            QCOMPARE(end(identifier, u"7"_s), u"--bundle-identifier a.b --external-version-id 7"_s);
+        for (const QString &text : {u"1"_s, u"007"_s, u"99999999999999999999"_s})
+            QCOMPARE(TypedStoreID(u" %1\n"_s.arg(text)), text);
+        for (const QString &text :
+             {u"0"_s, u"000"_s, u"+5"_s, u"12a"_s, u"1 2"_s, u"1.5"_s, u"٣"_s, u"１２"_s})
+            QVERIFY2(!TypedStoreID(text), qUtf8Printable(text));
     }
 
     // Seven million objects, which kept together need 600 MB, in less output than the runner accepts.
