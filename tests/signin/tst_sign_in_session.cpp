@@ -113,7 +113,7 @@ private Q_SLOTS:
         const QJsonObject descriptors = call.value("descriptors"_L1).toObject();
         QCOMPARE(descriptors.keys(), (QStringList{u"0"_s, u"1"_s, u"2"_s}));
         const QString name = descriptors.value("0"_L1).toString();
-        for (const QJsonValue &other : descriptors)
+        for (const auto &other : descriptors)
             QCOMPARE(other.toString(), name);
         const int terminal = ::open(QFile::encodeName(name).constData(), O_RDWR | O_NOCTTY | O_CLOEXEC);
         const auto echo = [terminal](tcflag_t wanted) {
