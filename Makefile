@@ -11,8 +11,10 @@ JOBS    ?= $(shell nproc 2>/dev/null || echo 2)
 # How long `make fuzz` runs each fuzzer.
 SECONDS ?= 60
 
-# Looked up when used: the compiler cache is optional and may come or go.
+# Looked up when used: the compiler cache is optional and may come or go. It passes precompiled headers by unless told
+# that all their macros stand in the command.
 LAUNCHER = -DCMAKE_CXX_COMPILER_LAUNCHER=$(shell command -v ccache)
+export CCACHE_SLOPPINESS ?= pch_defines,time_macros
 # ThreadSanitizer cannot lay out its memory under some kernels' address randomisation.
 FIXED_ADDRESSES = $(shell setarch -R true 2>/dev/null && echo setarch -R)
 
