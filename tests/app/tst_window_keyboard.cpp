@@ -98,6 +98,9 @@ private Q_SLOTS:
         row("finds an app and downloads it, whatever its version",
             kFindApp + u"^Zarvo|@exactVersion|Space|@downloadButton|"_s + kChooseFolder +
                 u"=IPA сохранён|"_s + kShowSaved);
+        row("downloads by an identifier that is typed",
+            u"Ctrl+F|'заметки|@table|Space|=Выбрано: заметки|@storeID|'777|@downloadButton|"_s +
+                kChooseFolder + u"=IPA сохранён: заметки"_s);
         row("downloads all", u"@allButton|"_s + kChooseFolder + u"=Сохранено: 2"_s);
         row("signs in",
             u"@login|Space|@account|Ctrl+A|'a@example.com|@password|'Correct horse 7|Return|@code|"
@@ -122,6 +125,8 @@ private Q_SLOTS:
         row("forgets the phone",
             u"@showHistory|Space|^Ранее подключённые устройства|@forgetDevice|Space|=iPhone найден|Esc|"
             "@showHistory"_s);
+        row("forgets all phones",
+            u"@showHistory|Space|@clearHistory|Space|=iPhone найден|Esc|@showHistory"_s);
         row("cancels what takes too long", u"@checkAccount|Space|@cancelButton|Space|=Операция отменена."_s,
             [](Scenario &tool) {
                 tool.when({u"auth", u"info"}).times(1).prints(uR"({"success":true})");

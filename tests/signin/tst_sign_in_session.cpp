@@ -169,7 +169,10 @@ private Q_SLOTS:
             EVENTUALLY(resend->isEnabled());
             if (launch == 2)
                 break;
-            m->press("resendButton");
+            QVERIFY(m->find<QLineEdit>("code")->hasFocus());
+            QTest::keyClick(m->window()->windowHandle(), Qt::Key_Tab);
+            QVERIFY(resend->hasFocus());
+            QTest::keyClick(m->window()->windowHandle(), Qt::Key_Space);
             QCOMPARE(m->message(), kPreparing);
             QVERIFY(!resend->isVisible());
         }
