@@ -11,6 +11,7 @@
 
 #include <zip.h>
 
+#include <array>
 #include <memory>
 
 using namespace Qt::StringLiterals;
@@ -35,9 +36,26 @@ bool isEmpty(const QString &folder)
     return QDir(folder).isEmpty(QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot);
 }
 
-/// Whether the device tool's library takes the archive, and sees the names that unzip sees. For unzip a name
-/// ends at a NUL, for the library it goes on with a blank; the device tool then finds no app, and says so.
-/// And of several ends of a directory unzip takes the last, the library the first that makes sense.
+/// Whether the library gets all of a member, and no more than it was told.
+bool isWhole(zip_t *archive, zip_uint64_t index)
+{
+    zip_stat_t facts;
+    const std::unique_ptr<zip_file_t, int (*)(zip_file_t *)> member(zip_fopen_index(archive, index, 0),
+                                                                    zip_fclose);
+    if (!member || zip_stat_index(archive, index, 0, &facts) != 0)
+        return false;
+    std::array<char, 65'536> bytes;
+    zip_uint64_t size = 0;
+    zip_int64_t count = 0;
+    while ((count = zip_fread(member.get(), bytes.data(), bytes.size())) > 0)
+        size += static_cast<zip_uint64_t>(count);
+    return count == 0 && size == facts.size;
+}
+
+/// Whether the device tool's library takes the archive with all its members, and sees the names that unzip
+/// sees. For unzip a name ends at a NUL, for the library it goes on with a blank; of several ends of a
+/// directory unzip takes the last, the library the first that makes sense; and a member of another size than
+/// the directory says is whole for unzip alone. The device tool then finds no app, and says so.
 bool isPlain(const std::filesystem::path &path)
 {
     int code = 0;
@@ -51,7 +69,7 @@ bool isPlain(const std::filesystem::path &path)
         return false;
     const auto count = static_cast<zip_uint64_t>(zip_get_num_entries(archive.get(), 0));
     for (zip_uint64_t i = 0; i < count; ++i) {
-        if (!bytes.contains(zip_get_name(archive.get(), i, ZIP_FL_ENC_RAW)))
+        if (!bytes.contains(zip_get_name(archive.get(), i, ZIP_FL_ENC_RAW)) || !isWhole(archive.get(), i))
             return false;
     }
     return true;
