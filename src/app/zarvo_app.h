@@ -7,6 +7,7 @@
 #include "core/error.h"
 #include "core/tool_runner.h"
 #include "device/device_records.h"
+#include "device/history_writer.h"
 #include "device/installed_apps.h"
 #include "store/known_secrets.h"
 
@@ -268,5 +269,6 @@ private:
     QString m_resourcePath;
     std::shared_ptr<const bool> m_alive =
         std::make_shared<const bool>(true); // for blocks that are still queued
-    Background m_background;                // last: its destructor waits for threads that use the rest
+    HistoryWriter m_historyWriter;
+    Background m_background; // last: its destructor waits for threads that use the rest
 };

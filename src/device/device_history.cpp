@@ -8,7 +8,6 @@
 #include "device/installed_apps.h"
 
 #include <QScrollArea>
-#include <QSettings>
 #include <QVBoxLayout>
 
 #include <algorithm>
@@ -17,8 +16,6 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-const QString kProgram = u"Zarvo"_s; // organisation and application
-const QString kSettingsKey = u"zarvo.deviceHistory.v1"_s;
 constexpr QSize kHistorySize{640, 400};
 constexpr int kSpacing = 16;
 constexpr int kMargin = 20;
@@ -94,14 +91,12 @@ QString HistoryLine(const PhoneEntry &entry, bool connected)
 
 void ZarvoApp::loadHistory()
 {
-    savedPhones = LoadedHistory(QSettings(kProgram, kProgram).value(kSettingsKey));
+    savedPhones = LoadedHistory(HistoryWriter::load());
 }
 
 void ZarvoApp::persistHistory()
 {
-    QSettings stored(kProgram, kProgram);
-    stored.setValue(kSettingsKey, StoredHistory(savedPhones));
-    stored.sync();
+    m_historyWriter.store(StoredHistory(savedPhones), m_background);
 }
 
 void ZarvoApp::rememberDevice(const PhoneEntry &phone)

@@ -2,6 +2,7 @@
 #include "app/window_fixture.h"
 
 #include <QAction>
+#include <QLockFile>
 #include <QPlainTextEdit>
 #include <QPushButton>
 #include <QSettings>
@@ -144,6 +145,25 @@ private Q_SLOTS:
             QVERIFY(m->restart()); // what is damaged does not keep the new entry from being stored
             QVERIFY(openedHistory().contains(kHere));
         }
+    }
+
+    // For a lock on the settings that another program has the toolkit waits without end.
+    void storesBehindTheWindow()
+    {
+        store(QVariantList{entry(u"1"_s, u"А"_s, u"1"_s)});
+        QVERIFY(m->startWithPhone());
+        const QByteArray before = ContentOf(Program::settingsFile());
+        QLockFile taken(Program::settingsFile() + u".lock"_s);
+        QVERIFY(taken.lock());
+        m->choosePhone();
+        EVENTUALLY(!m->isBusy());
+        QCOMPARE(openedHistory().size(), 2);
+        button(0)->click();
+        QCOMPARE(history(), QStringList{kHere});
+        QCOMPARE(ContentOf(Program::settingsFile()), before);
+        taken.unlock();
+        QVERIFY(m->restart());
+        QCOMPARE(openedHistory(), QStringList{kHere});
     }
 
     void forgetsAPhone()
