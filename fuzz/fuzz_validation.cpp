@@ -44,7 +44,7 @@ bool isWhole(zip_t *archive, zip_uint64_t index)
                                                                     zip_fclose);
     if (!member || zip_stat_index(archive, index, 0, &facts) != 0)
         return false;
-    std::array<char, 65'536> bytes;
+    std::array<char, 4096> bytes{};
     zip_uint64_t size = 0;
     zip_int64_t count = 0;
     while ((count = zip_fread(member.get(), bytes.data(), bytes.size())) > 0)

@@ -9,6 +9,7 @@
 #include <chrono>
 #include <cstdio>
 #include <filesystem>
+#include <mutex>
 #include <string_view>
 
 namespace {
@@ -16,8 +17,13 @@ namespace {
 // A file system that does not answer must not keep the signal waiting.
 constexpr std::chrono::seconds kForRemoval{2};
 
+// Who has begun to leave keeps it: work that fails because its folder goes away must not end the program
+// first.
+std::mutex g_leaving;
+
 void leaveNothingBehind(int signal)
 {
+    g_leaving.lock();
     PrivateFolder::removeAll(kForRemoval);
     ChildProcess::killAll();
     EndBySignal(signal);
@@ -28,6 +34,8 @@ int verify(const char *file, const char *bundleID)
     OnEndSignals(leaveNothingBehind);
     Error error;
     const auto info = ZarvoValidateIPA(file, QString::fromUtf8(bundleID), &error);
+    g_leaving.lock();
+    g_leaving.unlock(); // what is printed may wait for its reader: a signal ends that, too
     if (!info) {
         std::fprintf(stderr, "%s\n", error.message.toUtf8().constData());
         return 1;

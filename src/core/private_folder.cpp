@@ -29,7 +29,8 @@ constexpr auto kRemovalPause = std::chrono::milliseconds(25);
 struct Entry
 {
     QString path;
-    bool isMade = false; // enrolled before it is made, so that none can be overlooked
+    bool isMade = false;   // enrolled before it is made, so that none can be overlooked
+    bool isDoomed = false; // somebody is at removing it
 };
 
 struct FolderRegistry
@@ -60,7 +61,7 @@ void removeTree(const QString &path)
     std::filesystem::path doomed = folder;
     doomed += kDoomedSuffix;
     std::error_code failure;
-    std::filesystem::rename(folder, doomed, failure); // two threads may be at it on the way out: one succeeds
+    std::filesystem::rename(folder, doomed, failure);
     for (int round = 0; round < kRemovalRounds; ++round) {
         bool isLeft = false;
         for (const auto &name : {doomed, folder}) {
@@ -90,11 +91,24 @@ void forget(const QString &path)
     all.changed.notify_all();
 }
 
-bool isAlive(const QString &path)
+// On the way out a folder is removed for its owner and for the program. Two at it would stop at what the
+// other has removed, and say that nothing is left while the other is not done: so one does it, and the other
+// waits.
+void removeOnce(const QString &path)
 {
     FolderRegistry &all = folderRegistry();
-    const std::lock_guard lock(all.mutex);
-    return all.find(path) != all.alive.end();
+    {
+        std::unique_lock lock(all.mutex);
+        const auto entry = all.find(path);
+        if (entry == all.alive.end())
+            return;
+        if (std::exchange(entry->isDoomed, true)) {
+            all.changed.wait(lock, [&] { return all.find(path) == all.alive.end(); });
+            return;
+        }
+    }
+    removeTree(path);
+    forget(path);
 }
 
 // False when the program has begun to leave while the folder was being made.
@@ -119,9 +133,7 @@ void removeOnceMade(const QString &path)
             return entry == all.alive.end() || entry->isMade;
         });
     }
-    if (isAlive(path))
-        removeTree(path);
-    forget(path);
+    removeOnce(path);
 }
 
 } // namespace
@@ -189,9 +201,7 @@ void PrivateFolder::remove()
 {
     if (m_path.isEmpty())
         return;
-    if (isAlive(m_path))
-        removeTree(m_path);
-    forget(m_path);
+    removeOnce(m_path);
     m_path.clear();
 }
 

@@ -1,7 +1,9 @@
 #include "core/private_folder.h"
 
 #include <QDir>
+#include <QFile>
 #include <QFileInfo>
+#include <QProcess>
 #include <QTemporaryDir>
 #include <QTest>
 
@@ -11,6 +13,7 @@
 #include <unistd.h>
 
 #include <chrono>
+#include <cstdlib>
 #include <cstring>
 #include <future>
 #include <mutex>
@@ -25,6 +28,20 @@ namespace {
 std::mutex deadServer;
 std::promise<void> asked;
 constexpr auto kDeadName = "dead-";
+
+const QString kLeave = u"leave"_s;
+
+/// A worker lets go of its folder while the program leaves: who has nothing more to remove must not say so
+/// for the other, who is still at it. Done in a process of its own, which ends as soon as all is said to be
+/// gone.
+bool isGoneAfterLeaving(const QString &parent)
+{
+    auto folder = PrivateFolder::create(parent, u"shared-"_s);
+    for (int i = 0; folder && i < 300; ++i)
+        ::close(::creat(QFile::encodeName(folder->filePath(QString::number(i))).constData(), 0600));
+    std::thread([&folder] { folder.reset(); }).detach();
+    return PrivateFolder::removeAll(20s) && QDir(parent).isEmpty();
+}
 
 } // namespace
 
@@ -43,6 +60,14 @@ class PrivateFolderTest : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
+    void isGoneWhenItSaysSo()
+    {
+        for (int round = 0; round < 20; ++round) {
+            const QTemporaryDir parent;
+            QCOMPARE(QProcess::execute(u"/proc/self/exe"_s, {kLeave, parent.path()}), 0);
+        }
+    }
+
     void leavesInSpiteOfADeadServer()
     {
         const QTemporaryDir parent;
@@ -69,5 +94,11 @@ private Q_SLOTS:
     }
 };
 
-QTEST_APPLESS_MAIN(PrivateFolderTest)
+int main(int argc, char **argv)
+{
+    if (argc == 3 && QString::fromLocal8Bit(argv[1]) == kLeave)
+        std::_Exit(isGoneAfterLeaving(QString::fromLocal8Bit(argv[2])) ? 0 : 1);
+    PrivateFolderTest test;
+    return QTest::qExec(&test, argc, argv);
+}
 #include "tst_private_folder.moc"
