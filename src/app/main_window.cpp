@@ -1,6 +1,8 @@
 #include "app/main_window.h"
 
+#include "app/apps_table.h"
 #include "app/apps_table_model.h"
+#include "app/edit_commands.h"
 #include "app/phone_picker.h"
 #include "app/spinner.h"
 #include "app/view_factories.h"
@@ -23,6 +25,7 @@
 
 #include <algorithm>
 #include <array>
+#include <tuple>
 
 using namespace Qt::StringLiterals;
 
@@ -97,16 +100,20 @@ void layOutColumns(QTableView *table)
     QObject::connect(header, &QHeaderView::geometriesChanged, table, fit);
 }
 
-// The edit commands go to whatever has the focus, as its own shortcuts would.
-void sendKey(QKeySequence::StandardKey command)
+// An Enter that is held down presses once: its next press would answer what the first one has opened.
+class HeldEnter : public QObject
 {
-    QWidget *focused = QApplication::focusWidget();
-    if (!focused)
-        return;
-    const QKeyCombination keys = QKeySequence(command)[0];
-    QKeyEvent press(QEvent::KeyPress, keys.key(), keys.keyboardModifiers());
-    QApplication::sendEvent(focused, &press);
-}
+public:
+    using QObject::QObject;
+
+    bool eventFilter(QObject *, QEvent *event) override
+    {
+        if (event->type() != QEvent::KeyPress)
+            return false;
+        const auto *key = static_cast<const QKeyEvent *>(event);
+        return key->isAutoRepeat() && (key->key() == Qt::Key_Return || key->key() == Qt::Key_Enter);
+    }
+};
 
 } // namespace
 
@@ -160,6 +167,7 @@ void ZarvoApp::buildWindow()
     window = std::make_unique<MainWindow>();
     connect(window.get(), &MainWindow::closed, qApp, &QCoreApplication::quit);
     connect(window.get(), &MainWindow::dropped, this, &ZarvoApp::setIPA);
+    qApp->installEventFilter(new HeldEnter(window.get()));
     buildMenu(window->menuBar());
 
     const QMargins margins(Scaled(kContentMargins.left()), Scaled(kContentMargins.top()),
@@ -210,14 +218,15 @@ void ZarvoApp::buildMenu(QMenuBar *bar)
     connect(quit, &QAction::triggered, qApp, &QCoreApplication::quit);
 
     QMenu *edit = bar->addMenu(u"Правка"_s);
-    const std::pair<QString, QKeySequence::StandardKey> commands[] = {
-        {u"Вырезать"_s, QKeySequence::Cut},
-        {u"Копировать"_s, QKeySequence::Copy},
-        {u"Вставить"_s, QKeySequence::Paste},
-        {u"Выбрать всё"_s, QKeySequence::SelectAll},
+    const std::tuple<QString, QKeySequence::StandardKey, EditCommand> commands[] = {
+        {u"Вырезать"_s, QKeySequence::Cut, EditCommand::Cut},
+        {u"Копировать"_s, QKeySequence::Copy, EditCommand::Copy},
+        {u"Вставить"_s, QKeySequence::Paste, EditCommand::Paste},
+        {u"Выбрать всё"_s, QKeySequence::SelectAll, EditCommand::SelectAll},
     };
-    for (const auto &[title, key] : commands)
-        connect(add(edit, title, key), &QAction::triggered, this, [key = key] { sendKey(key); });
+    for (const auto &[title, key, command] : commands)
+        connect(add(edit, title, key), &QAction::triggered, this,
+                [command = command] { RunEditCommand(QApplication::focusWidget(), command); });
 }
 
 // The keys that everybody tries first; each does what its control does, and only while that is enabled.
@@ -308,7 +317,7 @@ QWidget *ZarvoApp::makeDeviceRow()
 
 QWidget *ZarvoApp::makeAppsTable()
 {
-    table = new QTableView;
+    table = new AppsTable;
     table->setObjectName(u"table"_s);
     table->setAccessibleName(u"Приложения"_s);
     m_tableModel = new AppsTableModel(rows, table);

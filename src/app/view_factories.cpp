@@ -177,7 +177,7 @@ void SetFontSize(QLabel *label, double points, bool bold)
 QPushButton *MakePushButton(const QString &title)
 {
     auto *button = new QPushButton(title);
-    button->setAutoDefault(false);
+    button->setAutoDefault(true); // Enter presses the one that has the focus, also where there is no dialog
     return button;
 }
 

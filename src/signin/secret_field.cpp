@@ -148,6 +148,6 @@ void SecretField::contextMenuEvent(QContextMenuEvent *event)
 {
     auto *menu = new QMenu(this);
     menu->setAttribute(Qt::WA_DeleteOnClose);
-    menu->addAction(u"Вставить"_s, this, [this] { pasteFrom(QClipboard::Clipboard); });
+    menu->addAction(u"Вставить"_s, this, &SecretField::paste);
     menu->popup(event->globalPos());
 }

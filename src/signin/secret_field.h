@@ -20,6 +20,8 @@ public:
     /// Replaces the whole; the caret goes behind the last character. Does not emit secretEdited.
     void setSecret(SecretText secret);
     void clearSecret();
+    /// Takes the place of the line edit's own, which would put the text into the line.
+    void paste() { pasteFrom(QClipboard::Clipboard); }
 
 Q_SIGNALS:
     /// The user has changed the text.

@@ -184,9 +184,7 @@ void LegacyAuth::buildFields(QVBoxLayout *stack, const QString &proposed)
 void LegacyAuth::buildButtons(QVBoxLayout *stack)
 {
     const auto button = [this](const QString &text, const char *name, void (LegacyAuth::*action)()) {
-        QPushButton *made = named(ZarvoButton(text, this, action), name);
-        made->setAutoDefault(true); // Enter on a button that has the focus presses that one
-        return made;
+        return named(ZarvoButton(text, this, action), name);
     };
     resendButton = button(u"Запросить код повторно"_s, "resendButton", &LegacyAuth::resend);
     startButton = button(u"Войти"_s, "startButton", &LegacyAuth::start);

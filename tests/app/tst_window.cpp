@@ -3,12 +3,14 @@
 #include "app/spinner.h"
 #include "app/view_factories.h"
 #include "app/window_fixture.h"
+#include "support/rows.h"
 
 #include <QAccessible>
 #include <QApplication>
 #include <QClipboard>
 #include <QHeaderView>
 #include <QMainWindow>
+#include <QPlainTextEdit>
 #include <QScrollArea>
 #include <QScrollBar>
 
@@ -113,25 +115,70 @@ private Q_SLOTS:
         EVENTUALLY(isInked());
     }
 
+    void editsWhatHasTheFocus_data()
+    {
+        const Rows<bool, bool> row; // during a job, by the menu
+        row("idle, by key", false, false);
+        row("idle, by the menu", false, true);
+        row("at work, by key", true, false);
+        row("at work, by the menu", true, true);
+    }
+
     void editsWhatHasTheFocus()
     {
-        QVERIFY(m->startWithPhone());
-        const auto trigger = [&](const QString &title) {
-            for (QAction *action : m->window()->findChildren<QAction *>())
-                action->text() == title ? action->trigger() : void();
-        };
-        auto *search = m->find<QLineEdit>("search");
-        auto *storeID = m->find<QLineEdit>("storeID");
+        const auto &[atWork, byMenu] = Row<bool, bool>();
+        QVERIFY(m->startWithApps() && m->chooseApp(u"Карты"_s));
         m->type("search", u"карты"_s);
-        trigger(u"Выбрать всё"_s);
-        trigger(u"Вырезать"_s);
-        QCOMPARE(search->text(), QString());
-        storeID->setFocus();
-        trigger(u"Вставить"_s);
-        QTest::keyClicks(storeID, u"!"_s);
-        QTest::keyClick(storeID, Qt::Key_A, Qt::ControlModifier);
-        trigger(u"Копировать"_s);
-        QCOMPARE(QApplication::clipboard()->text(), u"карты!"_s);
+        m->ask("showHistory");
+        QVERIFY(atWork || m->perform("infoButton"));
+        m->storeSaysLater({u"auth"}, u"{}");
+        atWork ? m->press("checkAccount") : void();
+        // Selects all, copies, cuts, and pastes what that left; gives what was copied.
+        const auto edit = [&, menu = byMenu](QWidget *focused) {
+            QApplication::clipboard()->setText(u"-"_s);
+            focused->window()->activateWindow();
+            focused->setFocus();
+            if (!QTest::qWaitFor([=] { return QApplication::focusWidget() == focused; }, kPatience))
+                return u"no focus"_s;
+            for (const QString &title : {u"Выбрать всё"_s, u"Копировать"_s, u"Вырезать"_s, u"Вставить"_s}) {
+                for (QAction *action : m->window()->findChildren<QAction *>()) {
+                    if (action->text() == title && menu)
+                        action->trigger();
+                    else if (action->text() == title)
+                        QTest::keySequence(focused, action->shortcut());
+                }
+            }
+            return QApplication::clipboard()->text();
+        };
+        int tried = 0;
+        for (const auto &[name, copied] :
+             {std::pair("phonePicker", u"-"_s), std::pair("refresh", u"-"_s),
+              std::pair("exactVersion", u"-"_s), std::pair("cancelButton", u"-"_s),
+              std::pair("search", u"карты"_s), std::pair("table", u"Карты\t1.5\tcom.example.maps"_s),
+              std::pair("statusLabel", m->status()), std::pair("transferLabel", u"-"_s)}) {
+            auto *view = m->find<QWidget>(name);
+            tried += view->isEnabled();
+            if (view->isEnabled())
+                QCOMPARE(edit(view), copied);
+        }
+        QCOMPARE(tried, atWork ? 3 : 7);
+        QCOMPARE(m->find<QLineEdit>("search")->text(), u"карты"_s);
+        QCOMPARE(edit(m->window()->findChild<FlippedView *>()), u"-"_s);
+        auto *note = m->find<QWidget>("historyWindow")->findChild<QLabel *>();
+        QCOMPARE(edit(note), note->text());
+        if (auto *details = m->find<QPlainTextEdit>("detailsText"))
+            QCOMPARE(edit(details) + details->toPlainText(), details->toPlainText().repeated(2));
+        // A word, chosen with the mouse.
+        auto *owner = m->find<QLabel>("ownerLabel");
+        owner->window()->activateWindow();
+        QVERIFY(QTest::qWaitForWindowActive(owner->window()));
+        QTest::mouseDClick(owner, Qt::LeftButton, {}, QPoint(3, owner->height() / 2));
+        QTest::keySequence(owner, QKeySequence::Copy);
+        QCOMPARE(QApplication::clipboard()->text(), u"Выбрано"_s);
+        m->go();
+        EVENTUALLY(!m->isBusy());
+        atWork ? QTest::keySequence(m->alert()->findChild<QPushButton *>(), QKeySequence::Copy) : void();
+        QCOMPARE(QApplication::clipboard()->text(), u"Выбрано"_s);
     }
 
     void tellsScreenReaders()

@@ -1,5 +1,6 @@
 // The sheet itself: its sizes, its keys, what its secret fields keep and give away, and the keyboard layout
 // while a password is typed.
+#include "app/edit_commands.h"
 #include "app/view_factories.h"
 #include "signin/secret_field.h"
 #include "signin/sign_in_fixture.h"
@@ -129,7 +130,7 @@ private Q_SLOTS:
         m->type("password", u"before"_s);
         field->setCursorPosition(3);
         QGuiApplication::clipboard()->setText(pasted);
-        QTest::keySequence(field, QKeySequence::Paste);
+        RunEditCommand(field, EditCommand::Paste);
         QCOMPARE(m->secret("password"), accepted ? u"bef%1ore"_s.arg(pasted) : u"before"_s);
         QCOMPARE(m->note(), accepted ? kEnglish : kRefused);
         QCOMPARE(field->cursorPosition(), accepted ? 3 + pasted.size() : 6);
