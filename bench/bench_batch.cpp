@@ -14,7 +14,6 @@
 #include <QLineEdit>
 #include <QPushButton>
 #include <QTest>
-#include <QTimer>
 
 #include <algorithm>
 
@@ -56,18 +55,15 @@ esac)");
     return written && writeIPA((folder + u"/app.ipa"_s).toStdString(), {});
 }
 
-// Presses the button for all apps and answers the folder chooser, which comes in a loop of its own.
 void startBatch(const QWidget *window, const QString &destination)
 {
-    QTimer::singleShot(0, window, [destination] {
-        auto *chooser = qobject_cast<QFileDialog *>(QApplication::activeModalWidget());
-        if (!chooser)
-            return;
-        auto *name = chooser->findChild<QLineEdit *>(u"fileNameEdit"_s);
-        name->setText(destination);
-        QTest::keyClick(name, Qt::Key_Return);
-    });
     window->findChild<QPushButton *>(u"allButton"_s)->click();
+    auto *chooser = qobject_cast<QFileDialog *>(QApplication::activeModalWidget());
+    if (!chooser)
+        return;
+    auto *name = chooser->findChild<QLineEdit *>(u"fileNameEdit"_s);
+    name->setText(destination);
+    QTest::keyClick(name, Qt::Key_Return);
 }
 
 bool isWhole(const QString &report)

@@ -15,7 +15,6 @@
 #include <QPushButton>
 #include <QTableView>
 #include <QTest>
-#include <QTimer>
 
 #include <chrono>
 #include <cstdio>
@@ -85,23 +84,6 @@ private:
     int m_count = 0;
 };
 
-// The folder chooser has an event loop of its own: whoever answers it has to be queued before it opens.
-void answerFolderChooser(Tour &tour, const QString &folder)
-{
-    auto *timer = new QTimer;
-    QObject::connect(timer, &QTimer::timeout, timer, [timer, folder, &tour] {
-        auto *panel = qobject_cast<QFileDialog *>(QApplication::activeModalWidget());
-        if (!panel)
-            return;
-        timer->stop();
-        timer->deleteLater();
-        panel->findChild<QLineEdit *>(u"fileNameEdit"_s)->setText(folder);
-        tour.step(u"Папка для сохранения выбрана"_s, [] { return true; });
-        QTest::keyClick(panel->findChild<QLineEdit *>(u"fileNameEdit"_s), Qt::Key_Return);
-    });
-    timer->start(50ms);
-}
-
 void type(QLineEdit *field, const QString &text)
 {
     field->setFocus();
@@ -159,10 +141,18 @@ bool chooseApp(Tour &tour)
                      [&] { return tour.view<QPushButton>("downloadButton")->isEnabled(); });
 }
 
-void pressDownload(Tour &tour, const QString &downloads, const char *button = "downloadButton")
+bool pressDownload(Tour &tour, const QString &downloads, const char *button = "downloadButton")
 {
-    answerFolderChooser(tour, downloads);
     tour.press(button);
+    auto *panel = qobject_cast<QFileDialog *>(tour.sheet());
+    if (!panel)
+        return false;
+    auto *name = panel->findChild<QLineEdit *>(u"fileNameEdit"_s);
+    name->setText(downloads);
+    if (!tour.step(u"Папка для сохранения выбрана"_s, [] { return true; }))
+        return false;
+    QTest::keyClick(name, Qt::Key_Return);
+    return true;
 }
 
 bool install(Tour &tour)
@@ -200,8 +190,8 @@ bool downloadAll(Tour &tour, const QString &downloads)
     if (!tour.step(u"Выбран другой телефон"_s,
                    [&] { return tour.view<QPushButton>("allButton")->isEnabled(); }))
         return false;
-    pressDownload(tour, downloads, "allButton");
-    if (!tour.step(u"Приложения загружаются одно за другим"_s,
+    if (!pressDownload(tour, downloads, "allButton") ||
+        !tour.step(u"Приложения загружаются одно за другим"_s,
                    [&] { return tour.status().startsWith(u"Загрузка: "); }) ||
         !tour.step(u"Список обработан, отчёт записан"_s,
                    [&] { return tour.status().endsWith(u"Отчёт — report.json."); }))
@@ -214,17 +204,16 @@ bool play(Tour &tour, const QString &downloads)
 {
     if (!chooseApp(tour))
         return false;
-    pressDownload(tour, downloads);
-    if (!tour.step(u"Без входа магазин ничего не отдаёт"_s,
-                   [&] { return tour.sheet() && tour.status().startsWith(u"Нужен вход в Apple Account"); }))
+    if (!pressDownload(tour, downloads) || !tour.step(u"Без входа магазин ничего не отдаёт"_s, [&] {
+            return tour.sheet() && tour.status().startsWith(u"Нужен вход в Apple Account");
+        }))
         return false;
     QTest::keyClick(tour.sheet(), Qt::Key_Return);
     if (!QTest::qWaitFor([&] { return !tour.sheet(); }) || !signIn(tour))
         return false;
-    pressDownload(tour, downloads);
-    if (!tour.step(u"Загрузка идёт"_s, [&] { return tour.status().startsWith(u"Загрузка: "); }))
-        return false;
-    if (!tour.step(u"IPA проверен и сохранён"_s, [&] { return tour.status().startsWith(u"IPA сохранён: "); }))
+    if (!pressDownload(tour, downloads) ||
+        !tour.step(u"Загрузка идёт"_s, [&] { return tour.status().startsWith(u"Загрузка: "); }) ||
+        !tour.step(u"IPA проверен и сохранён"_s, [&] { return tour.status().startsWith(u"IPA сохранён: "); }))
         return false;
     const QString file = tour.view<QLabel>("transferLabel")->text();
     const QFileInfo saved(file);
@@ -233,10 +222,18 @@ bool play(Tour &tour, const QString &downloads)
     return saved.size() > 0 && install(tour) && showPhones(tour) && downloadAll(tour, downloads);
 }
 
+// The display that is none tells of everything that it cannot do; the rest is told.
+void tell(QtMsgType type, const QMessageLogContext &context, const QString &message)
+{
+    if (!message.startsWith(u"This plugin does not support "))
+        std::fprintf(stderr, "%s\n", qUtf8Printable(qFormatLogMessage(type, context, message)));
+}
+
 } // namespace
 
 int main(int argc, char **argv)
 {
+    qInstallMessageHandler(tell);
     qputenv("QT_QPA_PLATFORM", "offscreen");
     QApplication application(argc, argv);
     if (argc != 2) {

@@ -33,7 +33,7 @@ void ZarvoApp::setTransfer(const QString &text)
 
 void ZarvoApp::job(const QString &text, const JobWork &work)
 {
-    if (busy || auth)
+    if (busy || auth || isChoosing()) // its alert would come up over the chooser
         return;
     const bool quiet = std::exchange(quietNextJob, false);
     busy = true;

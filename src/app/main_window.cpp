@@ -12,7 +12,6 @@
 #include <QCheckBox>
 #include <QCloseEvent>
 #include <QComboBox>
-#include <QFileDialog>
 #include <QHeaderView>
 #include <QKeyEvent>
 #include <QLineEdit>
@@ -375,24 +374,4 @@ QWidget *ZarvoApp::makeBottomRow()
     cancelButton->setObjectName(u"cancelButton"_s);
     return ZarvoRow(
         {spinner, cancelButton, button(u"Инструкция"_s, "instructions", &ZarvoApp::instructions)});
-}
-
-std::optional<QString> ZarvoApp::chooseDirectory(const QString &message)
-{
-    QFileDialog panel(window.get(), message);
-    panel.setFileMode(QFileDialog::Directory);
-    panel.setOption(QFileDialog::ShowDirsOnly);
-    panel.setLabelText(QFileDialog::Accept, u"Сохранить сюда"_s);
-    // The desktop's own dialog shows the message as its title; the toolkit's has room for a line above the
-    // list.
-    if (QLayout *layout = panel.layout()) {
-        auto *line = new QLabel(message);
-        line->setTextFormat(Qt::PlainText);
-        line->setWordWrap(true);
-        line->setMargin(Scaled(kContentSpacing));
-        layout->setMenuBar(line);
-    }
-    if (panel.exec() != QDialog::Accepted || panel.selectedFiles().isEmpty())
-        return std::nullopt;
-    return panel.selectedFiles().first();
 }

@@ -29,6 +29,7 @@ class LegacyAuth;
 class MainWindow;
 class QCheckBox;
 class QComboBox;
+class QFileDialog;
 class QLabel;
 class QLineEdit;
 class QMenuBar;
@@ -118,8 +119,17 @@ private:
     template <typename Action>
     QPushButton *button(const QString &title, const char *name, Action action);
     QLineEdit *field(const QString &placeholder, const char *name);
-    std::optional<QString> chooseDirectory(const QString &message);
     void setFieldText(QLineEdit *field, const QString &text);
+
+    // Choosers (app/file_choosers.cpp)
+    using Chosen = std::function<void(const QString &path)>;
+    /// Asks for a folder; calls `chosen` if one is chosen, after the chooser has gone. Dropped while a
+    /// chooser or an alert is open.
+    void chooseDirectory(const QString &message, const Chosen &chosen);
+    void chooseIPA();
+    void openChooser(QFileDialog *chooser, const Chosen &chosen);
+    static bool hasSheet();
+    bool isChoosing() const;
 
     // Control state (app/control_state.cpp)
     std::optional<AppRow> target() const;
@@ -157,6 +167,7 @@ private:
     bool fetch(const AppRow &row, const QString &numericID, const QString &folder, const QString &file,
                bool exact, Error *error); // worker
     void download();
+    void downloadInto(const QString &folder, const AppRow &row, const QString &identifier, bool exact);
     void showDownload(const QString &email, const QString &file);
     void downloadAll();
     bool downloadEach(const QList<AppRow> &all, const QString &parent, bool exact, Error *error); // worker
@@ -174,7 +185,6 @@ private:
     void clearDeviceSelection();
 
     // Installing (device/install_to_device.cpp)
-    void chooseIPA();
     void install();
     void installConfirmed(const QString &file, const QString &phone);
     void showInstalled(const QString &phone, const QList<AppRow> &list);
@@ -238,9 +248,11 @@ private:
 
     // Views, owned by the window
     std::unique_ptr<MainWindow> window;
-    std::unique_ptr<LegacyAuth> auth; // the open sign-in, a sheet of the window
-    QPointer<QWidget> infoWindow;     // the newest one; gone when closed
-    QWidget *historyWindow = nullptr; // kept once made
+    std::unique_ptr<LegacyAuth> auth;       // the open sign-in, a sheet of the window
+    QFileDialog *m_folderChooser = nullptr; // kept once made
+    QFileDialog *m_ipaChooser = nullptr;    // kept once made
+    QPointer<QWidget> infoWindow;           // the newest one; gone when closed
+    QWidget *historyWindow = nullptr;       // kept once made
     QVBoxLayout *historyStack = nullptr;
     QStringList m_historyShown; // what its rows tell, to leave them alone while nothing changes
     QComboBox *phonePicker = nullptr;

@@ -8,7 +8,6 @@
 
 #include <QComboBox>
 #include <QFile>
-#include <QFileDialog>
 #include <QFileInfo>
 #include <QLabel>
 
@@ -50,18 +49,6 @@ QString InstallQuestion(const QString &file, const QString &phoneTitle)
         OneLine(QFileInfo(file).fileName()), phoneTitle);
 }
 
-void ZarvoApp::chooseIPA()
-{
-    auto *panel = new QFileDialog(window.get(), u"Выбрать IPA…"_s);
-    panel->setAttribute(Qt::WA_DeleteOnClose);
-    panel->setFileMode(QFileDialog::ExistingFile);
-    panel->setNameFilter(u"IPA (*.ipa *.IPA)"_s);
-    if (!ipa.isEmpty())
-        panel->setDirectory(QFileInfo(ipa).absolutePath());
-    connect(panel, &QFileDialog::fileSelected, this, &ZarvoApp::setIPA);
-    panel->open();
-}
-
 void ZarvoApp::setIPA(const QString &file)
 {
     if (!IsIPAFile(file))
@@ -73,7 +60,7 @@ void ZarvoApp::setIPA(const QString &file)
 
 void ZarvoApp::install()
 {
-    if (busy || auth || ipa.isEmpty() || selectedPhone.isEmpty())
+    if (busy || hasSheet() || ipa.isEmpty() || selectedPhone.isEmpty())
         return;
     // Taken now: what is installed is what the question names, whatever the window shows by the time of the
     // answer.

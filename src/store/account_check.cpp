@@ -67,7 +67,7 @@ void ZarvoApp::showAccount(const QString &email)
 
 void ZarvoApp::login()
 {
-    if (busy || auth)
+    if (busy || hasSheet())
         return;
     const std::optional<AppRow> app = target();
     const QString proposed = app && !app->licenseAccount.isEmpty() ? app->licenseAccount : account;

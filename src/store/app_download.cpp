@@ -158,28 +158,30 @@ void ZarvoApp::download()
     const std::optional<AppRow> row = target();
     if (!row)
         return;
-    // The window lives on while the folder is chosen: a phone that goes takes the field's text with it.
-    const QString identifier = storeID->text();
-    const bool exact = exactVersion->isChecked();
-    const auto directory = chooseDirectory(u"IPA будет загружен с серверов Apple через аккаунт владельца."_s);
-    if (!directory)
-        return;
+    // Taken now: the window lives on while the folder is chosen, and a phone that goes takes the field's text
+    // with it.
+    const auto start = [this, row = *row, identifier = storeID->text(), exact = exactVersion->isChecked()](
+                           const QString &folder) { downloadInto(folder, row, identifier, exact); };
+    chooseDirectory(u"IPA будет загружен с серверов Apple через аккаунт владельца."_s, start);
+}
+
+void ZarvoApp::downloadInto(const QString &folder, const AppRow &row, const QString &identifier, bool exact)
+{
     const std::optional<QString> typed = TypedStoreID(identifier);
     if (!typed) {
         setStatus(u"ID App Store должен быть положительным целым числом."_s);
         return;
     }
-    job(u"Проверка входа перед загрузкой…"_s,
-        [this, row = *row, numericID = *typed, folder = *directory, exact](Error *error) {
-            const auto email = accountWorker(error);
-            if (!email)
-                return false;
-            const auto file = downloadWorker(row, numericID, folder, exact, error);
-            if (!file)
-                return false;
-            onMain([this, email = *email, file = *file] { showDownload(email, file); });
-            return true;
-        });
+    job(u"Проверка входа перед загрузкой…"_s, [this, row, numericID = *typed, folder, exact](Error *error) {
+        const auto email = accountWorker(error);
+        if (!email)
+            return false;
+        const auto file = downloadWorker(row, numericID, folder, exact, error);
+        if (!file)
+            return false;
+        onMain([this, email = *email, file = *file] { showDownload(email, file); });
+        return true;
+    });
 }
 
 void ZarvoApp::showDownload(const QString &email, const QString &file)

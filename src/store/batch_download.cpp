@@ -162,15 +162,16 @@ void ZarvoApp::downloadAll()
     const QList<AppRow> all = apps;
     if (all.isEmpty())
         return;
-    const auto directory = chooseDirectory(
+    const auto start = [this, all](const QString &folder) {
+        const bool exact = exactVersion->isChecked();
+        job(u"Проверка входа…"_s, [this, all, exact, folder](Error *error) {
+            return accountWorker(error) && downloadEach(all, folder, exact, error);
+        });
+    };
+    chooseDirectory(
         u"Будет обработан весь список: %1 приложений. Недоступные приложения будут отмечены в отчёте."_s.arg(
-            all.size()));
-    if (!directory)
-        return;
-    const bool exact = exactVersion->isChecked();
-    job(u"Проверка входа…"_s, [this, all, exact, folder = *directory](Error *error) {
-        return accountWorker(error) && downloadEach(all, folder, exact, error);
-    });
+            all.size()),
+        start);
 }
 
 bool ZarvoApp::downloadEach(const QList<AppRow> &all, const QString &parent, bool exact, Error *error)

@@ -128,9 +128,8 @@ private:
         say(u"ready"_s);
         if (m_action == u"info")
             press("showHistory");
-        // From an event of its own: a timer whose handler is in a dialog's event loop does not fire.
         if (const char *button = kActions.at(m_action).button)
-            QTimer::singleShot(0, this, [this, button] { press(button); });
+            press(button);
     }
 
     static void signIn(QWidget *sheet)

@@ -50,7 +50,9 @@ private Q_SLOTS:
         m->type("search", u"КАР"_s); // the batch is about all apps, not about those shown
         for (const int batch : {1, 2}) {
             m->find("exactVersion")->setChecked(batch == 1);
-            QVERIFY(m->downloadAll([](QFileDialog &chooser) {
+            QVERIFY(m->downloadAll([&](QFileDialog &chooser) {
+                QCOMPARE(chooser.directory() == QDir(m->destination.path()), batch == 2); // as typed before
+                QCOMPARE(chooser.findChild<QLineEdit *>(u"fileNameEdit"_s)->text(), QString());
                 QCOMPARE(chooser.windowTitle(), u"Будет обработан весь список: 3 приложений. Недоступные "
                                                 "приложения будут отмечены в отчёте."_s);
             }));

@@ -7,7 +7,9 @@
 #include <QDragEnterEvent>
 #include <QFile>
 #include <QMimeData>
+#include <QPointer>
 #include <QProcess>
+#include <QTimer>
 
 using namespace Qt::StringLiterals;
 
@@ -165,12 +167,52 @@ private Q_SLOTS:
         m->press("installButton");
         QVERIFY(m->answerAlert(u"Отмена"_s));
         m->press("installButton");
+        QKeyEvent held(QEvent::KeyPress, Qt::Key_Return, Qt::NoModifier, u"\r"_s, true);
+        QCoreApplication::sendEvent(m->alert(), &held); // is no answer
         QTest::keyClick(m->alert(), Qt::Key_Escape);
         EVENTUALLY(!m->alert());
         QCOMPARE(m->status(), before);
         m->choosePhone(Qt::Key_Home);
         QVERIFY(!m->find("installButton")->isEnabled());
         QVERIFY(!m->deviceCalls().last().contains(u"install"_s));
+    }
+
+    // Shortcuts reach the window until the sheet over it is the active one.
+    void asksOneThingAtATime()
+    {
+        QVERIFY(chooseBoth() && m->chooseApp(u"Карты"_s));
+        m->storeSays({u"auth"}, u"{}");
+        const auto opens = {"chooseIPA", "downloadButton", "allButton", "installButton", "login"};
+        for (const char *first : opens) {
+            m->press(first);
+            QPointer<QDialog> sheet = m->alert();
+            QVERIFY2(sheet, first);
+            for (const char *other : opens)
+                m->ask(other);
+            if (qobject_cast<QFileDialog *>(sheet))
+                m->ask("checkAccount"); // would fail, and say so
+            QVERIFY2(!m->isBusy() && sheet == m->alert(), first);
+            sheet->reject();
+            EVENTUALLY(!m->alert());
+        }
+    }
+
+    void survivesAChooserThatIsClosedUnderItsQuestion()
+    {
+        QVERIFY(m->startWithPhone());
+        m->press("chooseIPA");
+        auto *chooser = qobject_cast<QFileDialog *>(m->alert());
+        QTimer::singleShot(0, chooser, [chooser] { // in the toolkit's loop
+            QWidget *question = QApplication::activeModalWidget();
+            QVERIFY(question != chooser);
+            chooser->close();
+            QTest::qWait(0);
+            question->close();
+        });
+        auto *name = chooser->findChild<QLineEdit *>(u"fileNameEdit"_s);
+        name->setText(u"none.ipa"_s);
+        QTest::keyClick(name, Qt::Key_Return);
+        QVERIFY(!m->alert() && m->chooseIPA(m->notesIPA));
     }
 
     void takesDroppedIPAsOnly_data()

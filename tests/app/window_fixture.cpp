@@ -7,14 +7,11 @@
 #include <QDir>
 #include <QFile>
 #include <QPushButton>
-#include <QTimer>
 
 using namespace Qt::StringLiterals;
-using namespace std::chrono_literals;
 
 namespace {
 
-constexpr auto kLookAgain = 10ms;
 constexpr QStringView kPhones = uR"({"devices":[{"id":"PHONE-1","name":"Телефон","ios":"17.4"}]})";
 constexpr QStringView kApps = uR"({"apps":[
 {"id":"com.example.notes","name":"заметки","version":"2.0"},
@@ -168,27 +165,21 @@ void Program::type(const char *field, const QString &text) const
 
 bool Program::download(const Inspection &inspect, const std::function<void()> &then, const char *button) const
 {
-    bool answered = false;
-    QTimer answering;
-    QObject::connect(&answering, &QTimer::timeout, &answering, [&] {
-        QFileDialog *chooser = openChooser();
-        if (!chooser || answered)
-            return;
-        answered = true;
-        if (inspect)
-            inspect(*chooser);
-        chooser->findChild<QLineEdit *>(u"fileNameEdit"_s)->setText(destination.path());
-        QPushButton *confirm = buttonReading(chooser, u"Сохранить сюда"_s);
-        if (confirm && chooser->isVisible())
-            confirm->click();
-        if (chooser->isVisible())
-            chooser->reject();
-        if (then)
-            then();
-    });
-    answering.start(kLookAgain);
     press(button);
-    return answered && activate();
+    QFileDialog *chooser = openChooser();
+    if (!chooser)
+        return false;
+    if (then) // comes before the program hears of the choice
+        QObject::connect(chooser, &QDialog::accepted, chooser, then, Qt::SingleShotConnection);
+    if (inspect)
+        inspect(*chooser);
+    chooser->findChild<QLineEdit *>(u"fileNameEdit"_s)->setText(destination.path());
+    QPushButton *confirm = buttonReading(chooser, u"Сохранить сюда"_s);
+    if (confirm && chooser->isVisible())
+        confirm->click();
+    if (chooser->isVisible())
+        chooser->reject();
+    return activate();
 }
 
 bool Program::chooseIPA(const QString &file) const
@@ -197,7 +188,11 @@ bool Program::chooseIPA(const QString &file) const
     QFileDialog *chooser = openChooser();
     if (!chooser)
         return false;
+    chooser->activateWindow(); // what a desktop does
     auto *name = chooser->findChild<QLineEdit *>(u"fileNameEdit"_s);
+    name->setFocus();
+    if (!QTest::qWaitFor([=] { return name->hasFocus(); }, kPatience))
+        return false;
     name->setText(file);
     QTest::keyClick(name, Qt::Key_Return);
     return !chooser->isVisible() && activate();
