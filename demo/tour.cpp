@@ -222,10 +222,11 @@ bool play(Tour &tour, const QString &downloads)
     return saved.size() > 0 && install(tour) && showPhones(tour) && downloadAll(tour, downloads);
 }
 
-// The display that is none tells of everything that it cannot do; the rest is told.
+// Of the display that is none, and of a session that is none, nobody has to be told.
 void tell(QtMsgType type, const QMessageLogContext &context, const QString &message)
 {
-    if (!message.startsWith(u"This plugin does not support "))
+    if (!message.startsWith(u"This plugin does not support ") &&
+        !message.startsWith(u"QStandardPaths: XDG_RUNTIME_DIR not set"))
         std::fprintf(stderr, "%s\n", qUtf8Printable(qFormatLogMessage(type, context, message)));
 }
 

@@ -6,6 +6,7 @@
 #include <QEvent>
 #include <QFontInfo>
 #include <QHBoxLayout>
+#include <QMouseEvent>
 #include <QScrollArea>
 #include <QScrollBar>
 #include <QTextDocument>
@@ -55,6 +56,15 @@ public:
     }
 
 protected:
+    // Selected text cannot be dragged away: that would be a loop of the toolkit's in this label, which may be
+    // removed meanwhile.
+    void mousePressEvent(QMouseEvent *event) override
+    {
+        if (event->button() == Qt::LeftButton && !(event->modifiers() & Qt::ShiftModifier))
+            setSelection(0, 0);
+        QLabel::mousePressEvent(event);
+    }
+
     void paintEvent(QPaintEvent *event) override
     {
         QLabel::paintEvent(event);

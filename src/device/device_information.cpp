@@ -5,6 +5,7 @@
 #include "app/view_factories.h"
 #include "app/zarvo_app.h"
 
+#include <QMouseEvent>
 #include <QPlainTextEdit>
 #include <QVBoxLayout>
 
@@ -15,6 +16,25 @@ namespace {
 constexpr QSize kInformationSize{680, 620};
 constexpr double kTextSize = 14;
 constexpr int kInset = 18;
+
+// Text that cannot be dragged away: that would be a loop of the toolkit's in a view that goes with its
+// window.
+class DetailsView : public QPlainTextEdit
+{
+public:
+    using QPlainTextEdit::QPlainTextEdit;
+
+protected:
+    void mousePressEvent(QMouseEvent *event) override
+    {
+        if (event->button() == Qt::LeftButton && !(event->modifiers() & Qt::ShiftModifier)) {
+            QTextCursor cursor = textCursor();
+            cursor.clearSelection();
+            setTextCursor(cursor);
+        }
+        QPlainTextEdit::mousePressEvent(event);
+    }
+};
 
 } // namespace
 
@@ -43,7 +63,7 @@ void ZarvoApp::showInfo()
 
 void ZarvoApp::showDetails(const QString &text)
 {
-    auto *view = new QPlainTextEdit(text);
+    auto *view = new DetailsView(text);
     view->setObjectName(u"detailsText"_s);
     view->setAccessibleName(u"Сведения об iPhone"_s);
     view->setReadOnly(true);

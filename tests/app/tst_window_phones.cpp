@@ -2,7 +2,9 @@
 #include "app/window_fixture.h"
 
 #include <QAction>
+#include <QDrag>
 #include <QLockFile>
+#include <QMouseEvent>
 #include <QPlainTextEdit>
 #include <QPushButton>
 #include <QSettings>
@@ -194,6 +196,26 @@ private Q_SLOTS:
         QCOMPARE(history(), kEmpty);
         QVERIFY(m->restart());
         QCOMPARE(openedHistory(), kEmpty);
+    }
+
+    // A drag is a loop of the toolkit's, and what it comes from may be removed meanwhile.
+    void letsNothingBeDraggedAway()
+    {
+        QVERIFY(m->startWithApps() && m->perform("infoButton"));
+        openedHistory();
+        auto *details = shown("infoWindow").value(0)->findChild<QPlainTextEdit *>();
+        details->selectAll();
+        QLabel *line = inHistory<QLabel>().value(1);
+        line->setSelection(0, static_cast<int>(line->text().size()));
+        for (QWidget *view : {details->viewport(), static_cast<QWidget *>(line)}) {
+            const QPoint place(25, view == line ? 8 : 30);
+            QTest::mousePress(view, Qt::LeftButton, {}, place);
+            const QPoint next(60, place.y());
+            QMouseEvent move(QEvent::MouseMove, next, view->mapToGlobal(next), Qt::NoButton, Qt::LeftButton,
+                             {});
+            QCoreApplication::sendEvent(view, &move);
+            QVERIFY2(!view->findChild<QDrag *>(), view->metaObject()->className());
+        }
     }
 
     void closesWithKeys()
