@@ -35,11 +35,11 @@ QVariant AppsTableModel::data(const QModelIndex &index, int role) const
     const AppRow &row = m_shown[index.row()];
     switch (index.column()) {
     case Name:
-        return OneLine(row.name);
+        return ShownName(row.name);
     case Version:
-        return OneLine(row.version);
+        return ShownName(row.version);
     default:
-        return OneLine(row.id);
+        return ShownName(row.id);
     }
 }
 

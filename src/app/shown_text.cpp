@@ -4,7 +4,8 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-constexpr qsizetype kLongestShown = 2000;
+constexpr qsizetype kLongestExplanation = 2000;
+constexpr qsizetype kLongestName = 200; // a bundle identifier has at most 155
 const QString kParagraphBreak = u"\n\n"_s;
 
 bool isControl(QChar character)
@@ -19,6 +20,22 @@ bool isControl(QChar character)
     }
 }
 
+// Invisible, and able to turn around what stands beside them: "gnp.exe" would read "exe.png".
+bool turnsText(QChar character)
+{
+    const char16_t unit = character.unicode();
+    return unit == 0x061C || unit == 0x200E || unit == 0x200F || (unit >= 0x202A && unit <= 0x202E) ||
+           (unit >= 0x2066 && unit <= 0x2069);
+}
+
+QString bounded(const QString &text, qsizetype longest)
+{
+    if (text.size() <= longest)
+        return text;
+    const bool splitsPair = text.at(longest - 1).isHighSurrogate();
+    return text.left(longest - splitsPair) + u'…';
+}
+
 } // namespace
 
 QString OneLine(const QString &text)
@@ -27,6 +44,8 @@ QString OneLine(const QString &text)
     line.reserve(text.size());
     bool blank = false;
     for (const QChar character : text) {
+        if (turnsText(character))
+            continue;
         const bool control = isControl(character);
         if (!control)
             line.append(character);
@@ -37,13 +56,14 @@ QString OneLine(const QString &text)
     return line;
 }
 
+QString ShownName(const QString &name)
+{
+    return bounded(OneLine(name), kLongestName);
+}
+
 QString ShownExplanation(const QString &text)
 {
-    QString shown = text.left(kLongestShown);
-    if (shown.size() < text.size() && shown.back().isHighSurrogate())
-        shown.chop(1);
-    if (shown.size() < text.size())
-        shown.append(u'…');
+    const QString shown = bounded(text, kLongestExplanation);
     const qsizetype end = shown.indexOf(kParagraphBreak);
     if (end < 0)
         return OneLine(shown);

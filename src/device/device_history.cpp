@@ -2,6 +2,7 @@
 
 #include "app/main_window.h"
 #include "app/second_window.h"
+#include "app/shown_text.h"
 #include "app/view_factories.h"
 #include "app/zarvo_app.h"
 #include "device/device_discovery.h"
@@ -86,7 +87,8 @@ QList<PhoneEntry> LoadedHistory(const QVariant &stored)
 
 QString HistoryLine(const PhoneEntry &entry, bool connected)
 {
-    return u"%1\niOS %2 • %3"_s.arg(entry.name, entry.ios, connected ? u"Подключён"_s : u"Не подключён"_s);
+    return u"%1\niOS %2 • %3"_s.arg(ShownName(entry.name), ShownName(entry.ios),
+                                    connected ? u"Подключён"_s : u"Не подключён"_s);
 }
 
 void ZarvoApp::loadHistory()
@@ -140,7 +142,7 @@ QWidget *ZarvoApp::makeHistoryRow(const PhoneEntry &entry)
     QPushButton *forget =
         ZarvoButton(u"Удалить из истории"_s, this, [this, id = entry.id] { forgetDeviceID(id); });
     forget->setObjectName(u"forgetDevice"_s);
-    forget->setAccessibleDescription(entry.name);
+    forget->setAccessibleDescription(ShownName(entry.name));
     forget->setEnabled(!busy);
     return ZarvoRow({ZarvoLabel(HistoryLine(entry, HasPhone(phones, entry.id)), false), forget});
 }

@@ -2,6 +2,7 @@
 
 #include "app/main_window.h"
 #include "app/second_window.h"
+#include "app/shown_text.h"
 #include "app/view_factories.h"
 #include "app/zarvo_app.h"
 
@@ -42,7 +43,7 @@ QString DetailsText(const QList<DetailLine> &details)
 {
     QString text;
     for (const DetailLine &line : details)
-        text += line.label + u'\n' + line.value + u"\n\n"_s;
+        text += ShownName(line.label) + u'\n' + ShownName(line.value) + u"\n\n"_s;
     return text;
 }
 

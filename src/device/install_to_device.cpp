@@ -46,7 +46,7 @@ QString InstallQuestion(const QString &file, const QString &phoneTitle)
 {
     // Put together at once: a name that holds "%1" stays what it is.
     return u"%1\n%2\nУстановка может заменить существующую версию. iOS проверит подпись и лицензию."_s.arg(
-        OneLine(QFileInfo(file).fileName()), phoneTitle);
+        ShownName(QFileInfo(file).fileName()), phoneTitle);
 }
 
 void ZarvoApp::setIPA(const QString &file)
@@ -54,7 +54,7 @@ void ZarvoApp::setIPA(const QString &file)
     if (!IsIPAFile(file))
         return; // a name typed into the panel, or an argument
     ipa = QFileInfo(file).absoluteFilePath();
-    ipaLabel->setText(OneLine(QFileInfo(file).fileName()));
+    ipaLabel->setText(ShownName(QFileInfo(file).fileName()));
     updateControls();
 }
 

@@ -62,7 +62,7 @@ void ZarvoApp::checkAccount()
 void ZarvoApp::showAccount(const QString &email)
 {
     account = email;
-    accountLabel->setText(OneLine(u"Вход выполнен: %1"_s.arg(email)));
+    accountLabel->setText(u"Вход выполнен: %1"_s.arg(ShownName(email)));
 }
 
 void ZarvoApp::login()
@@ -70,7 +70,7 @@ void ZarvoApp::login()
     if (busy || hasSheet())
         return;
     const std::optional<AppRow> app = target();
-    const QString proposed = app && !app->licenseAccount.isEmpty() ? app->licenseAccount : account;
+    const QString proposed = app && !app->licenseAccount.isEmpty() ? OneLine(app->licenseAccount) : account;
     auth = std::make_unique<LegacyAuth>(window.get(), tool(u"ipatool"_s), proposed,
                                         [this](bool success) { finishLogin(success); });
     auth->show();

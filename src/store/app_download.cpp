@@ -110,7 +110,7 @@ std::optional<QString> ZarvoApp::downloadWorker(const AppRow &row, const QString
         return std::nullopt;
     }
 
-    setStatus(u"Проверка IPA: %1"_s.arg(row.name));
+    setStatus(u"Проверка IPA: %1"_s.arg(ShownName(row.name)));
     const auto info = ZarvoValidateIPA(toPath(file), row.id, error);
     if (!info)
         return std::nullopt;
@@ -138,7 +138,7 @@ bool ZarvoApp::fetch(const AppRow &row, const QString &numericID, const QString 
             return false;
         identifier = *found;
     }
-    setStatus(u"Загрузка: %1"_s.arg(row.name));
+    setStatus(u"Загрузка: %1"_s.arg(ShownName(row.name)));
     const auto start = Clock::now();
     auto lastReport = Clock::time_point::min();
     const auto progress = [&] {
@@ -186,11 +186,11 @@ void ZarvoApp::downloadInto(const QString &folder, const AppRow &row, const QStr
 
 void ZarvoApp::showDownload(const QString &email, const QString &file)
 {
-    const QString name = QFileInfo(file).fileName();
+    const QString name = ShownName(QFileInfo(file).fileName());
     showAccount(email);
     ipa = file;
     lastDownload = file;
-    ipaLabel->setText(OneLine(name));
+    ipaLabel->setText(name);
     setStatus(u"IPA сохранён: %1"_s.arg(name));
     setTransfer(file);
 }
