@@ -2,21 +2,23 @@
 
 #include "app/apps_table.h"
 #include "app/apps_table_model.h"
-#include "app/edit_commands.h"
+#include "app/elided_text.h"
 #include "app/phone_picker.h"
 #include "app/spinner.h"
 #include "app/view_factories.h"
+#include "app/window_fitting.h"
 #include "app/zarvo_app.h"
 
 #include <QApplication>
 #include <QCheckBox>
 #include <QCloseEvent>
 #include <QComboBox>
+#include <QFileDialog>
+#include <QGridLayout>
 #include <QHeaderView>
 #include <QKeyEvent>
 #include <QLineEdit>
 #include <QMenuBar>
-#include <QScreen>
 #include <QScrollArea>
 #include <QShortcut>
 #include <QTableView>
@@ -37,9 +39,13 @@ constexpr int kContentSpacing = 9;
 constexpr int kLogoSide = 54;
 constexpr double kTitleSize = 25;
 constexpr int kPickerWidth = 220;
+constexpr int kWidestPicker = 300; // beside its buttons
 constexpr int kStoreIDWidth = 200;
 constexpr int kTableHeight = 220;
 constexpr int kRowHeight = 24;
+constexpr int kStatusLines = 3;
+constexpr int kForeignLines = 2;                                    // of a text with a name in it
+constexpr int kGrowth = kStatusLines - 1 + 3 * (kForeignLines - 1); // lines by which the texts may grow
 
 struct ColumnSize
 {
@@ -121,10 +127,6 @@ MainWindow::MainWindow()
     setObjectName(u"window"_s);
     setWindowTitle(u"Zarvo"_s);
     setMinimumSize(kSmallestWindow);
-    const QRect screen = QApplication::primaryScreen()->availableGeometry();
-    const QSize wanted(Scaled(kWindowSize.width()), Scaled(kWindowSize.height()));
-    resize(wanted.boundedTo(screen.size()).expandedTo(kSmallestWindow));
-    move(screen.center() - rect().center());
 }
 
 void MainWindow::closeEvent(QCloseEvent *event)
@@ -176,7 +178,6 @@ void ZarvoApp::buildWindow()
     stack->setContentsMargins(margins.left(), margins.top(), margins.right(), 0);
     stack->setSpacing(Scaled(kContentSpacing));
     buildContent(stack);
-    stack->addStretch(1);
 
     auto *scroll = new QScrollArea;
     scroll->setFrameShape(QFrame::NoFrame);
@@ -197,6 +198,8 @@ void ZarvoApp::buildWindow()
     whole->addLayout(outcome);
     window->setCentralWidget(central);
     addShortcuts();
+    FitWindow(window.get(), kWindowSize, m_content, outcome,
+              kGrowth * statusLabel->fontMetrics().lineSpacing());
     window->show();
     window->activateWindow();
     phonePicker->setFocus();
@@ -253,8 +256,9 @@ void ZarvoApp::addShortcuts()
 void ZarvoApp::buildOutcome(QVBoxLayout *stack)
 {
     statusLabel =
-        named(ZarvoLabel(u"Подключите iPhone кабелем и выберите его в списке."_s, true), "statusLabel");
-    transferLabel = named(secondary(ZarvoLabel({}, false)), "transferLabel");
+        named(ZarvoLabel(u"Подключите iPhone кабелем и выберите его в списке."_s, true, kStatusLines),
+              "statusLabel");
+    transferLabel = named(secondary(ZarvoLabel({}, false, kForeignLines)), "transferLabel");
     stack->addWidget(statusLabel);
     stack->addWidget(transferLabel);
     stack->addWidget(makeBottomRow());
@@ -262,8 +266,9 @@ void ZarvoApp::buildOutcome(QVBoxLayout *stack)
 
 void ZarvoApp::buildContent(QVBoxLayout *stack)
 {
-    ownerLabel = named(secondary(ZarvoLabel(u"Выберите приложение в таблице."_s, false)), "ownerLabel");
-    ipaLabel = named(ZarvoLabel(u"IPA не выбран"_s, false), "ipaLabel");
+    ownerLabel =
+        named(secondary(ZarvoLabel(u"Выберите приложение в таблице."_s, false, kForeignLines)), "ownerLabel");
+    ipaLabel = named(ZarvoLabel(u"IPA не выбран"_s, false, kForeignLines), "ipaLabel");
     exactVersion = new QCheckBox(u"Запрашивать установленную версию по данным iPhone"_s);
     exactVersion->setObjectName(u"exactVersion"_s);
     exactVersion->setChecked(true);
@@ -304,6 +309,7 @@ QWidget *ZarvoApp::makeDeviceRow()
     phonePicker->setObjectName(u"phonePicker"_s);
     phonePicker->setAccessibleDescription(u"Выберите iPhone"_s);
     phonePicker->setMinimumWidth(Scaled(kPickerWidth));
+    phonePicker->setMaximumWidth(Scaled(kWidestPicker));
     phonePicker->setSizeAdjustPolicy(QComboBox::AdjustToContents);
     phonePicker->addItem(u"Выберите iPhone"_s);
     connect(phonePicker, &QComboBox::currentIndexChanged, this, &ZarvoApp::selectPhone);
@@ -321,7 +327,8 @@ QWidget *ZarvoApp::makeAppsTable()
     table->setAccessibleName(u"Приложения"_s);
     m_tableModel = new AppsTableModel(rows, table);
     table->setModel(m_tableModel);
-    table->setFixedHeight(Scaled(kTableHeight));
+    table->setMinimumHeight(Scaled(kTableHeight));
+    table->setItemDelegate(new ElidingDelegate(table));
     table->setSelectionBehavior(QAbstractItemView::SelectRows);
     table->setSelectionMode(QAbstractItemView::SingleSelection);
     table->setEditTriggers(QAbstractItemView::NoEditTriggers);
@@ -334,18 +341,26 @@ QWidget *ZarvoApp::makeAppsTable()
     table->verticalHeader()->setSectionResizeMode(QHeaderView::Fixed);
     table->verticalHeader()->setDefaultSectionSize(Scaled(kRowHeight));
     layOutColumns(table);
-    m_phoneTrouble = named(secondary(ZarvoLabel({}, false)), "phoneTrouble");
-    m_phoneTrouble->setAlignment(Qt::AlignCenter);
-    m_phoneTrouble->hide();
-    (new QVBoxLayout(table->viewport()))->addWidget(m_phoneTrouble);
     connect(table->selectionModel(), &QItemSelectionModel::selectionChanged, this,
             &ZarvoApp::tableViewSelectionDidChange);
-    return table;
+    // Beside the table, not in it: to screen readers a table has cells and nothing else.
+    m_phoneTrouble = named(secondary(ZarvoLabel({}, false, kStatusLines)), "phoneTrouble");
+    m_phoneTrouble->setAlignment(Qt::AlignCenter);
+    auto *note = new QVBoxLayout;
+    note->setContentsMargins(Scaled(kContentMargins.left()), 0, Scaled(kContentMargins.right()), 0);
+    note->addWidget(m_phoneTrouble);
+    auto *place = new QWidget;
+    auto *both = new QGridLayout(place);
+    both->setContentsMargins({});
+    both->addWidget(table, 0, 0);
+    both->addLayout(note, 0, 0, Qt::AlignVCenter);
+    updateTableNote();
+    return place;
 }
 
 QWidget *ZarvoApp::makeAccountRow()
 {
-    accountLabel = named(ZarvoLabel(u"Вход ещё не проверен"_s, false), "accountLabel");
+    accountLabel = named(ZarvoLabel(u"Вход ещё не проверен"_s, false, kForeignLines), "accountLabel");
     return ZarvoRow({accountLabel, button(u"Войти в Apple Account…"_s, "login", &ZarvoApp::login),
                      button(u"Проверить вход"_s, "checkAccount", &ZarvoApp::checkAccount)});
 }
@@ -353,7 +368,7 @@ QWidget *ZarvoApp::makeAccountRow()
 QWidget *ZarvoApp::makeDownloadRow()
 {
     storeID = field(u"ID App Store (если известен)"_s, "storeID");
-    storeID->setFixedWidth(Scaled(kStoreIDWidth));
+    storeID->setFixedWidth(std::max(Scaled(kStoreIDWidth), WidthOfPlaceholder(storeID)));
     downloadButton = button(u"Загрузить IPA…"_s, "downloadButton", &ZarvoApp::download);
     allButton = button(u"Загрузить все с iPhone…"_s, "allButton", &ZarvoApp::downloadAll);
     return ZarvoRow({storeID, downloadButton, allButton});

@@ -1,10 +1,17 @@
 #include "app/phone_picker.h"
 
+#include "app/elided_text.h"
+
 #include <QAbstractItemView>
+#include <QHelpEvent>
 #include <QKeyEvent>
+#include <QStyle>
+#include <QStyleOptionComboBox>
 #include <QWheelEvent>
 
 namespace {
+
+constexpr int kTextMargins = 4; // that styles leave beside the text
 
 bool moves(int key)
 {
@@ -27,6 +34,26 @@ PhonePicker::PhonePicker(QWidget *parent)
     : QComboBox(parent)
 {
     setFocusPolicy(Qt::StrongFocus);
+}
+
+void PhonePicker::initStyleOption(QStyleOptionComboBox *option) const
+{
+    QComboBox::initStyleOption(option);
+    const QRect room =
+        style()->subControlRect(QStyle::CC_ComboBox, option, QStyle::SC_ComboBoxEditField, this);
+    option->currentText =
+        fontMetrics().elidedText(currentText(), Qt::ElideRight, room.width() - kTextMargins);
+}
+
+bool PhonePicker::event(QEvent *event)
+{
+    if (event->type() != QEvent::ToolTip)
+        return QComboBox::event(event);
+    QStyleOptionComboBox shown;
+    initStyleOption(&shown);
+    const bool isCut = shown.currentText != currentText();
+    ShowWholeText(*static_cast<QHelpEvent *>(event), this, isCut ? currentText() : QString());
+    return true;
 }
 
 void PhonePicker::keyPressEvent(QKeyEvent *event)

@@ -4,7 +4,8 @@
 #include <QComboBox>
 
 /// Changing the phone drops the list of apps and what was typed, so that nothing but a choice in the unfolded
-/// list changes it: the wheel scrolls the page, and keys on the folded list unfold it. Main thread only.
+/// list changes it: the wheel scrolls the page, and keys on the folded list unfold it. A title that is too
+/// long is cut with "…", and a tooltip has the whole. Main thread only.
 class PhonePicker : public QComboBox
 {
     Q_OBJECT
@@ -13,6 +14,8 @@ public:
     explicit PhonePicker(QWidget *parent = nullptr);
 
 protected:
+    void initStyleOption(QStyleOptionComboBox *option) const override;
+    bool event(QEvent *event) override;
     void keyPressEvent(QKeyEvent *event) override;
     void wheelEvent(QWheelEvent *event) override;
 };

@@ -5,6 +5,8 @@
 
 namespace {
 
+constexpr int kLeastShare = 3; // a third of the row
+
 QSize sizeIn(int available, const QLayoutItem *item)
 {
     const int width = std::min(item->sizeHint().width(), std::max(available, item->minimumSize().width()));
@@ -79,6 +81,15 @@ void RowLayout::setGeometry(const QRect &rect)
     layOut(rect, true);
 }
 
+// What the items from this one on take in one line, with the spacing before each.
+int RowLayout::widthFrom(qsizetype index) const
+{
+    int width = 0;
+    for (; index < m_items.size(); ++index)
+        width += m_items[index]->isEmpty() ? 0 : spacing() + m_items[index]->sizeHint().width();
+    return width;
+}
+
 // Returns the height that the lines take.
 int RowLayout::layOut(const QRect &rect, bool apply) const
 {
@@ -96,10 +107,13 @@ int RowLayout::layOut(const QRect &rect, bool apply) const
         lineHeight = 0;
         x = 0;
     };
-    for (QLayoutItem *item : m_items) {
+    for (qsizetype i = 0; i < m_items.size(); ++i) {
+        QLayoutItem *item = m_items[i];
         if (item->isEmpty())
             continue;
-        const QSize size = sizeIn(rect.width(), item);
+        // What can be narrower gives way to what follows it, where enough is left for it.
+        const int beside = rect.width() - x - widthFrom(i + 1);
+        const QSize size = sizeIn(beside > rect.width() / kLeastShare ? beside : rect.width(), item);
         if (!line.isEmpty() && x + size.width() > rect.width()) {
             closeLine();
             y += spacing();

@@ -5,7 +5,8 @@
 #include <QList>
 
 /// Lays its items out from the left at their natural widths, centred vertically in their line; an item that
-/// does not fit any more begins a new line. Height depends on width.
+/// does not fit any more begins a new line. One that can be narrower gives way to those after it. Height
+/// depends on width.
 class RowLayout : public QLayout
 {
     Q_DISABLE_COPY_MOVE(RowLayout)
@@ -26,6 +27,7 @@ public:
     void setGeometry(const QRect &rect) override;
 
 private:
+    int widthFrom(qsizetype index) const;
     int layOut(const QRect &rect, bool apply) const;
 
     QList<QLayoutItem *> m_items;

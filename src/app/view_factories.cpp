@@ -1,6 +1,7 @@
 #include "app/view_factories.h"
 
 #include "app/row_layout.h"
+#include "app/wrapping_label.h"
 
 #include <QApplication>
 #include <QEvent>
@@ -9,13 +10,10 @@
 #include <QMouseEvent>
 #include <QScrollArea>
 #include <QScrollBar>
-#include <QTextDocument>
-#include <QTextOption>
 #include <QVBoxLayout>
 
 #include <algorithm>
 #include <cmath>
-#include <utility>
 
 using namespace Qt::StringLiterals;
 
@@ -24,67 +22,10 @@ namespace {
 constexpr double kReferenceFont = 13;     // the font size, in pixels, for which sizes are given
 constexpr float kSecondaryOpacity = 0.6F; // 4.5 : 1 and more against the ground, light or dark
 constexpr int kRowSpacing = 8;
-constexpr int kNarrowestLabel = 60;
 constexpr int kAlertWidth = 460;
 constexpr int kAlertTextHeight = 300;
 constexpr int kAlertMargin = 20;
 constexpr int kAlertSpacing = 12;
-
-// A wrapping QLabel asks for a compact block, and cuts a word that is longer than its line. This one asks for
-// one line, wraps when it gets less, and breaks such a word, as paths and identifiers have them.
-class WrappingLabel : public QLabel
-{
-public:
-    using QLabel::QLabel;
-
-    QSize sizeHint() const override
-    {
-        const QSize line = fontMetrics().size(0, text());
-        return QSize(line.width() + 1, heightForWidth(line.width() + 1)).expandedTo(minimumSizeHint());
-    }
-
-    QSize minimumSizeHint() const override
-    {
-        return QSize(std::min(Scaled(kNarrowestLabel), fontMetrics().horizontalAdvance(text()) + 1),
-                     fontMetrics().height());
-    }
-
-    int heightForWidth(int width) const override
-    {
-        const int height = QLabel::heightForWidth(width);
-        return breakWords() ? QLabel::heightForWidth(width) : height;
-    }
-
-protected:
-    // Selected text cannot be dragged away: that would be a loop of the toolkit's in this label, which may be
-    // removed meanwhile.
-    void mousePressEvent(QMouseEvent *event) override
-    {
-        if (event->button() == Qt::LeftButton && !(event->modifiers() & Qt::ShiftModifier))
-            setSelection(0, 0);
-        QLabel::mousePressEvent(event);
-    }
-
-    void paintEvent(QPaintEvent *event) override
-    {
-        QLabel::paintEvent(event);
-        breakWords(); // paints again when the base class has laid the text out afresh
-    }
-
-private:
-    // The label has no such mode, but the document of its selectable text has; the base class sets it back
-    // with each new layout. True when something has changed.
-    bool breakWords() const
-    {
-        auto *document = findChild<QTextDocument *>();
-        QTextOption option = document ? document->defaultTextOption() : QTextOption();
-        if (!document || option.wrapMode() == QTextOption::WrapAtWordBoundaryOrAnywhere)
-            return false;
-        option.setWrapMode(QTextOption::WrapAtWordBoundaryOrAnywhere);
-        document->setDefaultTextOption(option);
-        return true;
-    }
-};
 
 // What is too high for an alert scrolls.
 QWidget *makeAlertText(const QString &text, bool bold)
@@ -117,13 +58,17 @@ public:
 
     void adjust()
     {
-        QColor color = QApplication::palette().color(QPalette::Active, QPalette::WindowText);
-        color.setAlphaF(kSecondaryOpacity);
-        if (QApplication::palette().color(QPalette::Active, QPalette::PlaceholderText) == color)
-            return;
+        const QPalette whole = QApplication::palette();
         QPalette palette;
-        palette.setColor(QPalette::PlaceholderText, color);
-        QApplication::setPalette(palette);
+        bool isFollowing = true;
+        for (const auto group : {QPalette::Active, QPalette::Inactive, QPalette::Disabled}) {
+            QColor color = whole.color(group, QPalette::WindowText);
+            color.setAlphaF(color.alphaF() * kSecondaryOpacity);
+            palette.setColor(group, QPalette::PlaceholderText, color);
+            isFollowing &= whole.color(group, QPalette::PlaceholderText) == color;
+        }
+        if (!isFollowing)
+            QApplication::setPalette(palette);
     }
 
     bool eventFilter(QObject *object, QEvent *event) override
@@ -142,9 +87,9 @@ int Scaled(int pixels)
     return static_cast<int>(std::lround(pixels * std::max(1.0, factor)));
 }
 
-QLabel *ZarvoLabel(const QString &text, bool bold)
+QLabel *ZarvoLabel(const QString &text, bool bold, int mostLines)
 {
-    auto *label = new WrappingLabel(text);
+    auto *label = new WrappingLabel(text, mostLines);
     label->setTextFormat(Qt::PlainText);
     label->setWordWrap(true);
     label->setTextInteractionFlags(Qt::TextSelectableByMouse);

@@ -14,8 +14,8 @@
 int Scaled(int pixels);
 
 /// A wrapping, selectable, plain-text label in the desktop's font, bold on request. It takes `text` letter by
-/// letter: no markup, no mnemonics.
-QLabel *ZarvoLabel(const QString &text, bool bold);
+/// letter: no markup, no mnemonics. What goes beyond `mostLines`, where that is not 0, is left to a tooltip.
+QLabel *ZarvoLabel(const QString &text, bool bold, int mostLines = 0);
 
 /// Gives a label the toned-down colour of secondary text, which follows the palette.
 void MakeSecondary(QLabel *label);

@@ -179,6 +179,7 @@ private:
     void pollDevice(bool byUser);
     void applyDiscoveredPhones(const QList<PhoneEntry> &found);
     void showPhoneTrouble(const QString &reason);
+    void updateTableNote();
     void rebuildPicker();
     void showPickedPhone(const QString &id);
     void selectPhone();
@@ -226,6 +227,7 @@ private:
     QList<AppRow> apps;                // all of them, sorted by name
     QList<AppRow> rows;                // those that pass the search
     QList<DetailLine> details;         // of the information read with the apps
+    QString m_trouble;                 // why no phone can be listed
     QString selectedApp;               // bundle identifier of the chosen row
     QDateTime lastAppAttempt;          // when the last read of the apps was started
     QList<AppSearchKeys> m_searchKeys; // of `apps`
@@ -262,7 +264,7 @@ private:
     QLabel *ownerLabel = nullptr;
     QLabel *statusLabel = nullptr;
     QLabel *transferLabel = nullptr;
-    QLabel *m_phoneTrouble = nullptr; // why no phone can be listed; on the empty table
+    QLabel *m_phoneTrouble = nullptr; // why the table is empty; over it
     QLabel *ipaLabel = nullptr;
     QLineEdit *storeID = nullptr;
     QPushButton *downloadButton = nullptr;

@@ -1,5 +1,6 @@
 #include "device/device_discovery.h"
 
+#include "app/elided_text.h"
 #include "app/shown_text.h"
 #include "app/zarvo_app.h"
 #include "device/device_tool_client.h"
@@ -38,7 +39,7 @@ PhoneEntry FindPhone(const QList<PhoneEntry> &phones, const QString &id)
 
 QString PhoneTitle(const PhoneEntry &phone)
 {
-    return u"%1 · iOS %2"_s.arg(phone.name, phone.ios);
+    return u"%1 · iOS %2"_s.arg(ShownName(phone.name), ShownName(phone.ios));
 }
 
 QString PhonePrompt(const QList<PhoneEntry> &phones)
@@ -94,9 +95,8 @@ void ZarvoApp::applyDiscoveredPhones(const QList<PhoneEntry> &found)
 // A poll nobody asked for opens no alert; its reason stands where the apps of a phone would be.
 void ZarvoApp::showPhoneTrouble(const QString &reason)
 {
-    const QString text = ShownExplanation(reason);
-    m_phoneTrouble->setText(text);
-    m_phoneTrouble->setVisible(!text.isEmpty());
+    m_trouble = ShownExplanation(reason);
+    updateTableNote();
 }
 
 void ZarvoApp::rebuildPicker()
@@ -105,8 +105,10 @@ void ZarvoApp::rebuildPicker()
     phonePicker->hidePopup(); // else the lines would move under the user's pointer
     phonePicker->clear();
     phonePicker->addItem(u"Выберите iPhone"_s);
-    for (const PhoneEntry &phone : std::as_const(phones))
-        phonePicker->addItem(OneLine(PhoneTitle(phone)), phone.id);
+    for (const PhoneEntry &phone : std::as_const(phones)) {
+        phonePicker->addItem(PhoneTitle(phone), phone.id);
+        phonePicker->setItemData(phonePicker->count() - 1, WholeTextTip(PhoneTitle(phone)), Qt::ToolTipRole);
+    }
 }
 
 void ZarvoApp::showPickedPhone(const QString &id)

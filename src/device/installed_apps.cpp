@@ -144,7 +144,15 @@ QString OwnerText(const std::optional<AppRow> &app)
         return u"Выберите приложение в таблице."_s;
     const QString separator =
         app->licenseAccount.isEmpty() ? QString() : u" • аккаунт исходной установки: "_s;
-    return u"Выбрано: %1 %2%3%4"_s.arg(app->name, app->version, separator, app->licenseAccount);
+    return u"Выбрано: %1 %2%3%4"_s.arg(ShownName(app->name), ShownName(app->version), separator,
+                                       ShownName(app->licenseAccount));
+}
+
+QString EmptyTableText(bool isRead, bool hasApps, const QString &trouble)
+{
+    if (!isRead)
+        return trouble;
+    return hasApps ? u"Ничего не найдено"_s : u"На iPhone нет приложений"_s;
 }
 
 void ZarvoApp::reloadApps()
@@ -242,6 +250,15 @@ void ZarvoApp::reloadTable()
 {
     const Muted muted(m_muted);
     m_tableModel->reload();
+    updateTableNote();
+}
+
+void ZarvoApp::updateTableNote()
+{
+    const QString text =
+        rows.isEmpty() ? EmptyTableText(!loadedPhone.isEmpty(), !apps.isEmpty(), m_trouble) : QString();
+    m_phoneTrouble->setText(text);
+    m_phoneTrouble->setVisible(!text.isEmpty());
 }
 
 bool ZarvoApp::selectRow(const QString &id)
@@ -272,5 +289,5 @@ void ZarvoApp::tableViewSelectionDidChange()
 
 void ZarvoApp::updateOwner()
 {
-    ownerLabel->setText(OneLine(OwnerText(target())));
+    ownerLabel->setText(OwnerText(target()));
 }

@@ -29,5 +29,9 @@ QList<AppRow> FilterApps(const QList<AppRow> &apps, const QList<AppSearchKeys> &
 /// The first row with this identifier, or none.
 std::optional<AppRow> FindApp(const QList<AppRow> &apps, const QString &id);
 
+/// What stands in the table while it shows no row: `isRead` tells whether the list of a phone's apps is held,
+/// `hasApps` whether there are any in it, `trouble` why no phone can be listed. May be empty.
+QString EmptyTableText(bool isRead, bool hasApps, const QString &trouble);
+
 /// The description of the chosen app, or the request to choose one.
 QString OwnerText(const std::optional<AppRow> &app);
