@@ -1,13 +1,19 @@
 // The phone's details in windows of their own, and the history of phones.
+#include "app/view_factories.h"
 #include "app/window_fixture.h"
 
 #include <QAction>
-#include <QDrag>
+#include <QHelpEvent>
 #include <QLockFile>
 #include <QMouseEvent>
 #include <QPlainTextEdit>
 #include <QPushButton>
+#include <QRegularExpression>
+#include <QScrollArea>
+#include <QScrollBar>
 #include <QSettings>
+#include <QTextDocumentFragment>
+#include <QToolTip>
 
 using namespace Qt::StringLiterals;
 
@@ -63,6 +69,7 @@ private:
             QTest::qWaitFor([=] { return QApplication::activeWindow() == window; }, kPatience);
         return isActive ? history() : QStringList{u"not active"_s};
     }
+    QString picked() const { return m->find<QComboBox>("phonePicker")->currentText(); }
     /// The buttons in the history window: those of the entries, then the one that clears all.
     QPushButton *button(int index) const { return inHistory<QPushButton>().value(index); }
 
@@ -92,6 +99,59 @@ private Q_SLOTS:
         QVERIFY(m->perform("infoButton"));
         QCOMPARE(m->alertTexts().value(1), u"Телефон заблокирован."_s);
         QCOMPARE(shown("infoWindow").size(), 2);
+    }
+
+    // Of phones, apps, accounts and files: none breaks a line, turns it around, or takes the room of the
+    // rest.
+    void boundsForeignNames()
+    {
+        const QString name = u"%2 <b>\u202egnp.\u2066exe\u200f\\nx "_s + u"слово "_s.repeated(600);
+        const auto says = [&](Scenario &tool, const QString &command, const QString &json) {
+            tool.when({command}).prints(QString(json).replace(u'@', name));
+        };
+        m->playDevice([&](Scenario &tool) {
+            says(tool, u"devices"_s, uR"({"devices":[{"id":"PHONE-1","name":"@","ios":"@"}]})"_s);
+            says(tool, u"apps"_s,
+                 uR"({"apps":[{"id":"a","name":"@","version":"@","licenseAccount":"@"}]})"_s);
+            says(tool, u"info"_s, uR"({"details":[{"label":"@","value":"@"}]})"_s);
+            says(tool, u"install"_s, uR"({"error":"@"})"_s);
+        });
+        m->playStore([&](Scenario &tool) { says(tool, u"auth"_s, uR"({"email":"@","success":true})"_s); });
+        QVERIFY(m->startWithPhone());
+        m->choosePhone();
+        EVENTUALLY(!m->isBusy() && m->chooseApp(m->namesListed().value(0)));
+        const QString file = m->tools.filePath(u"\u202egnp\nx слово %1.ipa"_s.arg(u"слово "_s.repeated(15)));
+        QVERIFY(QFile::copy(m->notesIPA, file));
+        m->app().setIPA(file);
+        QVERIFY(m->perform("infoButton"));
+        openedHistory();
+        m->press("installButton");
+        QStringList texts = Program::told();
+        QVERIFY(m->answerAlert(u"Установить"_s));
+        EVENTUALLY(m->alert());
+        texts += Program::told();
+        QVERIFY(m->answerAlert(u"Понятно"_s));
+        const QRegularExpression foreign(u"[\u200e\u200f\u202a-\u202e\u2066-\u2069]|\nx|(слово ){40}"_s);
+        for (const QString &text : std::as_const(texts))
+            QVERIFY2(!foreign.match(text).hasMatch() || text == m->status(), qPrintable(text));
+        QVERIFY(picked().startsWith(u"%2 <b>gnp.exe x слово"));
+
+        m->window()->resize(1050, 900);
+        auto *table = m->find<QTableView>("table");
+        EVENTUALLY(table->height() > Scaled(220));
+        QCOMPARE(m->window()->findChild<QScrollArea *>()->verticalScrollBar()->maximum(), 0);
+        const auto tip = [](QWidget *widget, QPoint place) {
+            QHelpEvent event(QEvent::ToolTip, place, widget->mapToGlobal(place));
+            QApplication::sendEvent(widget, &event);
+            return QTextDocumentFragment::fromHtml(QToolTip::text()).toPlainText();
+        };
+        const auto cell = [table](int column) {
+            return table->visualRect(table->model()->index(0, column)).center();
+        };
+        QCOMPARE(tip(table->viewport(), cell(2)), QString()); // has room
+        QCOMPARE(tip(table->viewport(), cell(0)), m->namesListed().first().simplified());
+        QCOMPARE(tip(m->find<QWidget>("phonePicker"), {9, 9}), picked().simplified());
+        QCOMPARE(tip(m->find<QWidget>("statusLabel"), {9, 9}), m->status().simplified());
     }
 
     void remembersPhones()

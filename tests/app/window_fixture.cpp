@@ -3,6 +3,7 @@
 #include "ipa_writer.h"
 
 #include <QAbstractItemView>
+#include <QAccessible>
 #include <QApplication>
 #include <QDir>
 #include <QFile>
@@ -214,6 +215,27 @@ QStringList Program::alertTexts() const
     const auto labels = alert() ? alert()->findChildren<QLabel *>() : QList<QLabel *>();
     for (const QLabel *label : labels)
         texts << label->text();
+    return texts;
+}
+
+QStringList Program::told(const QWidget *only)
+{
+    QStringList texts;
+    QList<QAccessibleInterface *> open;
+    for (QWidget *widget : QApplication::topLevelWidgets()) {
+        if (widget->isVisible() && (!only || widget == only))
+            open.append(QAccessible::queryAccessibleInterface(widget));
+    }
+    while (!open.isEmpty()) {
+        const QAccessibleInterface *at = open.takeFirst();
+        if (at->state().invisible)
+            continue;
+        for (const auto kind : {QAccessible::Name, QAccessible::Description, QAccessible::Value})
+            texts.append(at->text(kind));
+        for (int i = 0; i < at->childCount(); ++i)
+            open.append(at->child(i));
+    }
+    texts.removeAll(QString());
     return texts;
 }
 

@@ -145,6 +145,8 @@ public:
     /// The alert on the window; null when there is none.
     QDialog *alert() const;
     QStringList alertTexts() const;
+    /// All that a screen reader is told on its way through the windows, or through this one.
+    static QStringList told(const QWidget *only = nullptr);
     /// Presses the button of the alert that reads so.
     bool answerAlert(const QString &title) const;
 

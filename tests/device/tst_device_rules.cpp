@@ -5,8 +5,6 @@
 #include "device/installed_apps.h"
 #include "support/rows.h"
 
-#include <QJsonArray>
-
 #include <algorithm>
 
 using namespace Qt::StringLiterals;
@@ -42,19 +40,10 @@ private Q_SLOTS:
         QVERIFY(!reply.error);
     }
 
-    void takesWhatIsNotAsExpectedForNothing()
-    {
-        const DeviceReply reply = ParseDeviceReply({{u"devices"_s, u"none"_s},
-                                                    {u"apps"_s, QJsonArray{1, u"x"_s, QJsonArray()}},
-                                                    {u"error"_s, QJsonValue()}});
-        QVERIFY(reply.devices.isEmpty() && reply.apps.isEmpty() && reply.details.isEmpty() && !reply.success);
-        QCOMPARE(reply.error, std::optional(QString())); // its presence counts
-    }
-
     void judgesRuns_data()
     {
         const Rows<int, QString, QString> row; // exit code and output; the failure, else the phone P is found
-        const QString found = uR"({"devices":[{"id":"P"}]})"_s;
+        const QString found = uR"({"devices":[1,"x",[],{"id":"P"}],"apps":"none"})"_s;
         const QString reason = u"Телефон заблокирован."_s;
         const QString locked = uR"({"error":"%1"})"_s.arg(reason);
         row("an earlier error does not count", 0, locked + u'\n' + found, {});
@@ -64,6 +53,7 @@ private Q_SLOTS:
         row("status 1 without error", 1, found, kUnlock);
         row("ended by a signal", 9, found, kUnlock);
         row("empty error", 0, uR"({"error":"","devices":[{"id":"P"}]})"_s, kUnlock);
+        row("error that is null", 0, uR"({"error":null,"devices":[{"id":"P"}]})"_s, kUnlock);
         row("no object", 0, u"[1]"_s, kUnlock);
         row("half an object", 0, u"{\"devices\":["_s, kUnlock);
         row("nothing", 0, {}, kUnlock);
@@ -125,13 +115,6 @@ private Q_SLOTS:
         const auto &[name, text, found] = Row<QString, QString, bool>();
         const QList<AppRow> apps{{u"com.Example.maps"_s, name, u"1.5"_s, u"4711"_s, {}, {}}};
         QCOMPARE(FilterApps(apps, MakeSearchKeys(apps), text), found ? apps : QList<AppRow>());
-    }
-
-    void keepsPlaceholders()
-    {
-        QCOMPARE(PhoneTitle({u"P"_s, u"%2 & %1"_s, u"17"_s}), u"%2 & %1 · iOS 17"_s);
-        QCOMPARE(OwnerText(AppRow{u"a.b"_s, u"%2"_s, u"1.5"_s, {}, {}, u"x@y.z"_s}),
-                 u"Выбрано: %2 1.5 • аккаунт исходной установки: x@y.z"_s);
     }
 };
 
