@@ -25,7 +25,7 @@ AppRow parseApp(const QJsonObject &object)
 
 DetailLine parseDetail(const QJsonObject &object)
 {
-    return {JSONText(object["label"_L1]), JSONText(object["value"_L1])};
+    return {JSONText(object["label"_L1]), JSONText(object["value"_L1]), JSONText(object["key"_L1])};
 }
 
 template <typename Record>

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <QJsonObject>
+#include <QLatin1StringView>
 #include <QList>
 #include <QString>
 
@@ -31,11 +32,16 @@ struct AppRow
     bool operator==(const AppRow &) const = default;
 };
 
+/// The keys of the readings that the program itself asks for; the device tool writes them.
+inline constexpr QLatin1StringView kSerialNumberKey("serialNumber");
+inline constexpr QLatin1StringView kPhoneNumberKey("phoneNumber");
+
 /// One reading of a phone, ready to be shown.
 struct DetailLine
 {
     QString label;
     QString value;
+    QString key = {}; ///< which reading it is, whatever its label says; empty for those that nobody asks for
 
     bool operator==(const DetailLine &) const = default;
 };

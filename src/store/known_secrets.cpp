@@ -113,6 +113,16 @@ void KnownSecrets::addPhoneName(const QString &name)
         add(name, Kind::Phone);
 }
 
+void KnownSecrets::addDetails(const QList<DetailLine> &details)
+{
+    for (const DetailLine &line : details) {
+        if (line.key == kSerialNumberKey)
+            addPhoneIdentifier(line.value);
+        else if (line.key == kPhoneNumberKey)
+            addNumber(line.value);
+    }
+}
+
 void KnownSecrets::add(const QString &text, Kind kind)
 {
     const qsizetype known = m_added.size();

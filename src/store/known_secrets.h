@@ -3,6 +3,8 @@
 // letter by letter.
 #pragma once
 
+#include "device/device_records.h"
+
 #include <QSet>
 #include <QString>
 #include <QStringView>
@@ -35,6 +37,8 @@ public:
     void addPhoneIdentifier(const QString &identifier);
     /// The name that the phone's owner gave it; taken when it tells more than that it is a phone.
     void addPhoneName(const QString &name);
+    /// The serial number and the telephone number among what the device tool tells of a phone.
+    void addDetails(const QList<DetailLine> &details);
 
     /// Everywhere in `text` that one of them stands; where two overlap, the longer one comes later. It is
     /// found in any case, within terminal control sequences, percent-encoded, escaped as in JSON, and a

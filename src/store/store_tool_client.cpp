@@ -47,12 +47,7 @@ void ZarvoApp::learnSecrets()
         m_known.addPhoneIdentifier(phone.id);
         m_known.addPhoneName(phone.name);
     }
-    for (const DetailLine &line : details) {
-        if (line.label == u"Серийный номер")
-            m_known.addPhoneIdentifier(line.value);
-        else if (line.label == u"Номер телефона")
-            m_known.addNumber(line.value);
-    }
+    m_known.addDetails(details);
 }
 
 std::optional<QString> ZarvoApp::store(const QStringList &arguments, RunTimeout timeout,

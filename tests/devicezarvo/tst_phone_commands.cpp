@@ -1,5 +1,8 @@
 // The device tool against virtual phones: through the field's library, over TLS.
+#include "device/device_records.h"
 #include "devicezarvo/phone_fixture.h"
+#include "store/diagnostic_redaction.h"
+#include "store/known_secrets.h"
 #include "support/rows.h"
 
 #include <QDir>
@@ -138,14 +141,19 @@ private Q_SLOTS:
 
     void readsDetails()
     {
-        const VirtualPhones phones(
-            {phone(R"("capacity": 128e9, "used": 8e9, "values": {"": {"PhoneNumber": "+7 900"}})")});
+        const VirtualPhones phones({phone(
+            R"("capacity": 128e9, "used": 8e9, "values": {"": {"PhoneNumber": "+7 900 555-01-42"}})")});
         const ToolRun info = phones.run({u"info"_s, FirstPhone});
         QVERIFY2(info.status == 0 && info.isWellFormed(), info.output.constData());
         QCOMPARE(values(info.reply),
                  u"Имя=iPhone Марии|Модель=iPhone 13 (iPhone14,5)|Версия iOS=17.5.1 (21F90)|"
                  "Серийный номер=DEMO0000001A|UDID=%1|Память, всего=128,0 ГБ|Память, свободно=120,0 ГБ|"
-                 "Часовой пояс=Europe/Moscow|Номер телефона=+7 900"_s.arg(FirstPhone));
+                 "Часовой пояс=Europe/Moscow|Номер телефона=+7 900 555-01-42"_s.arg(FirstPhone));
+        // The program finds among them what it must not show, whatever their labels are.
+        KnownSecrets known;
+        known.addDetails(ParseDeviceReply(info.reply).details);
+        QCOMPARE(RedactSecrets(u"DEMO0000001A 9005550142"_s, known),
+                 u"[устройство скрыто] [аккаунт скрыт]"_s);
         const ToolRun battery = phones.run({u"--verbose"_s, u"battery"_s, FirstPhone});
         QVERIFY2(battery.status == 0 && battery.isWellFormed(), battery.output.constData());
         QCOMPARE(values(battery.reply),

@@ -1,5 +1,6 @@
 #include "detail_lines.h"
 
+#include "device/device_records.h"
 #include "model_names.h"
 #include "plist_value.h"
 
@@ -26,9 +27,12 @@ const QLocale &russian()
 }
 
 /// Adds a line; an empty value is one that the phone did not give.
-void add(QJsonArray &lines, const QString &label, const QString &value)
+void add(QJsonArray &lines, const QString &label, const QString &value, QLatin1StringView key = {})
 {
-    lines.append(QJsonObject{{"label"_L1, label}, {"value"_L1, value.isEmpty() ? u"недоступно"_s : value}});
+    QJsonObject line{{"label"_L1, label}, {"value"_L1, value.isEmpty() ? u"недоступно"_s : value}};
+    if (!key.isEmpty())
+        line.insert("key"_L1, key);
+    lines.append(line);
 }
 
 std::optional<quint64> wholeUpTo(quint64 limit, plist_t node)
@@ -123,13 +127,13 @@ QJsonArray InfoLines(plist_t values, plist_t disk)
     add(lines, u"Имя"_s, text("DeviceName"));
     add(lines, u"Модель"_s, ModelName(text("ProductType")));
     add(lines, u"Версия iOS"_s, systemText(values));
-    add(lines, u"Серийный номер"_s, text("SerialNumber"));
+    add(lines, u"Серийный номер"_s, text("SerialNumber"), kSerialNumberKey);
     add(lines, u"UDID"_s, text("UniqueDeviceID"));
     add(lines, u"Память, всего"_s, bytesText(PlistMember(disk, "TotalDiskCapacity")));
     add(lines, u"Память, свободно"_s,
         bytesText(available ? available : PlistMember(disk, "TotalDataAvailable")));
     add(lines, u"Часовой пояс"_s, text("TimeZone"));
-    add(lines, u"Номер телефона"_s, text("PhoneNumber"));
+    add(lines, u"Номер телефона"_s, text("PhoneNumber"), kPhoneNumberKey);
     return lines;
 }
 

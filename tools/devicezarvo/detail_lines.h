@@ -5,9 +5,9 @@
 
 #include <plist/plist.h>
 
-/// The lines about the phone, each an object with `label` and `value`. `values`: all that the phone tells
-/// about itself at once; `disk`: its disk usage. Either may be null; what is not given, or makes no sense, is
-/// marked "недоступно".
+/// The lines about the phone, each an object with `label` and `value`, some with a `key`. `values`: all that
+/// the phone tells about itself at once; `disk`: its disk usage. Either may be null; what is not given, or
+/// makes no sense, is marked "недоступно".
 QJsonArray InfoLines(plist_t values, plist_t disk);
 
 /// The lines about the battery. `state`: charge and charging; `gauge`: the battery's own registry entry (in
