@@ -5,7 +5,8 @@
 #include <functional>
 #include <memory>
 
-/// Starts threads and knows when they have ended. The thread that owns the object calls its methods.
+/// Starts threads and knows when they have ended. The thread that owns the object calls its methods; work
+/// that runs may run further work.
 class Background
 {
 public:

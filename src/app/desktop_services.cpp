@@ -1,5 +1,7 @@
 #include "app/desktop_services.h"
 
+#include "app/background.h"
+
 #include <QDBusConnection>
 #include <QDBusMessage>
 #include <QDBusObjectPath>
@@ -10,6 +12,8 @@
 #include <QVariantMap>
 
 #include <chrono>
+#include <mutex>
+#include <utility>
 
 using namespace std::chrono_literals;
 using namespace Qt::StringLiterals;
@@ -18,6 +22,8 @@ namespace {
 
 // A service may have to be started first.
 constexpr auto kPatience = 3s;
+// An inhibition that came after this would hold until the program ends.
+constexpr auto kInhibitPatience = 25s;
 constexpr uint kInhibitSuspend = 4; // of the portal's flags: log out 1, switch users 2, suspend 4, idle 8
 
 struct Method
@@ -28,12 +34,46 @@ struct Method
     QString name;
 };
 
-QDBusMessage call(const QDBusConnection &bus, const Method &method, const QVariantList &arguments)
+QDBusMessage call(const QDBusConnection &bus, const Method &method, const QVariantList &arguments,
+                  std::chrono::milliseconds patience = kPatience)
 {
     QDBusMessage message =
         QDBusMessage::createMethodCall(method.service, method.path, method.interface, method.name);
     message.setArguments(arguments);
-    return bus.call(message, QDBus::Block, static_cast<int>(std::chrono::milliseconds(kPatience).count()));
+    return bus.call(message, QDBus::Block, static_cast<int>(patience.count()));
+}
+
+/// What keeps the machine awake.
+struct Inhibition
+{
+    QString request;                    // of the portal; closing it ends the inhibition
+    QDBusUnixFileDescriptor descriptor; // of the login manager; closing it ends the inhibition
+};
+
+Inhibition inhibit(const QString &reason)
+{
+    const Method portal{u"org.freedesktop.portal.Desktop"_s, u"/org/freedesktop/portal/desktop"_s,
+                        u"org.freedesktop.portal.Inhibit"_s, u"Inhibit"_s};
+    const QDBusReply<QDBusObjectPath> request =
+        call(QDBusConnection::sessionBus(), portal,
+             {QString(), kInhibitSuspend, QVariantMap{{u"reason"_s, reason}}}, kInhibitPatience);
+    if (request.isValid())
+        return {request.value().path(), {}};
+    const Method manager{u"org.freedesktop.login1"_s, u"/org/freedesktop/login1"_s,
+                         u"org.freedesktop.login1.Manager"_s, u"Inhibit"_s};
+    const QDBusReply<QDBusUnixFileDescriptor> descriptor =
+        call(QDBusConnection::systemBus(), manager, {u"sleep"_s, u"Zarvo"_s, reason, u"block"_s},
+             kInhibitPatience);
+    return {{}, descriptor.isValid() ? descriptor.value() : QDBusUnixFileDescriptor()};
+}
+
+// Waits for no answer.
+void release(const Inhibition &inhibition)
+{
+    if (!inhibition.request.isEmpty())
+        QDBusConnection::sessionBus().send(
+            QDBusMessage::createMethodCall(u"org.freedesktop.portal.Desktop"_s, inhibition.request,
+                                           u"org.freedesktop.portal.Request"_s, u"Close"_s));
 }
 
 } // namespace
@@ -65,35 +105,27 @@ void ShowNotice(const QString &title, const QString &text)
 
 struct StayAwake::Lock
 {
-    QString request;                    // of the portal; closing it ends the lock
-    QDBusUnixFileDescriptor descriptor; // of the login manager; closing it ends the lock
+    std::mutex mutex;
+    bool isWanted = true;
+    Inhibition inhibition;
 };
 
-StayAwake::StayAwake(const QString &reason)
-    : m_lock(std::make_unique<Lock>())
+StayAwake::StayAwake(const QString &reason, Background &background)
+    : m_lock(std::make_shared<Lock>())
 {
-    const Method portal{u"org.freedesktop.portal.Desktop"_s, u"/org/freedesktop/portal/desktop"_s,
-                        u"org.freedesktop.portal.Inhibit"_s, u"Inhibit"_s};
-    const QDBusReply<QDBusObjectPath> request =
-        call(QDBusConnection::sessionBus(), portal,
-             {QString(), kInhibitSuspend, QVariantMap{{u"reason"_s, reason}}});
-    if (request.isValid()) {
-        m_lock->request = request.value().path();
-        return;
-    }
-    const Method manager{u"org.freedesktop.login1"_s, u"/org/freedesktop/login1"_s,
-                         u"org.freedesktop.login1.Manager"_s, u"Inhibit"_s};
-    const QDBusReply<QDBusUnixFileDescriptor> descriptor =
-        call(QDBusConnection::systemBus(), manager, {u"sleep"_s, u"Zarvo"_s, reason, u"block"_s});
-    if (descriptor.isValid())
-        m_lock->descriptor = descriptor.value();
+    background.run([lock = m_lock, reason] {
+        const Inhibition answer = inhibit(reason);
+        const std::lock_guard guard(lock->mutex);
+        if (lock->isWanted)
+            lock->inhibition = answer;
+        else
+            release(answer);
+    });
 }
 
 StayAwake::~StayAwake()
 {
-    if (!m_lock->request.isEmpty())
-        call(QDBusConnection::sessionBus(),
-             {u"org.freedesktop.portal.Desktop"_s, m_lock->request, u"org.freedesktop.portal.Request"_s,
-              u"Close"_s},
-             {});
+    const std::lock_guard guard(m_lock->mutex);
+    m_lock->isWanted = false;
+    release(std::exchange(m_lock->inhibition, {}));
 }

@@ -179,7 +179,7 @@ bool ZarvoApp::downloadEach(const QList<AppRow> &all, const QString &parent, boo
     const auto folder = makeBatchFolder(parent, error);
     if (!folder)
         return false;
-    const StayAwake awake(u"Загрузка приложений"_s);
+    const StayAwake awake(u"Загрузка приложений"_s, m_background);
     QList<BatchEntry> report = NewBatchReport(all);
     QString advice;
     for (qsizetype i = 0; i < all.size() && !cancelled; ++i) {

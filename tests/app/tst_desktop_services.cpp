@@ -1,3 +1,4 @@
+#include "app/background.h"
 #include "app/desktop_services.h"
 #include "support/patience.h"
 
@@ -14,6 +15,7 @@
 #include <thread>
 
 using namespace Qt::StringLiterals;
+using namespace std::chrono_literals;
 
 // Whatever is called on it is written down; the calls that answer something are answered.
 class FakeDesktop : public QDBusVirtualObject
@@ -68,12 +70,21 @@ private Q_SLOTS:
         QVERIFY(bus.registerVirtualObject(u"/"_s, &m_desktop, QDBusConnection::SubPath));
         useServices();
         QVERIFY(m_isShown);
-        QCOMPARE(
-            m_desktop.calls,
-            (QStringList{u"/org/freedesktop/FileManager1 org.freedesktop.FileManager1.ShowItems"_s,
-                         u"/org/freedesktop/Notifications org.freedesktop.Notifications.Notify"_s,
-                         u"/org/freedesktop/portal/desktop org.freedesktop.portal.Inhibit.Inhibit"_s,
-                         u"/request/1 org.freedesktop.portal.Request.Close"_s})); // the lock is given back
+        {
+            const StayAwake awake(u"Загрузка"_s, m_background);
+            EVENTUALLY(m_background.waitForDone(0ms));
+            QVERIFY(m_desktop.calls.last().endsWith(u".Inhibit"));
+        }
+        EVENTUALLY(m_desktop.calls.last().endsWith(u".Close")); // the lock is given back
+        // An answer that nobody has waited for, because this thread gives it, is given back too.
+        StayAwake(u"Загрузка"_s, m_background);
+        EVENTUALLY_EQUAL(m_desktop.calls.size(), 6);
+        QCOMPARE(m_desktop.calls.last(), m_desktop.calls[3]);
+        QCOMPARE(m_desktop.calls.first(4),
+                 (QStringList{u"/org/freedesktop/FileManager1 org.freedesktop.FileManager1.ShowItems"_s,
+                              u"/org/freedesktop/Notifications org.freedesktop.Notifications.Notify"_s,
+                              u"/org/freedesktop/portal/desktop org.freedesktop.portal.Inhibit.Inhibit"_s,
+                              u"/request/1 org.freedesktop.portal.Request.Close"_s}));
         QCOMPARE(m_desktop.arguments[0].first().toStringList(),
                  QStringList{u"file:///%D0%BF%D0%B0%D0%BF%D0%BA%D0%B0/a%20[1]%23%25.ipa"_s});
         QCOMPARE(m_desktop.arguments[1].value(4).toString(), u"Сохранено: 1"_s);
@@ -94,9 +105,6 @@ private:
         std::thread thread([&] {
             m_isShown = ShowInFileManager(u"/папка/a [1]#%.ipa"_s);
             ShowNotice(u"Zarvo"_s, u"Сохранено: 1"_s);
-            {
-                const StayAwake awake(u"Загрузка"_s);
-            }
             done = true;
         });
         const bool isDone = QTest::qWaitFor([&] { return done.load(); }, kPatience);
@@ -107,6 +115,7 @@ private:
     QTemporaryDir m_folder;
     QProcess m_daemon;
     FakeDesktop m_desktop;
+    Background m_background;
     bool m_isShown = true; ///< the file that was asked for last
 };
 
