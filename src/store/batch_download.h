@@ -39,5 +39,6 @@ QByteArray BatchReportJSON(const QList<BatchEntry> &entries);
 QString BatchSummary(const QList<BatchEntry> &entries);
 
 /// Writes `report.json` in `folder`: whole or not at all, readable by its owner only from its first byte on,
-/// and on the disk when this returns. On failure a former report stays as it was. Blocks.
+/// and on the disk when this returns, where that can be had. On failure a former report stays as it was.
+/// Blocks.
 bool WriteBatchReport(const QString &folder, const QByteArray &report, Error *error = nullptr);

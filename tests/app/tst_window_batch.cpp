@@ -6,6 +6,9 @@
 #include <QJsonObject>
 #include <QRegularExpression>
 
+#include <atomic>
+#include <cerrno>
+
 using namespace Qt::StringLiterals;
 
 using Preparation = std::function<void(Program &)>;
@@ -17,6 +20,8 @@ const QString kCancelled = u"Операция отменена."_s;
 const QString kPairRefused = u"com.example.pair failed Получен IPA другого приложения. Файл не принят."_s;
 const QString kMapsNotYet = u"com.example.maps not_attempted "_s;
 const QStringList kUntilNotes{kPairRefused, u"com.example.notes not_attempted "_s, kMapsNotYet};
+
+std::atomic<bool> foldersFail = false;
 
 QString pathOf(const Program &program, const QString &folder, const QString &name)
 {
@@ -36,6 +41,14 @@ QStringList reportIn(const QString &folder)
 
 } // namespace
 
+// In place of the system's.
+extern "C" int fsync(int file)
+{
+    const bool fails = foldersFail && QFileInfo(u"/proc/self/fd/%1"_s.arg(file)).isDir();
+    errno = EIO;
+    return fails ? -1 : 0;
+}
+
 class WindowBatchTest : public ProgramTest
 {
     Q_OBJECT
@@ -50,9 +63,8 @@ private Q_SLOTS:
         m->type("search", u"КАР"_s); // the batch is about all apps, not about those shown
         for (const int batch : {1, 2}) {
             m->find("exactVersion")->setChecked(batch == 1);
-            QVERIFY(m->downloadAll([&](QFileDialog &chooser) {
-                QCOMPARE(chooser.directory() == QDir(m->destination.path()), batch == 2); // as typed before
-                QCOMPARE(chooser.findChild<QLineEdit *>(u"fileNameEdit"_s)->text(), QString());
+            foldersFail = batch == 2; // at the very last step, with all in its place
+            QVERIFY(m->downloadAll([](QFileDialog &chooser) {
                 QCOMPARE(chooser.windowTitle(), u"Будет обработан весь список: 3 приложений. Недоступные "
                                                 "приложения будут отмечены в отчёте."_s);
             }));
