@@ -128,10 +128,9 @@ void checkRun(const ToolResult &run)
             "signed in is who has a success and a good end");
     checkPurchases(output, objects);
 
-    const QString shown = ZarvoStoreFailure(run);
+    const QString shown = StoreRunError(run).message;
     Require(!shown.isEmpty() && shown.size() <= kLongestExplanation,
             "a failure has a sentence that can be shown");
-    StoreToolAdvice(run);
 }
 
 } // namespace

@@ -7,8 +7,17 @@
 /// fails writes it, a function that succeeds leaves it untouched, and the pointer may be null.
 struct Error
 {
+    /// What somebody decides by.
+    enum class Kind {
+        Other,
+        TimedOut,     ///< a child was ended because its time had passed
+        Mute,         ///< the same, and it had printed nothing
+        SignInNeeded, ///< the store wants a new sign-in: it will refuse whatever else it is asked
+    };
+
     QString message;
     QString advice = {}; ///< what to do about it where the message leaves that open; shown beside it only
+    Kind kind = Kind::Other;
 };
 
 /// An error of the program itself; `message` is the whole text. Any thread.

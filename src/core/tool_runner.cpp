@@ -123,13 +123,17 @@ public:
 private:
     bool isCancelled() const { return m_hooks.cancelled && m_hooks.cancelled(); }
     bool isTooLarge() const { return std::max(sizeOf(m_out), sizeOf(m_err)) > m_limits.output; }
+    bool hasPrinted() const { return sizeOf(m_out) + sizeOf(m_err) > 0; }
 
     bool stop(Error *error)
     {
         m_child->terminate();
         // Asked again: a run that has been cancelled by now counts as cancelled, whatever stopped it.
-        const QStringView reason = isCancelled() ? u"Операция отменена." : kTimedOutMessage;
-        return Fail(error, ZarvoError(reason.toString()));
+        if (isCancelled())
+            return Fail(error, ZarvoError(u"Операция отменена."_s));
+        Error timedOut = ZarvoError(u"Время ожидания истекло. Проверьте подключение и повторите попытку."_s);
+        timedOut.kind = hasPrinted() ? Error::Kind::TimedOut : Error::Kind::Mute;
+        return Fail(error, timedOut);
     }
 
     const RunHooks &m_hooks;

@@ -47,16 +47,13 @@ struct RunLimits
     std::optional<QList<QByteArray>> environment;
 };
 
-/// The message of a run that was ended because its time had passed.
-inline constexpr QStringView kTimedOutMessage =
-    u"Время ожидания истекло. Проверьте подключение и повторите попытку.";
-
 /// Runs the executable `path` (absolute) with `arguments` (no shell, UTF-8), waits for its end and returns
 /// what it printed. Blocks the calling thread; any thread, any number of runs at once. The child has no
 /// input, no descriptor but its two outputs, a session of its own, and ends with this process at the latest
 /// (on macOS not when that crashes). Fails when the private folder for the outputs or the child cannot be
-/// made (the system's reason), when `hooks.cancelled` says so, when `timeout` has passed, or when the outputs
-/// outgrow `limits`. A child that ran to its end is a success of the runner, whatever its `code`.
+/// made (the system's reason), when `hooks.cancelled` says so, when `timeout` has passed (the kind of the
+/// error tells it), or when the outputs outgrow `limits`. A child that ran to its end is a success of the
+/// runner, whatever its `code`.
 std::optional<ToolResult> ZarvoCommand(const QString &path, const QStringList &arguments, RunTimeout timeout,
                                        const RunHooks &hooks = {}, Error *error = nullptr,
                                        const RunLimits &limits = {});

@@ -7,6 +7,7 @@
 #include "core/tool_output.h"
 #include "ipa/ipa_publishing.h"
 #include "ipa/ipa_validation.h"
+#include "store/store_failure_messages.h"
 
 #include <QCheckBox>
 #include <QDir>
@@ -32,6 +33,12 @@ constexpr auto kProgressPeriod = 1s; // walking a folder ten times a second woul
 std::filesystem::path toPath(const QString &file)
 {
     return QFile::encodeName(file).toStdString();
+}
+
+bool isEmptyFolder(const QString &folder)
+{
+    std::error_code unreadable;
+    return std::filesystem::is_empty(toPath(folder), unreadable);
 }
 
 } // namespace
@@ -141,16 +148,23 @@ bool ZarvoApp::fetch(const AppRow &row, const QString &numericID, const QString 
     setStatus(u"Загрузка: %1"_s.arg(ShownName(row.name)));
     const auto start = Clock::now();
     auto lastReport = Clock::time_point::min();
+    bool hasSaved = false;
     const auto progress = [&] {
         const auto now = Clock::now();
         if (lastReport != Clock::time_point::min() && now - lastReport < kProgressPeriod)
             return;
         lastReport = now;
+        hasSaved = hasSaved || !isEmptyFolder(folder);
         setTransfer(
             ProgressText(FolderSize(folder), std::chrono::duration_cast<std::chrono::seconds>(now - start)));
     };
-    return store(DownloadArguments(row, identifier, file, exact), kDownloadTimeout, progress, error)
-        .has_value();
+    Error failure;
+    if (store(DownloadArguments(row, identifier, file, exact), kDownloadTimeout, progress, &failure))
+        return true;
+    // A download shows that it is alive by what it saves.
+    if (failure.kind == Error::Kind::TimedOut || failure.kind == Error::Kind::Mute)
+        failure.advice = hasSaved || !isEmptyFolder(folder) ? QString() : MuteToolAdvice();
+    return Fail(error, failure);
 }
 
 void ZarvoApp::download()

@@ -18,6 +18,7 @@ struct Advice
 {
     std::array<QStringView, maximumFragments> fragments;
     QStringView text;
+    Error::Kind kind = Error::Kind::Other;
 
     bool isFor(const QString &reason) const
     {
@@ -43,7 +44,8 @@ constexpr std::array advices{
            u"Локальное хранилище сессии недоступно. Закройте другие копии Zarvo и повторите вход."},
     Advice{{u"keychain", u"credential", u"authentication", u"failed to get account", u"password"},
            u"Нужен вход в Apple Account или доступ к Связке ключей. Нажмите «Войти» и завершите вход в форме "
-           u"приложения."},
+           u"приложения.",
+           Error::Kind::SignInNeeded},
     Advice{{u"timed out", u"timeout", u"deadline exceeded"},
            u"Не удалось дождаться ответа сервиса загрузки. Повторите попытку."},
     Advice{{u"x509", u"tls handshake", u"certificate"},
@@ -53,14 +55,14 @@ constexpr std::array advices{
     Advice{{u"429"}, u"Сервис ограничил частоту запросов. Повторите позже."},
 };
 
-constexpr QStringView generalAdvice = u"Загрузку выполнить не удалось.";
+constexpr Advice generalAdvice{{}, u"Загрузку выполнить не удалось."};
 
-QString adviceFor(const QString &diagnostic)
+const Advice &adviceFor(const QString &diagnostic)
 {
     const QString reason = diagnostic.toLower();
     const auto advice = std::find_if(advices.begin(), advices.end(),
                                      [&reason](const Advice &row) { return row.isFor(reason); });
-    return (advice == advices.end() ? generalAdvice : advice->text).toString();
+    return advice == advices.end() ? generalAdvice : *advice;
 }
 
 // What a tool says that is not, or not yet, the one that this program is made for.
@@ -71,10 +73,17 @@ constexpr std::array<QStringView, 4> foreignTool{u"unknown command", u"unknown f
 
 QString ZarvoStoreFailure(const ToolResult &result, const KnownSecrets &known)
 {
+    return StoreRunError(result, known).message;
+}
+
+Error StoreRunError(const ToolResult &result, const KnownSecrets &known)
+{
     const QString diagnostic = ZarvoSafeStoreDiagnostic(result, known);
     const QString reason =
         diagnostic.isEmpty() ? u"Модуль не передал описание ошибки."_s : u"Причина: "_s + diagnostic;
-    return adviceFor(diagnostic) + u"\n\nКод модуля: "_s + QString::number(result.code) + u". "_s + reason;
+    const Advice &advice = adviceFor(diagnostic);
+    return {advice.text.toString() + u"\n\nКод модуля: "_s + QString::number(result.code) + u". "_s + reason,
+            ForeignToolAdvice(diagnostic), advice.kind};
 }
 
 QString ForeignToolAdvice(const QString &said)
@@ -86,11 +95,6 @@ QString ForeignToolAdvice(const QString &said)
                        u"более новой, как "
                        "описано в инструкции."_s
                      : QString();
-}
-
-QString StoreToolAdvice(const ToolResult &result)
-{
-    return ForeignToolAdvice(ZarvoSafeStoreDiagnostic(result));
 }
 
 QString MuteToolAdvice()

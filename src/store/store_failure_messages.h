@@ -11,11 +11,12 @@
 /// gets further. Never empty. Any thread.
 QString ZarvoStoreFailure(const ToolResult &result, const KnownSecrets &known = {});
 
-/// What to do about a run that failed because the tool does not know what it was told to do: it is too old,
-/// or another program. Empty for every other failure. Any thread.
-QString StoreToolAdvice(const ToolResult &result);
+/// The same message as an error, with its kind and, where the tool is at fault, what to do about that. Any
+/// thread.
+Error StoreRunError(const ToolResult &result, const KnownSecrets &known = {});
 
-/// The same for what a tool has `said` in a dialogue.
+/// What to do about a tool that does not know what it was told to do, by what it has `said`: it is too old,
+/// or another program. Empty when it said anything else.
 QString ForeignToolAdvice(const QString &said);
 
 /// What to do about a tool that did not answer in time, should it never do. Any thread.

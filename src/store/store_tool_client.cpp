@@ -54,15 +54,17 @@ std::optional<QString> ZarvoApp::store(const QStringList &arguments, RunTimeout 
                                        const std::function<void()> &tick, Error *error)
 {
     const QStringList all = QStringList{u"--non-interactive"_s, u"--format"_s, u"json"_s} + arguments;
-    const auto result = command(u"ipatool"_s, all, timeout, tick, error);
+    Error failure;
+    const auto result = command(u"ipatool"_s, all, timeout, tick, &failure);
     if (!result) {
-        if (error && error->message == kTimedOutMessage)
-            error->advice = MuteToolAdvice();
+        if (failure.kind == Error::Kind::Mute)
+            failure.advice = MuteToolAdvice();
+        Fail(error, failure);
         return std::nullopt;
     }
     const QString output = CombinedOutput(*result);
     if (StoreRunSucceeded(result->code, output))
         return output;
-    Fail(error, Error{ZarvoStoreFailure(*result, m_known), StoreToolAdvice(*result)});
+    Fail(error, StoreRunError(*result, m_known));
     return std::nullopt;
 }

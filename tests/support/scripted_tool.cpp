@@ -217,6 +217,8 @@ void grow(const Call &call, const QJsonObject &step, const QJsonValue &value)
 {
     constexpr int kSlices = 20;
     const QByteArray path = QFile::encodeName(expanded(call, step.value("path"_L1).toString()));
+    if (path.isEmpty())
+        return; // the call names none
     const int file = ::open(path.constData(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
     if (file < 0)
         giveUp(kBadScenario, u"cannot create the growing file"_s);
