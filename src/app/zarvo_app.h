@@ -171,7 +171,6 @@ private:
     void showDownload(const QString &email, const QString &file);
     void downloadAll();
     bool downloadEach(const QList<AppRow> &all, const QString &parent, bool exact, Error *error); // worker
-    void finishBatch(const QString &summary, const QString &folder, const QString &advice);       // worker
 
     // Devices (device/)
     std::optional<DeviceReply> device(const QStringList &arguments, Error *error); // worker

@@ -1,8 +1,6 @@
 #include "store/batch_download.h"
 
 #include "app/desktop_services.h"
-#include "app/main_window.h"
-#include "app/view_factories.h"
 #include "app/zarvo_app.h"
 #include "core/file_descriptor.h"
 #include "core/private_folder.h"
@@ -105,7 +103,7 @@ QList<BatchEntry> NewBatchReport(const QList<AppRow> &apps)
     return entries;
 }
 
-void NoteOutcome(BatchEntry &entry, const QString &file, const QString &reason, bool cancelled)
+void NoteOutcome(BatchEntry &entry, const QString &file, const Error &failure, bool cancelled)
 {
     if (!file.isEmpty()) {
         entry.status = BatchEntry::Status::Downloaded;
@@ -113,12 +111,9 @@ void NoteOutcome(BatchEntry &entry, const QString &file, const QString &reason, 
         return;
     }
     entry.status = cancelled ? BatchEntry::Status::Cancelled : BatchEntry::Status::Failed;
-    entry.reason = reason.isEmpty() ? u"Операция отменена"_s : reason;
-}
-
-bool EndsBatch(const BatchEntry &entry)
-{
-    return entry.reason.contains(u"Нужен вход");
+    entry.reason = failure.message.isEmpty() ? u"Операция отменена"_s : failure.message;
+    if (!failure.advice.isEmpty())
+        entry.reason += u"\n\n"_s + failure.advice;
 }
 
 QByteArray BatchReportJSON(const QList<BatchEntry> &entries)
@@ -181,30 +176,18 @@ bool ZarvoApp::downloadEach(const QList<AppRow> &all, const QString &parent, boo
         return false;
     const StayAwake awake(u"Загрузка приложений"_s, m_background);
     QList<BatchEntry> report = NewBatchReport(all);
-    QString advice;
     for (qsizetype i = 0; i < all.size() && !cancelled; ++i) {
         Error failure;
         const auto file = downloadWorker(all[i], all[i].storeID, *folder, exact, &failure);
-        NoteOutcome(report[i], file.value_or(QString()), failure.message, cancelled);
-        if (!failure.advice.isEmpty())
-            advice = failure.advice;
+        NoteOutcome(report[i], file.value_or(QString()), failure, cancelled);
         if (!WriteBatchReport(*folder, BatchReportJSON(report), error))
             return false;
-        if (cancelled || EndsBatch(report[i]))
+        if (cancelled || failure.kind == Error::Kind::SignInNeeded)
             break;
     }
-    finishBatch(BatchSummary(report), *folder, advice);
-    return true;
-}
-
-// What ails the tool is not in the report, and would ail it the next time too.
-void ZarvoApp::finishBatch(const QString &summary, const QString &folder, const QString &advice)
-{
+    const QString summary = BatchSummary(report);
     setStatus(summary);
-    setTransfer(folder);
-    onMain([this, summary, advice] {
-        notifyUnlessWatched(summary);
-        if (!advice.isEmpty())
-            MakeAlert(window.get(), summary, advice, {{u"Понятно"_s, {}}})->show();
-    });
+    setTransfer(*folder);
+    onMain([this, summary] { notifyUnlessWatched(summary); });
+    return true;
 }

@@ -25,11 +25,9 @@ struct BatchEntry
 QList<BatchEntry> NewBatchReport(const QList<AppRow> &apps);
 
 /// The outcome of one attempt: `file` is the path of the saved IPA, or empty when there is none; then
-/// `reason` (may be empty) says why, and `cancelled` whether the user did it.
-void NoteOutcome(BatchEntry &entry, const QString &file, const QString &reason, bool cancelled);
-
-/// True when after this entry no further app can be had: the store wants a new sign-in.
-bool EndsBatch(const BatchEntry &entry);
+/// `failure` (its message may be empty) says why and what to do about it, and `cancelled` whether the user
+/// did it.
+void NoteOutcome(BatchEntry &entry, const QString &file, const Error &failure, bool cancelled);
 
 /// The report as indented JSON: an array with one object an entry. It names neither store identifiers nor
 /// accounts.

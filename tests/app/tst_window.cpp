@@ -262,23 +262,16 @@ private Q_SLOTS:
         EVENTUALLY_EQUAL(QApplication::focusWidget(), check);
     }
 
-    void explainsAnotherProgramInPlaceOfTheTool()
+    // Without it the list of phones becomes empty without a word, and the phone is to be chosen again.
+    void livesWithoutTheDeviceTool()
     {
-        for (const QString &command : {u"auth"_s, u"list-purchases"_s}) {
-            m.emplace();
-            QVERIFY(m->startWithApps() && m->chooseApp(u"заметки"_s));
-            m->playStore([&](Scenario &tool) {
-                tool.when({command}).printsError(u"Error: unknown command \"%1\""_s.arg(command)).exits(1);
-                tool.when({u"auth"}).prints(uR"({"email":"owner@example.com","success":true})");
-            });
-            QVERIFY(command == u"auth" ? m->perform("checkAccount") : m->download());
-            EVENTUALLY(m->alert());
-            const QStringList texts = m->alertTexts();
-            QCOMPARE(texts.size(), 3);
-            QCOMPARE(texts[1], m->status());
-            QVERIFY(texts[1].contains(u"Код модуля: 1. Причина: Error: unknown command"));
-            QVERIFY(texts[2].startsWith(u"Эта версия ipatool не подходит"));
-        }
+        QVERIFY(m->startWithPhone());
+        QVERIFY(QFile::remove(m->tools.toolPath(u"devicezarvo"_s)));
+        m->choosePhone();
+        EVENTUALLY(!m->isBusy());
+        EVENTUALLY_EQUAL(m->phonesListed().size(), 1);
+        EVENTUALLY_EQUAL(m->status(), kConnect);
+        QVERIFY(!m->alert() && m->find("refresh")->isEnabled());
     }
 };
 

@@ -104,6 +104,16 @@ private Q_SLOTS:
         QCOMPARE(asked.join(u'|'), each.arg(u" --external-version-id 456|"_s) + each.arg(QString()));
     }
 
+    void tellsInTheReportWhatAilsTheTool()
+    {
+        m->storeSays({u"com.example.notes"}, u"unknown flag: --app-id", 1);
+        QVERIFY(m->startWithApps() && m->downloadAll());
+        EVENTUALLY(!m->isBusy());
+        QVERIFY(!m->alert());
+        const QString ill = reportIn(folder()).value(1);
+        QVERIFY2(ill.contains(u"flag: --app-id\n\nЭта версия ipatool не подходит"_s), qPrintable(ill));
+    }
+
     void stopsEarly_data()
     {
         // The word of the call that decides, what the tool says to it (nothing: it is cancelled); the status

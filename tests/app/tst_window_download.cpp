@@ -204,19 +204,6 @@ private Q_SLOTS:
         QVERIFY(m->status().endsWith(u"session of [аккаунт скрыт] is over"_s));
     }
 
-    // The report has room for the reason only.
-    void saysAfterABatchWhatAilsTheTool()
-    {
-        m->playStore([](Scenario &tool) {
-            tool.when({u"download"}).printsError(u"Error: unknown flag: --app-id").exits(1);
-        });
-        QVERIFY(m->startWithApps());
-        QVERIFY(m->downloadAll());
-        EVENTUALLY(m->alert());
-        QVERIFY(m->status().startsWith(u"Сохранено: 0, ошибок: "_s));
-        QVERIFY(m->alertTexts().join(u' ').contains(u"Эта версия ipatool не подходит"_s));
-    }
-
     void cancels_data()
     {
         const Rows<QString, QString> row; // a word of the call, the first word of the line that stays
