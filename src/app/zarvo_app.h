@@ -176,7 +176,7 @@ private:
     std::optional<DeviceReply> device(const QStringList &arguments, Error *error); // worker
     void refresh();
     void pollDevice(bool byUser);
-    void applyDiscoveredPhones(const QList<PhoneEntry> &found);
+    void applyDiscoveredPhones(const QList<PhoneEntry> &found, const QString &trouble);
     void showPhoneTrouble(const QString &reason);
     void updateTableNote();
     void rebuildPicker();
@@ -207,7 +207,7 @@ private:
     // Installed apps (device/installed_apps.cpp)
     void reloadApps();
     void loadAppsAutomatic(bool automatic);
-    void finishAppsRead(bool read);
+    void finishAppsRead(bool read, const Error &error);
     bool readAppsWorker(const QString &phone, Error *error); // worker
     void setApps(const QList<AppRow> &list);
     void filterRows();

@@ -69,30 +69,34 @@ void ZarvoApp::pollDevice(bool)
             checkingDevice = false;
             if (busy || auth)
                 return;
-            applyDiscoveredPhones(found);
-            showPhoneTrouble(trouble);
+            applyDiscoveredPhones(found, trouble);
         });
     });
     if (!started)
         checkingDevice = false;
 }
 
-void ZarvoApp::applyDiscoveredPhones(const QList<PhoneEntry> &found)
+void ZarvoApp::applyDiscoveredPhones(const QList<PhoneEntry> &found, const QString &trouble)
 {
-    const bool stillThere = !selectedPhone.isEmpty() && HasPhone(found, selectedPhone);
+    const bool hasGone = !selectedPhone.isEmpty() && !HasPhone(found, selectedPhone);
     const bool changed = phones != found;
     phones = found;
     // The same list again would only disturb a list that the user has just unfolded.
     if (changed)
         rebuildPicker();
-    showPickedPhone(stillThere ? selectedPhone : QString());
-    if (!stillThere)
+    showPickedPhone(hasGone ? QString() : selectedPhone);
+    if (hasGone)
         clearDeviceSelection();
+    else if (changed && selectedPhone.isEmpty())
+        setStatus(PhonePrompt(phones));
+    // While the same phones are listed, what is said there is why the apps of one of them could not be read.
+    if (changed || found.isEmpty())
+        showPhoneTrouble(trouble);
     updateControls();
     refreshHistory();
 }
 
-// A poll nobody asked for opens no alert; its reason stands where the apps of a phone would be.
+// What nobody asked for opens no alert; its reason stands where the apps of a phone would be.
 void ZarvoApp::showPhoneTrouble(const QString &reason)
 {
     m_trouble = ShownExplanation(reason);
@@ -127,6 +131,7 @@ void ZarvoApp::selectPhone()
         return;
     selectedPhone = chosen;
     showPickedPhone(chosen);
+    showPhoneTrouble({});
     rememberDevice(FindPhone(phones, chosen));
     loadAppsAutomatic(true);
 }

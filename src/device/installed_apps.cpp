@@ -176,14 +176,15 @@ void ZarvoApp::loadAppsAutomatic(bool automatic)
     updateControls();
     setStatus(title);
     const auto work = [this, phone] {
-        const bool read = readAppsWorker(phone, nullptr);
-        onMain([this, read] { finishAppsRead(read); });
+        Error error;
+        const bool read = readAppsWorker(phone, &error);
+        onMain([this, read, error] { finishAppsRead(read, error); });
     };
     if (!m_background.run(work))
-        finishAppsRead(false);
+        finishAppsRead(false, {});
 }
 
-void ZarvoApp::finishAppsRead(bool read)
+void ZarvoApp::finishAppsRead(bool read, const Error &error)
 {
     busy = false;
     activeTask.set(nullptr);
@@ -193,6 +194,7 @@ void ZarvoApp::finishAppsRead(bool read)
     clearDeviceSelection();
     setStatus(
         u"Подключите и разблокируйте iPhone, подтвердите доверие к Mac и выберите устройство заново."_s);
+    showPhoneTrouble(cancelled ? QString() : error.message);
     pollDevice(false);
 }
 
