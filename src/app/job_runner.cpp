@@ -3,7 +3,6 @@
 #include "app/view_factories.h"
 #include "app/zarvo_app.h"
 #include "core/main_thread.h"
-#include "device/device_discovery.h"
 
 #include <QClipboard>
 #include <QGuiApplication>
@@ -36,6 +35,8 @@ void ZarvoApp::job(const QString &text, const JobWork &work)
     if (busy || auth || isChoosing()) // its alert would come up over the chooser
         return;
     const bool quiet = std::exchange(quietNextJob, false);
+    if (!quiet)
+        m_refusal.clear();
     busy = true;
     cancelled = false;
     learnSecrets();
@@ -60,7 +61,7 @@ void ZarvoApp::finishJob(bool result, const Error &error, bool quiet)
         setStatus(u"Операция отменена."_s);
     } else if (!result && !error.message.isEmpty()) {
         setTransfer({});
-        setStatus(quiet ? PhonePrompt(phones) : error.message);
+        setStatus(quiet ? prompt() : error.message);
         if (!quiet)
             showFailure(error);
     }

@@ -94,7 +94,8 @@ public:
     bool waitForWorkers(std::chrono::milliseconds limit);
 
     // Installing (device/install_to_device.cpp)
-    /// Chooses the file for installing; nothing when it is no existing .ipa file. Once the window stands.
+    /// Chooses the file for installing; when it is no existing .ipa file, only says so. Once the window
+    /// stands.
     void setIPA(const QString &file);
 
 private:
@@ -176,6 +177,7 @@ private:
     std::optional<DeviceReply> device(const QStringList &arguments, Error *error); // worker
     void refresh();
     void pollDevice(bool byUser);
+    QString prompt() const;
     void applyDiscoveredPhones(const QList<PhoneEntry> &found, const QString &trouble);
     void showPhoneTrouble(const QString &reason);
     void updateTableNote();
@@ -236,6 +238,7 @@ private:
     QString typedAccount; // in the last sign-in
     QString ipa;          // path of the IPA chosen for installing
     QString lastDownload; // path of the IPA saved last
+    QString m_refusal;    // why the file given last was not taken; until something else is begun
 
     // State of jobs
     bool busy = false;

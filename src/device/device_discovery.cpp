@@ -48,6 +48,13 @@ QString PhonePrompt(const QList<PhoneEntry> &phones)
                             : u"iPhone найден. Выберите устройство в списке выше."_s;
 }
 
+// What the program was started with stays said, whatever the first polls find.
+QString ZarvoApp::prompt() const
+{
+    const QString text = PhonePrompt(phones);
+    return m_refusal.isEmpty() ? text : m_refusal + u' ' + text;
+}
+
 void ZarvoApp::refresh()
 {
     pollDevice(true);
@@ -88,7 +95,7 @@ void ZarvoApp::applyDiscoveredPhones(const QList<PhoneEntry> &found, const QStri
     if (hasGone)
         clearDeviceSelection();
     else if (changed && selectedPhone.isEmpty())
-        setStatus(PhonePrompt(phones));
+        setStatus(prompt());
     // While the same phones are listed, what is said there is why the apps of one of them could not be read.
     if (changed || found.isEmpty())
         showPhoneTrouble(trouble);
@@ -151,5 +158,5 @@ void ZarvoApp::clearDeviceSelection()
     updateOwner();
     updateControls();
     setTransfer({});
-    setStatus(PhonePrompt(phones));
+    setStatus(prompt());
 }

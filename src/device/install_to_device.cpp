@@ -19,6 +19,12 @@ namespace {
 
 constexpr RunTimeout kInstallTimeout{900};
 
+QString refusalOf(const QString &path)
+{
+    const QFileInfo file(path);
+    return (file.exists() ? u"Файл «%1» не является IPA."_s : u"Файл «%1» не найден."_s).arg(file.fileName());
+}
+
 } // namespace
 
 bool JudgeInstallRun(const ToolResult &result, Error *error)
@@ -51,8 +57,11 @@ QString InstallQuestion(const QString &file, const QString &phoneTitle)
 
 void ZarvoApp::setIPA(const QString &file)
 {
-    if (!IsIPAFile(file))
-        return; // a name typed into the panel, or an argument
+    if (!IsIPAFile(file)) { // a name typed into the panel, or an argument
+        m_refusal = refusalOf(file);
+        return setStatus(m_refusal);
+    }
+    m_refusal.clear();
     ipa = QFileInfo(file).absoluteFilePath();
     ipaLabel->setText(ShownName(QFileInfo(file).fileName()));
     updateControls();

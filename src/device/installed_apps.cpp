@@ -171,6 +171,7 @@ void ZarvoApp::loadAppsAutomatic(bool automatic)
         job(title, [this, phone](Error *error) { return readAppsWorker(phone, error); });
         return;
     }
+    m_refusal.clear();
     busy = true;
     cancelled = false;
     updateControls();

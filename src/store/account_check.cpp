@@ -4,7 +4,6 @@
 #include "app/shown_text.h"
 #include "app/zarvo_app.h"
 #include "core/tool_output.h"
-#include "device/device_discovery.h"
 #include "signin/sign_in_session.h"
 
 #include <QLabel>
@@ -52,7 +51,7 @@ void ZarvoApp::checkAccount()
                 return;
             }
             showAccount(*email);
-            setStatus(quiet ? PhonePrompt(phones) : u"Вход подтверждён."_s);
+            setStatus(quiet ? prompt() : u"Вход подтверждён."_s);
             updateOwner();
         });
         return email.has_value();

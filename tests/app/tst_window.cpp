@@ -196,9 +196,10 @@ private Q_SLOTS:
             m->deviceSays({u"devices"}, u"{\"devices\":%1}"_s.arg(devices));
             m->storeSays({u"auth", u"info"}, u"{}");
             QVERIFY(m->start());
+            m->app().setIPA(u"/gone.ipa"_s); // as the command line does
             QVERIFY(m->tools.waitForCalls(u"devicezarvo"_s, 1));
             EVENTUALLY(!m->isBusy());
-            EVENTUALLY_EQUAL(m->status(), prompt);
+            EVENTUALLY_EQUAL(m->status(), u"Файл «gone.ipa» не найден. "_s + prompt);
             QVERIFY(!m->alert());
             QCOMPARE(m->transfer() + m->text("accountLabel"), u"Вход не подтверждён"_s);
             QVERIFY(m->perform("checkAccount"));

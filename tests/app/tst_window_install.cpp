@@ -160,10 +160,10 @@ private Q_SLOTS:
     void needsFileAndPhoneAndConsent()
     {
         QVERIFY(m->startWithApps());
-        const QString before = m->status();
         QVERIFY(!m->find("installButton")->isEnabled());
         QVERIFY(m->chooseIPA(m->notesIPA) && m->chooseIPA(m->tools.toolPath(u"ipatool"_s)));
         QCOMPARE(m->text("ipaLabel"), u"notes.ipa"_s); // only an IPA can be chosen
+        const QString before = u"Файл «ipatool» не является IPA."_s;
         m->press("installButton");
         QVERIFY(m->answerAlert(u"Отмена"_s));
         m->press("installButton");
