@@ -53,8 +53,9 @@ private Q_SLOTS:
                             "</listen><policy context=\"default\"><allow send_destination=\"*\"/>"
                             "<allow own=\"*\"/><allow eavesdrop=\"true\"/></policy></busconfig>");
         configuration.close();
-        m_daemon.start(u"dbus-daemon"_s, {u"--nofork"_s, u"--config-file"_s, configuration.fileName()});
-        EVENTUALLY(QFile::exists(m_folder.filePath(u"bus"_s)));
+        m_daemon.start(u"dbus-daemon"_s,
+                       {u"--nofork"_s, u"--print-address"_s, u"--config-file"_s, configuration.fileName()});
+        QVERIFY(m_daemon.waitForReadyRead(kPatience)); // it listens
         for (const char *bus : {"DBUS_SESSION_BUS_ADDRESS", "DBUS_SYSTEM_BUS_ADDRESS"})
             qputenv(bus, address);
     }
