@@ -1,6 +1,7 @@
 #include "ipa/file_moving.h"
 
 #include "core/private_folder.h"
+#include "core/whole_file.h"
 
 #include <QFile>
 
@@ -107,20 +108,6 @@ int moveOnVolume(const fs::path &source, const fs::path &destination, MoveWay fi
     return claimThenRename(source, destination);
 }
 
-int writeAll(const FileDescriptor &file, const char *bytes, size_t count)
-{
-    while (count > 0) {
-        const ssize_t written = ::write(file.get(), bytes, count);
-        if (written < 0 && errno == EINTR)
-            continue;
-        if (written < 0)
-            return errno;
-        bytes += written;
-        count -= static_cast<size_t>(written);
-    }
-    return 0;
-}
-
 int copyContents(const FileDescriptor &source, const FileDescriptor &copy)
 {
     std::vector<char> block(kCopyBlock);
@@ -130,7 +117,7 @@ int copyContents(const FileDescriptor &source, const FileDescriptor &copy)
             continue;
         if (got <= 0)
             return got == 0 ? 0 : errno;
-        if (const int number = writeAll(copy, block.data(), static_cast<size_t>(got)))
+        if (const int number = WriteAll(copy, block.data(), static_cast<size_t>(got)))
             return number;
     }
 }
@@ -283,25 +270,4 @@ Replacement ReplaceFile(const fs::path &source, const fs::path &destination, con
         return Replacement::Done;
     }
     return putBack(source, destination, *ours) ? Replacement::Refused : Replacement::Failed;
-}
-
-int SyncFile(const FileDescriptor &file)
-{
-#ifdef __APPLE__
-    if (::fcntl(file.get(), F_FULLFSYNC) == 0)
-        return 0;
-#endif
-    while (::fsync(file.get()) != 0) {
-        if (errno == EINTR)
-            continue;
-        return isUnsupported(errno) || errno == EROFS ? 0 : errno;
-    }
-    return 0;
-}
-
-int SyncFolderOf(const fs::path &file)
-{
-    // A folder that may only be written cannot be opened; its entries reach the disk in their own time.
-    const FileDescriptor folder(::open(folderOf(file).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    return folder.isOpen() ? SyncFile(folder) : 0;
 }

@@ -39,10 +39,3 @@ Replacement ReplaceFile(const std::filesystem::path &source, const std::filesyst
 
 /// "Не удалось сохранить «name»" with the system's reason: what MoveWithoutReplacing fails with.
 Error SavingFailed(const std::filesystem::path &destination, int errorNumber);
-
-/// Waits until the contents of an open file are on the disk. Returns 0 or an errno value; a file system that
-/// cannot promise it is not a failure. On macOS by F_FULLFSYNC, because fsync alone leaves them in the disk's
-/// own memory; by fsync where a volume does not know it.
-int SyncFile(const FileDescriptor &file);
-/// The same for the entries of the folder that `file` is in.
-int SyncFolderOf(const std::filesystem::path &file);

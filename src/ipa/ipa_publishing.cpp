@@ -1,5 +1,6 @@
 #include "ipa/ipa_publishing.h"
 
+#include "core/whole_file.h"
 #include "ipa/file_moving.h"
 
 #include <cerrno>

@@ -2,9 +2,7 @@
 
 #include "app/desktop_services.h"
 #include "app/zarvo_app.h"
-#include "core/file_descriptor.h"
-#include "core/private_folder.h"
-#include "ipa/file_moving.h"
+#include "core/whole_file.h"
 
 #include <QCheckBox>
 #include <QDir>
@@ -18,7 +16,6 @@
 #include <sys/stat.h>
 
 #include <cerrno>
-#include <cstdio>
 
 using namespace Qt::StringLiterals;
 
@@ -53,31 +50,6 @@ QJsonObject toJSON(const BatchEntry &entry)
     if (!entry.reason.isEmpty())
         object.insert(u"reason"_s, entry.reason);
     return object;
-}
-
-Error reportFailed(int number)
-{
-    return SystemError(u"Не удалось записать отчёт «%1»"_s.arg(kReportName), number);
-}
-
-// Returns 0 or an errno value.
-int writeWhole(const QByteArray &path, const QByteArray &bytes)
-{
-    const FileDescriptor file(
-        ::open(path.constData(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, S_IRUSR | S_IWUSR));
-    if (!file.isOpen())
-        return errno;
-    qsizetype done = 0;
-    while (done < bytes.size()) {
-        const ssize_t written =
-            ::write(file.get(), bytes.constData() + done, static_cast<size_t>(bytes.size() - done));
-        if (written < 0 && errno == EINTR)
-            continue;
-        if (written < 0)
-            return errno;
-        done += written;
-    }
-    return SyncFile(file);
 }
 
 // A folder of its own for each batch, so that no file of an earlier one is in the way.
@@ -137,19 +109,7 @@ QString BatchSummary(const QList<BatchEntry> &entries)
 
 bool WriteBatchReport(const QString &folder, const QByteArray &report, Error *error)
 {
-    // In a private folder until it is whole: what is left of an interrupted write goes away with that folder.
-    const auto workshop = PrivateFolder::create(folder, u".zarvo-"_s, error);
-    if (!workshop)
-        return false;
-    const QByteArray draft = QFile::encodeName(workshop->filePath(kReportName.toString()));
-    const QByteArray target = QFile::encodeName(QDir(folder).absoluteFilePath(kReportName.toString()));
-    if (const int number = writeWhole(draft, report))
-        return Fail(error, reportFailed(number));
-    if (::rename(draft.constData(), target.constData()) != 0)
-        return Fail(error, reportFailed(errno));
-    // The new report is in its place: a disk that fails at this very last step takes nothing back.
-    static_cast<void>(SyncFolderOf(target.toStdString()));
-    return true;
+    return WriteWholeFile(QDir(folder).filePath(kReportName.toString()), report, error);
 }
 
 void ZarvoApp::downloadAll()
