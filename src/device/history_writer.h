@@ -8,13 +8,14 @@
 
 class Background;
 
-/// Writes the history without holding up the window: a disk may be slow, and the toolkit waits for the lock
-/// of the settings as long as another program has it (measured: without end). One thread writes at a time,
-/// and of what has come meanwhile only the newest. Outlives the threads of the `Background` that it is given.
+/// Writes the history without holding up the window: a disk may be slow. One thread writes at a time, and of
+/// what has come meanwhile only the newest. Outlives the threads of the `Background` that it is given.
 class HistoryWriter
 {
 public:
-    /// Main thread; returns at once. What cannot be written is lost, as the settings say no word of it.
+    /// Main thread; returns at once. The settings keep whatever else they hold; of two programs that write at
+    /// once the last one's stands, whole. What cannot be written leaves the old settings as they were, without
+    /// a word: the next change is stored with it.
     void store(QVariantList history, Background &background);
 
     /// What is stored; any thread. Waits for nothing but the disk.
