@@ -9,6 +9,7 @@
 
 #include <QApplication>
 #include <QIcon>
+#include <QSettings>
 
 #include <chrono>
 #include <cstdio>
@@ -71,6 +72,10 @@ void quitWhenAsked(int)
 
 int RunWindow(int &argc, char **argv, const WindowedOptions &options)
 {
+    // The toolkit's choosers would keep sizes and folders in a file that all its programs share: written on
+    // the main thread, and as long as any program holds the file's lock, the window would stand still. Where
+    // no file can be made they keep nothing, and wait for nobody.
+    QSettings::setPath(QSettings::NativeFormat, QSettings::UserScope, u"/dev/null"_s);
     const QtMessageHandler usual = qInstallMessageHandler(explainMissingDisplay);
     QApplication application(argc, argv);
     qInstallMessageHandler(usual);

@@ -21,29 +21,14 @@ constexpr auto kProgramPatience = 30s; // for a loaded machine under a sanitizer
 constexpr int kLongestEnd = 10'000;    // ms
 constexpr auto kLook = 1ms;
 
-// The pilot ($1) with a file system of its own on its destination ($3). Anybody may have one in a user
-// namespace, unless the system forbids those; root needs none, and where / is no mount point (chroot) its
-// propagation cannot be changed.
-constexpr char kOnOwnDisk[] = R"(
-for way in "--user --map-root-user" "" "--propagation unchanged"; do
-    if unshare $way --mount true 2>/dev/null; then
-        exec unshare $way --mount sh -c 'mount -t tmpfs -o "$0" none "$3" && exec "$@"' "$0" "$@"
-    fi
-done
-echo "the system allows no file system of one's own: a full disk cannot be played" >&2
-exit 1)";
-
 } // namespace
 
 bool PilotedProgram::start(const QString &resources, const QString &destination, const QString &action,
-                           const QString &archive, const QString &smallDisk)
+                           const QString &archive)
 {
     ::prctl(PR_SET_CHILD_SUBREAPER, 1);
-    QStringList line{QFile::decodeName(ZARVO_PILOT), resources, destination, action, archive};
-    if (!smallDisk.isEmpty())
-        line = QStringList{u"sh"_s, u"-c"_s, QString::fromLatin1(kOnOwnDisk), smallDisk} + line;
     m_process.setProcessChannelMode(QProcess::ForwardedErrorChannel);
-    m_process.start(line.takeFirst(), line);
+    m_process.start(QFile::decodeName(ZARVO_PILOT), {resources, destination, action, archive});
     return m_process.waitForStarted();
 }
 
@@ -64,11 +49,6 @@ bool PilotedProgram::waitForLine(const QByteArray &line)
         m_printed += m_process.readAllStandardOutput();
     }
     return true;
-}
-
-QString PilotedProgram::pathInside(const QString &path) const
-{
-    return u"/proc/%1/root%2"_s.arg(m_process.processId()).arg(path);
 }
 
 void PilotedProgram::signal(int number) const

@@ -21,17 +21,13 @@ public:
     PilotedProgram(const PilotedProgram &) = delete;
     PilotedProgram &operator=(const PilotedProgram &) = delete;
 
-    /// `smallDisk`: options of a tmpfs that is mounted over the destination, seen by this program only (needs
-    /// user namespaces); empty for none.
     bool start(const QString &resources, const QString &destination, const QString &action,
-               const QString &archive = {}, const QString &smallDisk = {});
+               const QString &archive = {});
     ~PilotedProgram();
 
     /// Waits for a line that it prints; false when it did not come within half a minute.
     bool waitForLine(const QByteArray &line);
     const QByteArray &printed() const { return m_printed; }
-    /// A path as this program sees it, also below its own small disk. Valid while it runs.
-    QString pathInside(const QString &path) const;
     void signal(int number) const;
     /// Sends a line to its standard input.
     void tell(const QByteArray &line) { m_process.write(line + '\n'); }

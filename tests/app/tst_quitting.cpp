@@ -9,6 +9,7 @@
 #include <QElapsedTimer>
 #include <QJsonArray>
 #include <QJsonDocument>
+#include <QLockFile>
 #include <QProcess>
 #include <QRandomGenerator>
 
@@ -109,16 +110,20 @@ private:
     }
 
     QString inFolder(const QString &name) const { return m_folder.filePath(name); }
-    /// A fresh destination, and a fresh folder for temporary files. A foreign file is there, which may have
-    /// the name that the download is to get.
+    /// A fresh destination, fresh settings, and a fresh folder for temporary files. A foreign file is there,
+    /// which may have the name that the download is to get. Another program holds, all the time, the lock of
+    /// the settings that all programs of the toolkit share.
     bool prepare(bool isInTheWay = false)
     {
         m_tmpdir = nullptr; // with what a killed program left there
+        m_settings = std::make_unique<QTemporaryDir>();
+        qputenv("XDG_CONFIG_HOME", QFile::encodeName(m_settings->path()));
+        m_shared = std::make_unique<QLockFile>(m_settings->filePath(u"QtProject.conf.lock"_s));
         m_tmpdir = std::make_unique<TemporaryTmpdir>();
         QDir(m_destination).removeRecursively();
         m_foreign = m_destination + (isInTheWay ? u"/App 0-1.0.ipa"_s : u"/foreign.ipa"_s);
         QFile foreign(m_foreign);
-        return QDir().mkpath(m_destination) && foreign.open(QIODevice::WriteOnly) &&
+        return m_shared->lock() && QDir().mkpath(m_destination) && foreign.open(QIODevice::WriteOnly) &&
                foreign.write(kForeign) > 0;
     }
 
@@ -155,6 +160,8 @@ private:
     ScriptedTools m_tools;
     const QString m_destination = inFolder(u"destination"_s);
     QString m_foreign;
+    std::unique_ptr<QTemporaryDir> m_settings;
+    std::unique_ptr<QLockFile> m_shared;
     std::unique_ptr<TemporaryTmpdir> m_tmpdir;
     QByteArray m_sound;
 
@@ -162,9 +169,8 @@ private Q_SLOTS:
     void initTestCase()
     {
         qputenv("QT_QPA_PLATFORM", "offscreen");
-        for (const char *folder :
-             {"XDG_RUNTIME_DIR", "XDG_CONFIG_HOME"}) // else the toolkit makes one in TMPDIR
-            qputenv(folder, QFile::encodeName(m_folder.path()));
+        qputenv("XDG_RUNTIME_DIR",
+                QFile::encodeName(m_folder.path())); // else the toolkit makes one in TMPDIR
         for (const char *bus : {"DBUS_SESSION_BUS_ADDRESS", "DBUS_SYSTEM_BUS_ADDRESS"})
             qputenv(bus, "unix:path=/nonexistent");
         for (const auto &[name, padding] : {std::pair("small.ipa", kSmall), std::pair("large.ipa", kLarge)})
@@ -239,31 +245,6 @@ private Q_SLOTS:
             QTest::qSleep(QRandomGenerator::global()->bounded(duration * 5 / 4 + 1));
             endAndLookAround(program, way);
         }
-    }
-
-    void disk_data()
-    {
-        const Rows<QString, QString, QString> row; // options of the disk, what is said
-        row("download onto a full disk", u"download"_s, u"size=1m"_s, u"Загрузку выполнить не удалось"_s);
-        row("batch onto a full disk", u"batch"_s, u"size=1m"_s, u"ошибок: %1"_s.arg(kApps));
-        row("batch onto a read-only disk", u"batch"_s, u"size=1m,ro"_s, u"только для чтения"_s);
-    }
-
-    // The disk is a tmpfs of its own. Where the system allows none, this fails: the promise would be
-    // unchecked.
-    void disk()
-    {
-        const auto &[action, options, said] = Row<QString, QString, QString>();
-        play(20ms);
-        QVERIFY(prepare());
-        PilotedProgram program;
-        QVERIFY(program.start(m_tools.path(), m_destination, action, {}, options));
-        QVERIFY2(program.waitForLine("done"), program.printed().constData());
-        QVERIFY2(program.printed().contains(said.toUtf8()), program.printed().constData());
-        const QString inside = program.pathInside(m_destination);
-        QCOMPARE(FilesBelow(inside, u"*.ipa"_s) + FilesBelow(inside, u".zarvo-*"_s), QStringList());
-        program.signal(SIGTERM);
-        QCOMPARE(program.waitForEnd().status, 0);
     }
 
     // The verifying mode dies of the signal, as a shell expects, but not before it has tidied up.
