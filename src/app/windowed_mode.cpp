@@ -26,7 +26,9 @@ namespace {
 // then is left behind. Together with the removal of private folders this stays below half a second.
 constexpr auto kForChildren = 150ms;
 constexpr auto kForWorkers = 150ms;
-constexpr auto kForRemoval = 500ms; // takes a few, unless a folder's file system does not answer
+// Takes some milliseconds. What has just come in, half a gigabyte of it, keeps a busy disk for over a second:
+// left to itself it would stay for good. A file system that is dead never answers.
+constexpr auto kForRemoval = 3s;
 // For a main thread that cannot be reached when a signal asks to end: it hangs in a call of the system.
 constexpr auto kForMainThread = 400ms;
 
