@@ -2,6 +2,7 @@
 // and chosen IPAs, and nothing beside them.
 #include "app/window_fixture.h"
 #include "device/history_writer.h"
+#include "ipa/file_moving.h"
 #include "ipa_writer.h"
 #include "store/batch_download.h"
 #include "support/rows.h"
@@ -22,18 +23,22 @@
 
 using namespace Qt::StringLiterals;
 
+namespace fs = std::filesystem;
+
 namespace {
 
 enum class Disk {
     Full, ///< to the last page, then to the last but one, and so on
     ReadOnly,
     FailsOnce, ///< at the first call that changes it, then at the second, and so on
+    Foreign,   ///< its folders are somebody else's
 };
 
 constexpr int kPage = 4096;
 constexpr int kEnough = 200; // pages for each work, and calls that it makes
 constexpr int kAllGoWell = 1'000'000'000;
 std::atomic<int> callsLeft = kAllGoWell;
+std::atomic<bool> isForeign = false;
 
 bool failsNow()
 {
@@ -48,10 +53,21 @@ bool isOrdinary(int file)
     return file > STDERR_FILENO && ::fstat(file, &status) == 0 && S_ISREG(status.st_mode);
 }
 
-void writeFile(const QString &path, const QByteArray &bytes)
+bool writeFile(const QString &path, const QByteArray &bytes)
 {
     QFile file(path);
-    QVERIFY(file.open(QIODevice::WriteOnly) && file.write(bytes) == bytes.size());
+    return file.open(QIODevice::WriteOnly) && file.write(bytes) == bytes.size() && file.flush();
+}
+
+// Anybody may have a file system of his own in a user namespace, and root without.
+bool enterOwnNamespace()
+{
+    if (::unshare(CLONE_NEWNS) == 0)
+        return true;
+    const auto user = "0 " + QByteArray::number(::getuid()) + " 1";
+    const auto group = "0 " + QByteArray::number(::getgid()) + " 1";
+    return ::unshare(CLONE_NEWUSER | CLONE_NEWNS) == 0 && writeFile(u"/proc/self/uid_map"_s, user) &&
+           writeFile(u"/proc/self/setgroups"_s, "deny") && writeFile(u"/proc/self/gid_map"_s, group);
 }
 
 /// What is to be done; whether it says that it is done.
@@ -76,6 +92,10 @@ extern "C" int renameat2(int from, const char *source, int to, const char *targe
 {
     return failsNow() ? -1 : static_cast<int>(::syscall(SYS_renameat2, from, source, to, target, flags));
 }
+extern "C" uid_t geteuid() noexcept
+{
+    return static_cast<uid_t>(::syscall(SYS_geteuid)) + (isForeign ? 1 : 0);
+}
 extern "C" int rename(const char *source, const char *target) noexcept
 {
     return ::renameat2(AT_FDCWD, source, AT_FDCWD, target, 0);
@@ -87,14 +107,12 @@ class FullDisksTest : public ProgramTest
 
 public:
     // A disk of this process's own, for settings, temporary files and what is saved; the tools lie elsewhere.
-    // Anybody may have one in a user namespace, and root without; where the system allows neither, this
-    // fails: the promise would be unchecked.
+    // Where the system allows none, this fails: the promise would be unchecked.
     static void initMain()
     {
         Program::isolate();
-        QSettings::setPath(QSettings::NativeFormat, QSettings::UserScope,
-                           u"/dev/null"_s); // as the program does
-        const bool isOwn = ::unshare(CLONE_NEWNS) == 0 || ::unshare(CLONE_NEWUSER | CLONE_NEWNS) == 0;
+        QSettings::setPath(QSettings::NativeFormat, QSettings::UserScope, u"/dev/null"_s); // as the program
+        const bool isOwn = enterOwnNamespace();
         ::mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr); // / may be no mount point
         if (!isOwn || ::mount("none", root().constData(), "tmpfs", 0, "size=16m") != 0)
             qFatal("the system allows no file system of one's own: a full disk cannot be played");
@@ -123,7 +141,7 @@ private:
         }
         for (const auto &[path, content] : before.asKeyValueRange()) {
             if (now.value(path) != content)
-                writeFile(path, content.sliced(1));
+                QVERIFY(writeFile(path, content.sliced(1)));
         }
     }
 
@@ -140,6 +158,7 @@ private:
             QVERIFY(filler.resize((filler.size() / kPage - left) * kPage));
         }
         callsLeft = disk == Disk::FailsOnce ? left : kAllGoWell;
+        isForeign = disk == Disk::Foreign;
     }
 
     /// True when there was nothing any more that could fail.
@@ -147,6 +166,7 @@ private:
     {
         QFile::remove(onDisk(u"filler"_s));
         ::mount(nullptr, root().constData(), nullptr, MS_REMOUNT, nullptr);
+        isForeign = false;
         return callsLeft.exchange(kAllGoWell) >= 0;
     }
 
@@ -180,18 +200,25 @@ private Q_SLOTS:
             row((name + ", read-only disk").constData(), work, Disk::ReadOnly);
             row((name + ", each call fails in turn").constData(), work, Disk::FailsOnce);
         };
-        add("history", [](bool &isDone) {
-            const QVariantList history{QVariantMap{{u"id"_s, QString(3000, u'P')}}};
+        const Work store = [](bool &isDone) {
             const QByteArray before = ContentOf(Program::settingsFile());
             HistoryWriter writer;
             {
                 Background background;
-                writer.store(history, background);
+                writer.store({QVariantMap{{u"id"_s, QString(3000, u'P')}}}, background);
             }
             isDone = ContentOf(Program::settingsFile()) != before;
-        });
+        };
+        add("history", store);
+        row("history, somebody else's folder", store, Disk::Foreign);
         add("report", [this](bool &isDone) {
             isDone = WriteBatchReport(m->destination.path(), QByteArray(30'000, '1'));
+        });
+        add("copy from another disk", [this](bool &isDone) {
+            const fs::path source(m->tools.filePath(u"copy.ipa"_s).toStdString());
+            fs::copy_file(m->mapsIPA.toStdString(), source, fs::copy_options::overwrite_existing);
+            isDone = MoveWithoutReplacing(source, m->destination.filePath(u"new.ipa"_s).toStdString());
+            QVERIFY(isDone || fs::exists(source));
         });
         add("download", [this](bool &isDone) {
             QVERIFY(m->download());
@@ -224,23 +251,29 @@ private Q_SLOTS:
         QVERIFY(QFile::copy(m->mapsIPA, chosen) && m->chooseIPA(chosen));
         QVERIFY(writeIPA(QFile::encodeName(m->destination.filePath(u"Карты-1.5.ipa"_s)).toStdString(),
                          {.id = u"com.example.maps"_s, .version = u"1.5"_s, .padding = 100}));
-        writeFile(m->destination.filePath(u"report.json"_s), QByteArray(20'000, '0'));
-        writeFile(Program::settingsFile(),
-                  "[General]\nzarvo.deviceHistory.v1=old\n\n[other]\nkept=" + QByteArray(20'000, '0') + '\n');
+        QVERIFY(writeFile(m->destination.filePath(u"report.json"_s), QByteArray(20'000, '0')));
+        const QByteArray kept = "\n[other]\nkept=" + QByteArray(20'000, '0') + '\n';
+        const QString settings = onDisk(u"settings"_s); // which the user keeps elsewhere
+        QVERIFY(writeFile(settings, "[General]\nzarvo.deviceHistory.v1=old\n" + kept));
+        EVENTUALLY(QFile::exists(Program::settingsFile())); // with the phone
+        QVERIFY(QFile::remove(Program::settingsFile()));
+        QVERIFY(QFile::link(settings, Program::settingsFile()));
         const Files before = files();
         bool isDone = false;
         work(isDone);
         QVERIFY(isDone);
         const Files good = files();
+        QVERIFY(good.value(settings).endsWith(kept) && QFileInfo(Program::settingsFile()).isSymLink());
         bool isOver = false;
         for (int left = 0; !isOver; ++left) {
             restore(before);
             isDone = false;
             begin(disk, left);
             work(isDone);
-            isOver = (end() && isDone) || disk == Disk::ReadOnly;
+            const bool isHopeless = disk == Disk::ReadOnly || disk == Disk::Foreign;
+            isOver = (end() && isDone) || isHopeless;
             EVENTUALLY_EQUAL(damage(before, good), QString());
-            QVERIFY(!isDone || files() == good);
+            QVERIFY(!isDone || (files() == good && !isHopeless));
             QVERIFY(left < kEnough);
         }
         work(isDone);
