@@ -1,42 +1,90 @@
-// Property lists of archives, XML and binary.
+// Property lists of archives, XML and binary, beside a library that writes and reads them.
 #include "fuzzing.h"
 #include "ipa/property_list.h"
 
 #include <plist/plist.h>
 
-#include <array>
+#include <algorithm>
 #include <cstdlib>
 #include <memory>
 
+using namespace Qt::StringLiterals;
+
 namespace {
 
-constexpr std::array kKeys{"CFBundleIdentifier", "CFBundleExecutable", "CFBundleShortVersionString", "k", ""};
+using List = std::unique_ptr<void, void (*)(void *)>;
 
-QByteArray binaryListWith(const char *key, const QString &value)
+const QStringList &keys()
 {
-    const std::unique_ptr<void, void (*)(void *)> list(plist_new_dict(), plist_free);
-    plist_dict_set_item(list.get(), key, plist_new_string(value.toUtf8().constData()));
+    static const QStringList all{u"CFBundleIdentifier"_s, u"CFBundleExecutable"_s,
+                                 u"CFBundleShortVersionString"_s, u"k"_s, u""_s};
+    return all;
+}
+
+PropertyTexts textsOf(plist_t list)
+{
+    PropertyTexts texts;
+    for (const QString &key : keys()) {
+        const plist_t value = plist_dict_get_item(list, key.toUtf8().constData());
+        if (value && plist_get_node_type(value) == PLIST_STRING) {
+            std::uint64_t length = 0;
+            const char *const bytes = plist_get_string_ptr(value, &length);
+            texts.insert(key, QString::fromUtf8(bytes, static_cast<qsizetype>(length)));
+        }
+    }
+    return texts;
+}
+
+// The library follows every reference: a list with but one container cannot make it go round or on for ever.
+bool isFlat(const QByteArray &bytes)
+{
+    return bytes.startsWith("bplist00") && std::count_if(bytes.begin(), bytes.end(), [](char byte) {
+                                               return static_cast<unsigned char>(byte) >= 0xA0;
+                                           }) == 1;
+}
+
+QByteArray written(const PropertyTexts &texts, decltype(plist_to_bin) *write)
+{
+    const List list(plist_new_dict(), plist_free);
+    for (auto text = texts.begin(); text != texts.end(); ++text)
+        plist_dict_set_item(list.get(), text.key().toUtf8().constData(),
+                            plist_new_string(text.value().toUtf8().constData()));
     char *bytes = nullptr;
     std::uint32_t size = 0;
-    plist_to_bin(list.get(), &bytes, &size);
+    write(list.get(), &bytes, &size);
     const std::unique_ptr<char, void (*)(void *)> owner(bytes, std::free);
     return {bytes, static_cast<qsizetype>(size)};
+}
+
+// What XML cannot hold, or gives back as another character.
+bool isPlain(const PropertyTexts &texts)
+{
+    return std::all_of(texts.begin(), texts.end(), [](const QString &text) {
+        return std::none_of(text.begin(), text.end(), [](QChar c) {
+            return (c < u' ' && c != u'\n' && c != u'\t') || c == u'\uFFFE' || c == u'\uFFFF';
+        });
+    });
 }
 
 } // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size)
 {
-    const auto list = PropertyDictionary::read(BytesOf(data, size).toByteArray());
-    if (!list)
+    const QByteArray bytes = BytesOf(data, size).toByteArray();
+    const auto texts = ReadPropertyTexts(bytes, keys());
+    if (!texts)
         return 0;
-    for (const char *key : kKeys) {
-        const auto text = list->text(key);
-        if (!text)
-            continue;
-        Require(!text->contains(QChar(u'\0')), "a text does not end before its end");
-        const auto again = PropertyDictionary::read(binaryListWith(key, *text));
-        Require(again && again->text(key) == text, "a text is the same when it is written and read again");
+    for (const QString &text : *texts)
+        Require(text.isValidUtf16() && !text.contains(QChar::Null), "a text is whole");
+    if (isFlat(bytes)) {
+        plist_t read = nullptr;
+        plist_from_bin(bytes.constData(), static_cast<std::uint32_t>(bytes.size()), &read);
+        const List list(read, plist_free);
+        Require(!list || textsOf(list.get()) == *texts, "another reader finds the same texts");
     }
+    Require(ReadPropertyTexts(written(*texts, plist_to_bin), keys()) == texts,
+            "the texts are the same when they are written as a binary list and read again");
+    Require(!isPlain(*texts) || ReadPropertyTexts(written(*texts, plist_to_xml), keys()) == texts,
+            "the texts are the same when they are written as XML and read again");
     return 0;
 }

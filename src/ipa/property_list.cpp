@@ -2,293 +2,308 @@
 
 #include <QByteArrayView>
 #include <QXmlStreamReader>
-#include <QXmlStreamWriter>
-
-#include <plist/plist.h>
+#include <QtEndian>
 
 #include <algorithm>
-#include <limits>
-#include <utility>
-#include <vector>
-
-// libplist recurses once a level, copies a shared object for every reference to it, and resolves the
-// character references of a text in quadratic time. All three are bounded here before it sees a byte.
 
 namespace {
 
-constexpr int kMaxDepth = 64;
-constexpr qint64 kMaxValues = 100'000;
-constexpr qint64 kMaxExpandedBytes = qint64{24} << 20;
-constexpr qint64 kBytesPerValue = 200; // libplist 2.2 takes 110 to 170 on a 64-bit system
+constexpr QByteArrayView kBinaryHeader = "bplist00";
+constexpr int kMaxDepth = 64;                // Qt keeps a hundred bytes for each
+constexpr qsizetype kMaxAttributes = 20'000; // these take a second; a list needs one in all
 
-// A start, a text and an end for each value.
-constexpr qint64 kMaxTokens = 3 * kMaxValues;
-
-void writeText(QXmlStreamWriter &writer, const QString &text)
+// Qt takes the declaration for a mistake unless it comes first; other readers of property lists do not.
+QByteArray withoutLeadingBlanks(const QByteArray &bytes)
 {
-    // In a CDATA section there is no character reference to resolve.
-    const bool needsEscapes = std::any_of(
-        text.begin(), text.end(), [](QChar c) { return c == u'&' || c == u'<' || c == u'>' || c == u'"'; });
-    if (needsEscapes)
-        writer.writeCDATA(text);
-    else
-        writer.writeCharacters(text);
+    constexpr QByteArrayView kMark = "\xEF\xBB\xBF";
+    constexpr QByteArrayView kBlanks = " \t\r\n";
+    qsizetype start = bytes.startsWith(kMark) ? kMark.size() : 0;
+    while (start < bytes.size() && kBlanks.contains(bytes[start]))
+        ++start;
+    return bytes.sliced(start);
 }
 
-// The same list written plainly, when it is well-formed and within bounds: no comment, no DTD, no attribute.
-// libplist tells these from content by rules of its own, and would not see the list that was checked here.
-std::optional<QByteArray> plainXML(const QByteArray &bytes)
+// What Qt would take minutes or all the memory for: it compares each attribute of a tag with all others, and
+// bounds the length of an entity, but not how often it is used. Looked for in the letters that all encodings
+// share, before it sees them.
+bool isHostile(const QByteArray &bytes)
 {
-    QXmlStreamReader reader(bytes);
-    reader.setNamespaceProcessing(false);
-    QByteArray plain;
-    QXmlStreamWriter writer(&plain);
-    int depth = 0;
-    for (qint64 tokens = 0; !reader.atEnd(); ++tokens) {
-        switch (reader.readNext()) {
-        case QXmlStreamReader::StartElement:
-            ++depth;
-            writer.writeStartElement(reader.qualifiedName().toString());
-            break;
-        case QXmlStreamReader::EndElement:
-            --depth;
-            writer.writeEndElement();
-            break;
-        case QXmlStreamReader::Characters:
-            writeText(writer, reader.text().toString());
-            break;
-        case QXmlStreamReader::DTD:
-            // Qt bounds the length of an entity, not how often it is used.
-            if (!reader.entityDeclarations().isEmpty())
-                return std::nullopt;
-            break;
-        case QXmlStreamReader::EntityReference:
-            return std::nullopt;
-        default:
-            break;
-        }
-        if (depth > kMaxDepth || tokens > kMaxTokens)
-            return std::nullopt;
-    }
-    if (reader.hasError())
-        return std::nullopt;
-    return plain;
+    QByteArray letters = bytes;
+    letters.removeIf([](char c) { return c == '\0'; });
+    return letters.count('=') > kMaxAttributes || letters.contains("<!ATTLIST") ||
+           letters.contains("<!ENTITY");
 }
 
-// Measures what a binary list becomes once every reference is followed, without following one twice.
-class BinaryListMeter
+class XMLList
 {
 public:
-    explicit BinaryListMeter(QByteArrayView bytes)
+    XMLList(const QByteArray &bytes, const QStringList &keys)
+        : m_xml(withoutLeadingBlanks(bytes))
+        , m_keys(keys)
+    {
+        m_xml.setNamespaceProcessing(false);
+    }
+
+    std::optional<PropertyTexts> read()
+    {
+        const bool isWrapped = toTag() && isAt(u"plist");
+        const bool isRead = (!isWrapped || toTag()) && readDictionary();
+        if (!isRead || (isWrapped && !(toTag() && m_xml.isEndElement())))
+            return std::nullopt;
+        return toTag() || m_xml.hasError() ? std::nullopt : std::optional(m_texts);
+    }
+
+private:
+    // Goes on to the next tag; what stands before it is `m_text` then. False at the end and for whatever
+    // cannot be read within bounds.
+    bool toTag()
+    {
+        m_text.clear();
+        while (true) {
+            switch (m_xml.readNext()) {
+            case QXmlStreamReader::StartElement:
+                return ++m_depth <= kMaxDepth;
+            case QXmlStreamReader::EndElement:
+                --m_depth;
+                return true;
+            case QXmlStreamReader::Characters:
+                m_text += m_xml.text();
+                break;
+            case QXmlStreamReader::EntityReference: // to one that is not declared
+            case QXmlStreamReader::EndDocument:
+            case QXmlStreamReader::Invalid:
+                return false;
+            default:
+                break;
+            }
+        }
+    }
+
+    bool isAt(QStringView start) const { return m_xml.isStartElement() && m_xml.qualifiedName() == start; }
+
+    bool readDictionary()
+    {
+        if (!isAt(u"dict"))
+            return false;
+        while (toTag() && m_xml.isStartElement()) {
+            if (!isAt(u"key") || !toTag() || !m_xml.isEndElement())
+                return false;
+            const QString key = m_text;
+            if (!toTag() || !m_xml.isStartElement() || !readValue(key))
+                return false;
+        }
+        return m_xml.isEndElement();
+    }
+
+    // Of two equal keys the last one counts.
+    bool readValue(const QString &key)
+    {
+        if (!isAt(u"string")) {
+            m_texts.remove(key);
+            return skip();
+        }
+        if (!toTag() || !m_xml.isEndElement())
+            return false;
+        if (m_keys.contains(key))
+            m_texts.insert(key, m_text);
+        return true;
+    }
+
+    bool skip()
+    {
+        for (const int level = m_depth; m_depth >= level;) {
+            if (!toTag())
+                return false;
+        }
+        return true;
+    }
+
+    QXmlStreamReader m_xml;
+    const QStringList &m_keys;
+    PropertyTexts m_texts;
+    QString m_text;
+    int m_depth = 0;
+};
+
+// Objects, a table of where each begins, and a trailer. A list may hold one object many times, so nothing is
+// written out but the few texts that are wanted.
+class BinaryList
+{
+public:
+    explicit BinaryList(QByteArrayView bytes)
         : m_bytes(bytes)
     {
     }
 
-    /// True when the list is sound and within the bounds. A cycle is a path without end, so it is too deep.
-    bool isBearable()
+    std::optional<PropertyTexts> read(const QStringList &keys)
     {
-        if (!readTrailer() || !enter(m_top))
-            return false;
-        while (!m_path.empty()) {
-            Visit &visit = m_path.back();
-            if (visit.left == 0) {
-                if (!leave())
-                    return false;
-                continue;
-            }
-            const quint64 child = number(visit.nextReference, m_referenceSize);
-            visit.nextReference += m_referenceSize;
-            --visit.left;
-            if (child >= m_objects.size())
-                return false;
-            const Object &object = m_objects[child];
-            if (object.isMeasured ? !add(object) : !enter(child))
-                return false;
+        const auto top = readTable() ? object(m_top) : std::nullopt;
+        if (!top || top->kind != kDictionary)
+            return std::nullopt;
+        PropertyTexts texts;
+        // Of two equal keys the first one counts, so it is read last.
+        for (quint64 i = top->count; i-- > 0;) {
+            const auto key = object(reference(*top, i));
+            const auto value = object(reference(*top, top->count + i));
+            if (!key || !value || !isText(*key))
+                return std::nullopt;
+            const auto wanted = std::find_if(keys.begin(), keys.end(), [&](const QString &name) {
+                return static_cast<quint64>(name.size()) == key->count && text(*key) == name;
+            });
+            if (wanted != keys.end() && !take(*wanted, *value, texts))
+                return std::nullopt;
         }
-        return true;
+        return texts;
     }
 
 private:
-    static constexpr qsizetype kHeaderSize = 8;
     static constexpr qsizetype kTrailerSize = 32;
+    static constexpr quint64 kMaxIntegerSize = 8;
 
-    // Upper half of an object's first byte. What is smaller are numbers and dates, what is larger than an
-    // array are sets and dictionaries.
-    static constexpr quint64 kData = 0x4;
-    static constexpr quint64 kText = 0x5;
+    // Upper half of an object's first byte.
+    static constexpr quint64 kASCIIText = 0x5;
     static constexpr quint64 kUTF16Text = 0x6;
-    static constexpr quint64 kArray = 0xA;
     static constexpr quint64 kDictionary = 0xD;
 
     struct Object
     {
-        qint64 expanded = 0; // bytes
-        int height = 1;      // levels, its own included
-        bool isMeasured = false;
-    };
-    struct Visit
-    {
-        quint64 index;
-        qsizetype nextReference;
-        qint64 left; // references not yet followed
+        quint64 kind;
+        quint64 count; // of items; the lower half of the first byte where there are none
+        qsizetype at;  // the first item
     };
 
-    quint64 number(qsizetype at, qsizetype size) const
+    quint64 number(qsizetype at, quint64 size) const
     {
         quint64 value = 0;
-        for (qsizetype i = 0; i < size; ++i)
-            value = value << 8 | static_cast<quint8>(m_bytes[at + i]);
+        for (quint64 i = 0; i < size; ++i)
+            value = value << 8 | static_cast<quint8>(m_bytes[at++]);
         return value;
     }
 
-    bool readTrailer()
+    bool readTable()
     {
-        m_end = m_bytes.size() - kTrailerSize;
-        if (m_end < kHeaderSize)
+        const qsizetype trailer = m_bytes.size() - kTrailerSize;
+        if (trailer < kBinaryHeader.size())
             return false;
-        m_offsetSize = static_cast<quint8>(m_bytes[m_end + 6]);
-        m_referenceSize = static_cast<quint8>(m_bytes[m_end + 7]);
-        const quint64 count = number(m_end + 8, 8);
-        m_top = number(m_end + 16, 8);
-        const quint64 table = number(m_end + 24, 8);
-        const auto end = static_cast<quint64>(m_end);
-        if (m_offsetSize < 1 || m_offsetSize > 8 || m_referenceSize < 1 || m_referenceSize > 8 ||
-            count > kMaxValues || m_top >= count || table < kHeaderSize || table > end ||
-            count * static_cast<quint64>(m_offsetSize) > end - table)
+        m_offsetSize = number(trailer + 6, 1);
+        m_referenceSize = number(trailer + 7, 1);
+        m_count = number(trailer + 8, 8);
+        m_top = number(trailer + 16, 8);
+        const quint64 table = number(trailer + 24, 8);
+        const auto isSize = [](quint64 size) { return size >= 1 && size <= kMaxIntegerSize; };
+        const auto end = static_cast<quint64>(trailer);
+        if (!isSize(m_offsetSize) || !isSize(m_referenceSize) || table > end ||
+            m_count > (end - table) / m_offsetSize)
             return false;
         m_table = static_cast<qsizetype>(table);
-        m_objects.resize(count);
+        for (quint64 i = 0; i < m_count; ++i) {
+            if (offset(i) < static_cast<quint64>(kBinaryHeader.size()) || offset(i) >= table)
+                return false;
+        }
         return true;
     }
 
-    // Starts the object `index`: its own size is known then, that of its members is added when they are left.
-    bool enter(quint64 index)
+    quint64 offset(quint64 index) const
     {
-        const quint64 offset = number(m_table + static_cast<qsizetype>(index) * m_offsetSize, m_offsetSize);
-        if (offset < kHeaderSize || offset >= static_cast<quint64>(m_end) || m_path.size() >= kMaxDepth)
-            return false;
-        auto at = static_cast<qsizetype>(offset);
-        const quint64 marker = number(at++, 1);
-        const quint64 kind = marker >> 4;
-        quint64 count = marker & 0xF;
-        if (count == 0xF && kind >= kData && !readCount(at, count))
-            return false;
-        const auto room = static_cast<quint64>(m_end - at);
-        const quint64 size = count > room ? room + 1 : count * itemSize(kind);
-        if (size > room || (kind == kUTF16Text && hasNul(at, count, 2)) ||
-            (kind == kText && hasNul(at, count, 1)))
-            return false;
-        const bool isContainer = kind >= kArray;
-        Object &object = m_objects[index];
-        object.expanded = kBytesPerValue + (isContainer ? 0 : static_cast<qint64>(2 * size));
-        const auto references = static_cast<qint64>(kind == kDictionary ? 2 * count : count);
-        m_path.push_back({index, at, isContainer ? references : 0});
-        return true;
+        return number(m_table + static_cast<qsizetype>(index * m_offsetSize), m_offsetSize);
     }
 
-    // Bytes for each of an object's counted items; numbers and dates have none that count.
+    quint64 reference(const Object &owner, quint64 index) const
+    {
+        return number(owner.at + static_cast<qsizetype>(index * m_referenceSize), m_referenceSize);
+    }
+
+    std::optional<Object> object(quint64 index) const
+    {
+        if (index >= m_count)
+            return std::nullopt;
+        auto at = static_cast<qsizetype>(offset(index));
+        const quint64 marker = number(at++, 1);
+        Object object{marker >> 4, marker & 0xF, at};
+        const quint64 size = itemSize(object.kind);
+        if (size > 0 && ((object.count == 0xF && !readCount(object)) ||
+                         object.count > static_cast<quint64>(m_table - object.at) / size))
+            return std::nullopt;
+        return object;
+    }
+
+    // Bytes; none for what is not looked into.
     quint64 itemSize(quint64 kind) const
     {
-        if (kind < kData)
-            return 0;
-        if (kind == kUTF16Text)
-            return 2;
-        if (kind < kArray)
+        switch (kind) {
+        case kASCIIText:
             return 1;
-        return static_cast<quint64>(kind == kDictionary ? 2 * m_referenceSize : m_referenceSize);
-    }
-
-    // libplist's texts end at the first one, so that "good.id<NUL>bad" would read as "good.id".
-    bool hasNul(qsizetype at, quint64 count, qsizetype unit) const
-    {
-        for (quint64 i = 0; i < count; ++i, at += unit) {
-            if (number(at, unit) == 0)
-                return true;
+        case kUTF16Text:
+            return 2;
+        case kDictionary:
+            return 2 * m_referenceSize;
+        default:
+            return 0;
         }
-        return false;
     }
 
     // The count of a long object: an integer object of its own.
-    bool readCount(qsizetype &at, quint64 &count) const
+    bool readCount(Object &object) const
     {
-        if (at >= m_end)
+        constexpr quint64 kInteger = 0x1;
+        if (object.at >= m_table)
             return false;
-        const quint64 marker = number(at++, 1);
-        const qsizetype size = qsizetype{1} << (marker & 0x3);
-        if (marker < 0x10 || marker > 0x13 || size > m_end - at)
+        const quint64 marker = number(object.at++, 1);
+        const auto size = quint64{1} << (marker & 0xF);
+        if (marker >> 4 != kInteger || size > kMaxIntegerSize ||
+            size > static_cast<quint64>(m_table - object.at))
             return false;
-        count = number(at, size);
-        at += size;
+        object.count = number(object.at, size);
+        object.at += static_cast<qsizetype>(size);
         return true;
     }
 
-    bool leave()
+    static bool isText(const Object &object)
     {
-        Object &object = m_objects[m_path.back().index];
-        object.isMeasured = true;
-        m_path.pop_back();
-        return m_path.empty() || add(object);
+        return object.kind == kASCIIText || object.kind == kUTF16Text;
     }
 
-    // Adds a measured member to the object that is being visited.
-    bool add(const Object &member)
+    // Nothing for what XML could not hold either. A NUL above all: "good.id<NUL>bad" is printed as "good.id".
+    std::optional<QString> text(const Object &object) const
     {
-        Object &owner = m_objects[m_path.back().index];
-        owner.expanded += member.expanded;
-        owner.height = std::max(owner.height, member.height + 1);
-        return owner.expanded <= kMaxExpandedBytes && owner.height <= kMaxDepth;
+        const char *const first = m_bytes.data() + object.at;
+        const auto count = static_cast<qsizetype>(object.count);
+        QString text;
+        if (object.kind == kASCIIText) { // UTF-8 is written so, too
+            if (!QUtf8StringView(first, count).isValidUtf8())
+                return std::nullopt;
+            text = QString::fromUtf8(first, count);
+        } else {
+            text.resize(count);
+            qFromBigEndian<char16_t>(first, count, text.data());
+        }
+        return text.isValidUtf16() && !text.contains(QChar::Null) ? std::optional(text) : std::nullopt;
+    }
+
+    bool take(const QString &key, const Object &value, PropertyTexts &texts) const
+    {
+        texts.remove(key);
+        if (!isText(value))
+            return true;
+        const auto found = text(value);
+        if (found)
+            texts.insert(key, *found);
+        return found.has_value();
     }
 
     QByteArrayView m_bytes;
-    qsizetype m_end = 0;
-    qsizetype m_table = 0;
-    qsizetype m_offsetSize = 0;
-    qsizetype m_referenceSize = 0;
+    quint64 m_offsetSize = 0;
+    quint64 m_referenceSize = 0;
+    quint64 m_count = 0;
     quint64 m_top = 0;
-    std::vector<Object> m_objects;
-    std::vector<Visit> m_path;
+    qsizetype m_table = 0;
 };
-
-bool fitsLibplist(const QByteArray &bytes)
-{
-    return bytes.size() <= std::numeric_limits<quint32>::max();
-}
-
-plist_t parse(const QByteArray &bytes)
-{
-    plist_t node = nullptr;
-    if (bytes.startsWith("bplist")) {
-        if (fitsLibplist(bytes) && BinaryListMeter(bytes).isBearable())
-            plist_from_bin(bytes.constData(), static_cast<uint32_t>(bytes.size()), &node);
-        return node;
-    }
-    const auto plain = plainXML(bytes);
-    if (plain && fitsLibplist(*plain))
-        plist_from_xml(plain->constData(), static_cast<uint32_t>(plain->size()), &node);
-    return node;
-}
 
 } // namespace
 
-PropertyDictionary::PropertyDictionary(Node node)
-    : m_node(std::move(node))
+std::optional<PropertyTexts> ReadPropertyTexts(const QByteArray &bytes, const QStringList &keys)
 {
-}
-
-std::optional<PropertyDictionary> PropertyDictionary::read(const QByteArray &bytes)
-{
-    Node node(parse(bytes), plist_free);
-    if (!node || plist_get_node_type(node.get()) != PLIST_DICT)
-        return std::nullopt;
-    return PropertyDictionary(std::move(node));
-}
-
-std::optional<QString> PropertyDictionary::text(const char *key) const
-{
-    const plist_t value = plist_dict_get_item(m_node.get(), key);
-    if (!value || plist_get_node_type(value) != PLIST_STRING)
-        return std::nullopt;
-    uint64_t length = 0;
-    const char *const bytes = plist_get_string_ptr(value, &length);
-    return QString::fromUtf8(bytes, static_cast<qsizetype>(length));
+    if (bytes.startsWith(kBinaryHeader))
+        return BinaryList(bytes).read(keys);
+    return isHostile(bytes) ? std::nullopt : XMLList(bytes, keys).read();
 }

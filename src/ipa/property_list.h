@@ -2,28 +2,19 @@
 #pragma once
 
 #include <QByteArray>
+#include <QHash>
 #include <QString>
+#include <QStringList>
 
-#include <memory>
 #include <optional>
 
-/// A property list whose top level is a dictionary. Movable; any thread, one at a time.
-class PropertyDictionary
-{
-public:
-    /// Parses an XML or a binary property list from an untrusted source. Nothing when it is damaged, when its
-    /// top level is not a dictionary, when it declares entities, or when it is beyond the bounds that keep
-    /// memory and stack small: 64 levels, 100,000 values, 24 MB after everything shared was written out.
-    /// Descriptions of real apps stay far below them.
-    static std::optional<PropertyDictionary> read(const QByteArray &bytes);
+/// Texts by their keys.
+using PropertyTexts = QHash<QString, QString>;
 
-    /// The member `key` of the top level; nothing when it is missing or not a string.
-    std::optional<QString> text(const char *key) const;
-
-private:
-    using Node = std::unique_ptr<void, void (*)(void *)>;
-
-    explicit PropertyDictionary(Node node);
-
-    Node m_node;
-};
+/// The texts that the top dictionary of an XML or a binary property list from an untrusted source has under
+/// `keys` (ASCII); what is no text there, or missing, is left out. Nothing when the top is no dictionary or
+/// when the list is damaged: XML that is not well-formed to its end, declares entities or attributes, or has
+/// more than 64 levels or 20,000 attributes; a binary list whose trailer, table of offsets, top dictionary,
+/// keys or wanted texts are not sound. Below the top no more is looked at than that takes. Time and memory
+/// grow with the bytes. Any thread.
+std::optional<PropertyTexts> ReadPropertyTexts(const QByteArray &bytes, const QStringList &keys);

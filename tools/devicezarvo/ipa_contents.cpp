@@ -71,16 +71,19 @@ std::optional<IPAContents> ReadIPAContents(const QString &file, Failure *failure
         return std::nullopt;
     const QByteArray folder = appFolder(archive.get());
     // Read as Zarvo itself does: what it has accepted as one app must not be another here, or none.
-    const auto info = PropertyDictionary::read(memberBytes(archive.get(), folder + "Info.plist"));
-    const auto text = [&](const char *key) { return info ? info->text(key).value_or(QString()) : QString(); };
+    const QString identifier = u"CFBundleIdentifier"_s;
+    const QString executable = u"CFBundleExecutable"_s;
+    const auto info =
+        ReadPropertyTexts(memberBytes(archive.get(), folder + "Info.plist"), {identifier, executable})
+            .value_or(PropertyTexts());
     IPAContents contents;
-    contents.bundleID = text("CFBundleIdentifier");
+    contents.bundleID = info.value(identifier);
     if (folder.isEmpty() || contents.bundleID.isEmpty()) {
         Fail(failure, FailureOf(Fault::BadFile));
         return std::nullopt;
     }
     contents.sinf =
-        memberBytes(archive.get(), folder + "SC_Info/" + text("CFBundleExecutable").toUtf8() + ".sinf");
+        memberBytes(archive.get(), folder + "SC_Info/" + info.value(executable).toUtf8() + ".sinf");
     contents.metadata = memberBytes(archive.get(), "iTunesMetadata.plist");
     return contents;
 }
