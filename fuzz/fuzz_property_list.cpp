@@ -2,6 +2,8 @@
 #include "fuzzing.h"
 #include "ipa/property_list.h"
 
+#include <QtEndian>
+
 #include <plist/plist.h>
 
 #include <algorithm>
@@ -36,11 +38,14 @@ PropertyTexts textsOf(plist_t list)
 }
 
 // The library follows every reference: a list with but one container cannot make it go round or on for ever.
-bool isFlat(const QByteArray &bytes)
+// Its texts end at the first NUL, also those of keys.
+bool isPlainBinary(const QByteArray &bytes)
 {
-    return bytes.startsWith("bplist00") && std::count_if(bytes.begin(), bytes.end(), [](char byte) {
-                                               return static_cast<unsigned char>(byte) >= 0xA0;
-                                           }) == 1;
+    const auto isContainer = [](char byte) { return static_cast<unsigned char>(byte) >= 0xA0; };
+    if (!bytes.startsWith("bplist00") || std::count_if(bytes.begin(), bytes.end(), isContainer) != 1)
+        return false;
+    const auto table = qFromBigEndian<quint64>(bytes.constEnd() - sizeof(quint64)); // below the list's size
+    return !bytes.first(static_cast<qsizetype>(table)).contains('\0');
 }
 
 QByteArray written(const PropertyTexts &texts, decltype(plist_to_bin) *write)
@@ -76,7 +81,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
         return 0;
     for (const QString &text : *texts)
         Require(text.isValidUtf16() && !text.contains(QChar::Null), "a text is whole");
-    if (isFlat(bytes)) {
+    if (isPlainBinary(bytes)) {
         plist_t read = nullptr;
         plist_from_bin(bytes.constData(), static_cast<std::uint32_t>(bytes.size()), &read);
         const List list(read, plist_free);
