@@ -1,5 +1,7 @@
 #include "core/tool_output.h"
 
+#include "core/bounded_text.h"
+
 #include <QJsonDocument>
 #include <QLocale>
 #include <QStringDecoder>
@@ -78,7 +80,7 @@ void VisitJSON(const QString &text, const std::function<bool(const QJsonObject &
 QString JSONText(const QJsonValue &value)
 {
     if (value.isString())
-        return value.toString().left(kLongestText);
+        return BoundedText(value.toString(), kLongestText);
     if (!value.isDouble())
         return {};
     // A whole number keeps all its digits only as an integer: store identifiers may exceed 2^53. The default,

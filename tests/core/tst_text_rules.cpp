@@ -128,6 +128,13 @@ private Q_SLOTS:
         }
     }
 
+    void cutsNoPair()
+    {
+        const QString fitting(4095, u'x');
+        QCOMPARE(JSONText(fitting + u"🙂"_s), fitting);
+        QCOMPARE(JSONText(fitting + u"yz"_s), fitting + u'y');
+    }
+
     // Digits of other scripts are no digits.
     void readsWholeNumbers()
     {

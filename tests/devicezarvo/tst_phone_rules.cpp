@@ -105,6 +105,9 @@ private Q_SLOTS:
         row("those empty: the bundle's own",
             R"("CFBundleDisplayName": "", "CFBundleName": "cat", "CFBundleVersion": 71)",
             uR"("cat","version":"71")"_s);
+        const QByteArray fitting(4095, 'x');
+        row("a pair on the bound: left out whole", "\"CFBundleName\": \"" + fitting + "🙂\"",
+            u"\"%1\",\"version\":\"\""_s.arg(QLatin1StringView(fitting)));
         row("metadata no data: left out", R"("iTunesMetadata": "x")", uR"("kot","version":"")"_s);
     }
 
@@ -188,8 +191,10 @@ private Q_SLOTS:
         refused("full, told in the description",
                 R"("PackageExtractionFailed", "ErrorDescription": "No space left on device")", full);
         refused("archive damaged", R"("PackageExtractionFailed", "ErrorDescription": "x")", damaged);
-        refused("another reason", R"("APIInternalError", "ErrorDescription": "no")",
-                u"Телефон отказался установить приложение: APIInternalError — no"_s);
+        const QString fitting(499, u'x');
+        refused("another reason, described at length",
+                "\"APIInternalError\", \"ErrorDescription\": \"" + (fitting + u"🙂\""_s).toUtf8(),
+                u"Телефон отказался установить приложение: APIInternalError — "_s + fitting);
     }
 
     void judgesInstallMessages()

@@ -1,5 +1,7 @@
 #include "fault.h"
 
+#include "core/bounded_text.h"
+
 #include <QRegularExpression>
 #include <QStringView>
 
@@ -132,7 +134,7 @@ QString signatureText(const QString &description, quint32 detail)
 QString otherRefusal(const QString &error, const QString &description)
 {
     const QString text = u"Телефон отказался установить приложение: "_s + error;
-    return description.isEmpty() ? text : text + u" — "_s + description.left(kLongestDescription);
+    return description.isEmpty() ? text : text + u" — "_s + BoundedText(description, kLongestDescription);
 }
 
 QString refusalText(const QString &error, const QString &description, quint32 detail)

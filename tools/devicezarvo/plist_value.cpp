@@ -1,5 +1,7 @@
 #include "plist_value.h"
 
+#include "core/bounded_text.h"
+
 #include <limits>
 
 namespace {
@@ -25,7 +27,7 @@ QString PlistText(plist_t node)
         return {};
     std::uint64_t length = 0;
     const char *text = plist_get_string_ptr(node, &length);
-    return QString::fromUtf8(text, static_cast<qsizetype>(length)).left(kLongestText);
+    return BoundedText(QString::fromUtf8(text, static_cast<qsizetype>(length)), kLongestText);
 }
 
 std::optional<quint64> PlistWhole(plist_t node)
