@@ -1,7 +1,9 @@
 #include "core/child_process.h"
 #include "core/end_signals.h"
 #include "core/private_folder.h"
+#include "core/result_line.h"
 #include "core/self_test.h"
+#include "core/standard_streams.h"
 #include "ipa/ipa_validation.h"
 
 #include <dlfcn.h>
@@ -11,6 +13,8 @@
 #include <filesystem>
 #include <mutex>
 #include <string_view>
+
+using namespace Qt::StringLiterals;
 
 namespace {
 
@@ -40,9 +44,7 @@ int verify(const char *file, const char *bundleID)
         std::fprintf(stderr, "%s\n", error.message.toUtf8().constData());
         return 1;
     }
-    std::printf("Verified %s, version %s\n", info->id.toUtf8().constData(),
-                info->version.toUtf8().constData());
-    return 0;
+    return PrintResult(u"Verified "_s + info->id + u", version "_s + info->version) ? 0 : 1;
 }
 
 // By its whole path, because a sanitizer's dlopen does not know the paths that the executable carries. Where
@@ -72,6 +74,7 @@ int runWindow(int &argc, char **argv)
 
 int main(int argc, char **argv)
 {
+    ReplaceMissingStandardStreams();
     const std::string_view mode = argc > 1 ? argv[1] : "";
     if (argc == 4 && mode == "--verify-ipa")
         return verify(argv[2], argv[3]);

@@ -2,8 +2,7 @@
 
 #include "core/ipa_file_naming.h"
 #include "core/password_policy.h"
-
-#include <cstdio>
+#include "core/result_line.h"
 
 using namespace Qt::StringLiterals;
 
@@ -18,6 +17,5 @@ int ZarvoSelfTest()
 {
     if (!SelfTestPasses({ZarvoLatin, ZarvoFilename}))
         return 2;
-    std::puts("Catalina native core: password policy and IPA names passed");
-    return 0;
+    return PrintResult(u"Catalina native core: password policy and IPA names passed"_s) ? 0 : 2;
 }

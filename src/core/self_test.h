@@ -16,5 +16,6 @@ struct SelfTestRules
 /// True when the password policy and the file naming behave as built; stops at the first check that fails.
 bool SelfTestPasses(const SelfTestRules &rules);
 
-/// The mode `--self-test`: one line on standard output and 0, or nothing and 2. Main thread.
+/// The mode `--self-test`: one line on standard output and 0, or nothing and 2; also 2, with a sentence on
+/// standard error, when the line could not be printed. Main thread.
 int ZarvoSelfTest();

@@ -75,6 +75,26 @@ private Q_SLOTS:
         QCOMPARE(ended.code, out.isEmpty() ? 1 : 0);
     }
 
+    void tellsLostOutput_data()
+    {
+        const Rows<QStringList, QString, int> row; // arguments, redirection of a shell; status
+        const QStringList verify{u"--verify-ipa"_s, u"app.ipa"_s, kID};
+        row("verified, no room", verify, u">/dev/full"_s, 1);
+        row("tested itself, no room", {u"--self-test"_s}, u">/dev/full"_s, 2);
+        row("verified, nowhere to print", verify, u"<&- >&-"_s, 1);
+        row("tested itself, nowhere to print", {u"--self-test"_s}, u">&-"_s, 2);
+        row("verified, no other stream", verify, u"<&- 2>&-"_s, 0);
+    }
+
+    void tellsLostOutput()
+    {
+        const auto &[arguments, redirection, code] = Row<QStringList, QString, int>();
+        const Ended ended = run(arguments, {}, redirection);
+        QCOMPARE(ended.code, code);
+        QCOMPARE(ended.out.startsWith(u"Verified"), code == 0);
+        QCOMPARE(ended.err.startsWith(u"Не удалось вывести результат: "), code != 0);
+    }
+
     // That the window was asked for shows in what is said when there is nowhere to open it. Neither capitals
     // nor two or four words to verify are a mode.
     void failsWithoutADisplay()
@@ -96,7 +116,8 @@ private Q_SLOTS:
 
 private:
     /// Runs the program in the folder of the archives.
-    Ended run(const QStringList &arguments, const QStringList &environment) const
+    Ended run(const QStringList &arguments, const QStringList &environment,
+              const QString &redirection = {}) const
     {
         QProcess program;
         QProcessEnvironment variables = QProcessEnvironment::systemEnvironment();
@@ -107,7 +128,9 @@ private:
         }
         program.setProcessEnvironment(variables);
         program.setWorkingDirectory(m_folder.path());
-        program.start(QString::fromLocal8Bit(ZARVO_EXECUTABLE), arguments);
+        program.start(u"/bin/sh"_s, QStringList{u"-c"_s, u"exec \"$0\" \"$@\" "_s + redirection,
+                                                QString::fromLocal8Bit(ZARVO_EXECUTABLE)} +
+                                        arguments);
         const bool isWell = program.waitForFinished(kLimit) && program.exitStatus() == QProcess::NormalExit;
         return {isWell ? program.exitCode() : -1, QString::fromUtf8(program.readAllStandardOutput()),
                 QString::fromUtf8(program.readAllStandardError())};

@@ -346,9 +346,11 @@ private Q_SLOTS:
         }
         ::close(pipe);
         QVERIFY(finish(*diagnosing).output.contains("error"));
-        for (const QString &word : {u"devices"_s, u"--help"_s}) { // an answer that is lost is none
-            const auto process = phones.prepare({word});
-            process->setStandardOutputFile(u"/dev/full"_s);
+        // An answer that is lost is none; where there is nowhere to print, it must not go into another file.
+        for (const QString &words : {u"devices >/dev/full"_s, u"--help >/dev/full"_s, u"devices <&- >&-"_s}) {
+            const auto process = phones.prepare({});
+            process->setArguments({u"-c"_s, u"exec \"$0\" "_s + words, process->program()});
+            process->setProgram(u"/bin/sh"_s);
             process->start();
             QCOMPARE(finish(*process).status, 1);
         }

@@ -2,6 +2,7 @@
 #include "answer.h"
 #include "command_line.h"
 #include "commands.h"
+#include "core/standard_streams.h"
 #include "crash_guard.h"
 #include "deadlines.h"
 #include "diagnostics.h"
@@ -83,6 +84,7 @@ int show(const QString &text)
 
 int main(int argc, char **argv)
 {
+    ReplaceMissingStandardStreams();
     // A connection that breaks during a write is to be an error, not the end.
     std::signal(SIGPIPE, SIG_IGN);
     QStringList words;
