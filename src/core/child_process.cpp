@@ -131,6 +131,16 @@ bool dieWithParent([[maybe_unused]] pid_t parent)
 #endif
 }
 
+// What is run for the user never needs more than the user's rights.
+bool gainNoPrivileges()
+{
+#ifdef Q_OS_LINUX
+    return ::prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) == 0;
+#else
+    return true;
+#endif
+}
+
 // Whatever a library left open without the flag.
 void closeTheRestOnExec(int limit)
 {
@@ -178,7 +188,8 @@ void applyLimits(const Launch &launch)
 {
     int report = launch.reportWrite.get();
     std::array<int, 3> standard = launch.standard;
-    if (!dieWithParent(parent) || !placeDescriptors(standard, report) || ::setsid() < 0)
+    if (!dieWithParent(parent) || !gainNoPrivileges() || !placeDescriptors(standard, report) ||
+        ::setsid() < 0)
         reportAndExit(report);
     closeTheRestOnExec(launch.descriptorLimit);
     if (launch.controllingTerminal && ::ioctl(0, TIOCSCTTY, 0) != 0)
@@ -189,7 +200,7 @@ void applyLimits(const Launch &launch)
     reportAndExit(report);
 }
 
-int waitStatus(pid_t pid)
+ExitStatus waitStatus(pid_t pid)
 {
     int status = 0;
     pid_t reaped = 0;
@@ -197,8 +208,8 @@ int waitStatus(pid_t pid)
         reaped = ::waitpid(pid, &status, 0);
     } while (reaped < 0 && errno == EINTR);
     if (reaped != pid)
-        return kUnknownStatus;
-    return WIFSIGNALED(status) ? WTERMSIG(status) : WEXITSTATUS(status);
+        return {kUnknownStatus, false};
+    return WIFSIGNALED(status) ? ExitStatus{WTERMSIG(status), true} : ExitStatus{WEXITSTATUS(status), false};
 }
 
 // Whoever started this process may have left it with the child signal ignored, and a library may have asked
@@ -334,7 +345,7 @@ bool ChildProcess::waitForExit(std::chrono::milliseconds limit) const
     return m_state->changed.wait_for(lock, limit, [&] { return m_state->phase == State::Phase::Ended; });
 }
 
-int ChildProcess::terminationStatus() const
+ExitStatus ChildProcess::exitStatus() const
 {
     const std::lock_guard lock(m_state->mutex);
     return m_state->status;

@@ -14,14 +14,21 @@
 #include <memory>
 #include <optional>
 
+/// How a child has ended.
+struct ExitStatus
+{
+    int code = 0;          ///< its exit status, or the number of the signal that ended it
+    bool isSignal = false; ///< which of the two: both have the same numbers
+};
+
 /// A running or ended child. It is reached through a shared handle, so that a thread which wants to end it
 /// can never signal a process that was reaped and whose number another process has got. All methods: any
 /// thread.
 ///
 /// The child leads a session of its own (it can prompt on no terminal of ours), inherits no descriptor but 0,
-/// 1 and 2, starts with default signal dispositions, and is killed by the system when this process dies.
-/// macOS does not offer the last: there a child goes on to its own end when this process crashes or is
-/// killed.
+/// 1 and 2, starts with default signal dispositions, gets no rights that this process does not have (set-uid
+/// programs included), and is killed by the system when this process dies. macOS does not offer the last two:
+/// there a child goes on to its own end when this process crashes or is killed.
 class ChildProcess
 {
 public:
@@ -50,8 +57,8 @@ public:
     bool isRunning() const;
     /// Waits until the child has ended, at most `limit`; true when it has.
     bool waitForExit(std::chrono::milliseconds limit) const;
-    /// Its exit status, or the number of the signal that ended it. Meaningful once it has ended.
-    int terminationStatus() const;
+    /// Meaningful once it has ended.
+    ExitStatus exitStatus() const;
 
     /// The first step on the way out of the program: a child that ends from now on takes with it what it
     /// leaves in its process group, which nobody could end later.

@@ -19,7 +19,7 @@ struct ChildProcess::State
     Phase phase = Phase::Starting;
     pid_t pid = -1;
     int launchError = 0;
-    int status = 0;
+    ExitStatus status;
 
     void enter(Phase next)
     {

@@ -100,7 +100,7 @@ public:
                 return stop(error);
             if (isTooLarge()) {
                 m_child->kill(); // asking politely would leave time for another gigabyte
-                return Fail(error, ZarvoError(u"Модуль вывел слишком много данных. Повторите попытку."_s));
+                return Fail(error, ZarvoError(m_limits.outputExceeded));
             }
             if (!running)
                 return true;
@@ -113,7 +113,9 @@ public:
     ToolResult result() const
     {
         ToolResult result;
-        result.code = m_child->terminationStatus();
+        const ExitStatus status = m_child->exitStatus();
+        result.code = status.code;
+        result.isKilled = status.isSignal;
         result.data = readAll(m_out);
         result.out = ZarvoText(result.data);
         result.err = ZarvoText(readAll(m_err));

@@ -16,10 +16,11 @@
 /// One finished run.
 struct ToolResult
 {
-    int code = 0;    ///< exit status, or the signal's number when a signal ended the child
-    QString out;     ///< standard output as text; empty when it is not valid UTF-8
-    QString err;     ///< standard error, likewise
-    QByteArray data; ///< standard output as printed
+    int code = 0;          ///< exit status, or the signal's number when a signal ended the child
+    QString out;           ///< standard output as text; empty when it is not valid UTF-8
+    QString err;           ///< standard error, likewise
+    QByteArray data;       ///< standard output as printed
+    bool isKilled = false; ///< a signal ended the child: `code` is no word of its own
 };
 
 /// The time in which a run may end; fractions allowed, zero and less stop a child at the first poll.
@@ -40,6 +41,8 @@ struct RunLimits
     /// Bytes of standard output, and of standard error, that are kept in memory. A child that has written
     /// more than this to either is ended and the run fails. 32 MB hold the list of 100,000 apps.
     qint64 output = qint64{32} << 20;
+    /// The whole message of a run that failed because of it.
+    QString outputExceeded = QStringLiteral("Модуль вывел слишком много данных. Повторите попытку.");
     /// When set, no file that the child writes can grow beyond this many bytes (the system ends a child that
     /// tries).
     std::optional<qint64> fileSize;

@@ -253,7 +253,7 @@ void LegacyAuth::finishProcess(const std::shared_ptr<ChildProcess> &child)
 {
     if (child != process)
         return;
-    const bool success = IsSignedIn(transcript, child->terminationStatus());
+    const bool success = IsSignedIn(transcript, child->exitStatus().code);
     const QString reason = SignInFailure(transcript);
     const QString why = ForeignToolAdvice(transcript);
     if (!success)

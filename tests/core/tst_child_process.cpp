@@ -53,6 +53,8 @@ private Q_SLOTS:
         QCOMPARE(call.value("blocked"_L1).toArray(), QJsonArray());
         QCOMPARE(call.value("folder"_L1).toString(), QDir::currentPath());
         QVERIFY(call.value("environment"_L1).toArray().contains(u"ZARVO_INHERITED=да"_s));
+        const auto rights = ZarvoCommand(u"/bin/grep"_s, {u"NoNewPrivs"_s, u"/proc/self/status"_s}, kAmple);
+        QVERIFY(rights && rights->out.endsWith(u"\t1\n"));
         const auto prompts = events(u"terminal");
         QCOMPARE(prompts.size(), 1);
         QVERIFY(!prompts.first().value("opened"_L1).toBool(true));

@@ -25,7 +25,7 @@ private Q_SLOTS:
         const Rows<ToolResult, Script> row;
         row("both outputs, apart", {0, u"да\n"_s, u"нет"_s, "да\n"},
             [](Scenario &s) { s.prints(u"да\n").printsError(u"нет"); });
-        row("killed: the signal's number", {9, u"a"_s, {}, "a"},
+        row("killed: the signal's number", {9, u"a"_s, {}, "a", true},
             [](Scenario &s) { s.prints(u"a").raises(SIGKILL); });
         row("not UTF-8: text empty, bytes kept", {0, {}, {}, "ab\xff"},
             [](Scenario &s) { s.printsBytes("ab\xff"); });
@@ -40,6 +40,7 @@ private Q_SLOTS:
         QVERIFY(result);
         QCOMPARE(error.message, u"untouched"_s);
         QCOMPARE(result->code, expected.code);
+        QCOMPARE(result->isKilled, expected.isKilled);
         QCOMPARE(result->out, expected.out);
         QCOMPARE(result->err, expected.err);
         QCOMPARE(result->data, expected.data);
