@@ -22,7 +22,8 @@ using namespace Qt::StringLiterals;
 namespace {
 
 constexpr auto kDoomedSuffix = ".removed";
-// A file that was being made while the folder was emptied keeps it in place: a few rounds suffice.
+// A file that was being made while the folder was emptied keeps it in place, and so does a shortage of
+// descriptors or memory: a few rounds suffice.
 constexpr int kRemovalRounds = 20;
 constexpr auto kRemovalPause = std::chrono::milliseconds(25);
 
@@ -66,7 +67,7 @@ void removeTree(const QString &path)
         bool isLeft = false;
         for (const auto &name : {doomed, folder}) {
             std::filesystem::remove_all(name, failure);
-            isLeft |= failure == std::errc::directory_not_empty || failure == std::errc::file_exists;
+            isLeft |= failure.operator bool();
         }
         if (!isLeft)
             return;

@@ -12,12 +12,14 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <chrono>
 #include <cstdlib>
 #include <cstring>
 #include <future>
 #include <mutex>
 #include <thread>
+#include <utility>
 
 using namespace Qt::StringLiterals;
 using namespace std::chrono_literals;
@@ -55,6 +57,16 @@ extern "C" int mkdir(const char *path, mode_t mode) noexcept
     return static_cast<int>(::syscall(SYS_mkdirat, AT_FDCWD, path, mode));
 }
 
+// An errno value with which the next removal fails, which the C++ library asks for.
+static int shortage = 0;
+
+extern "C" int unlinkat(int folder, const char *name, int flags) noexcept
+{
+    if ((errno = std::exchange(shortage, 0)) != 0)
+        return -1;
+    return static_cast<int>(::syscall(SYS_unlinkat, folder, name, flags));
+}
+
 class PrivateFolderTest : public QObject
 {
     Q_OBJECT
@@ -65,6 +77,19 @@ private Q_SLOTS:
         for (int round = 0; round < 20; ++round) {
             const QTemporaryDir parent;
             QCOMPARE(QProcess::execute(u"/proc/self/exe"_s, {kLeave, parent.path()}), 0);
+        }
+    }
+
+    void isGoneInSpiteOfAShortage()
+    {
+        for (const int number : {EMFILE, ENOMEM, EINTR}) {
+            const QTemporaryDir parent;
+            auto folder = PrivateFolder::create(parent.path(), u"short-"_s);
+            QVERIFY(folder && QDir(folder->path()).mkdir(u"inside"_s));
+            shortage = number;
+            folder.reset();
+            QCOMPARE(shortage, 0);
+            QVERIFY(QDir(parent.path()).isEmpty());
         }
     }
 
