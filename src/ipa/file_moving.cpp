@@ -69,6 +69,21 @@ bool isSameFile(const std::optional<FileState> &one, const FileState &other)
     return one && one->device == other.device && one->inode == other.inode;
 }
 
+enum class Claim { Held, Lost, Unknown };
+
+// With errno when it is unknown.
+Claim lookAtClaim(const fs::path &destination, const std::optional<FileState> &claimed)
+{
+    const auto there = StateOf(destination);
+    if (!there)
+        return errno == ENOENT ? Claim::Lost : Claim::Unknown;
+    if (there->size > 0)
+        return Claim::Lost;
+    if (!claimed)
+        return Claim::Unknown;
+    return isSameFile(there, *claimed) ? Claim::Held : Claim::Lost;
+}
+
 // The last resort, for file systems with neither. An empty file of ours keeps the name from everyone who
 // creates; it is replaced only while it still is that file and still empty.
 int claimThenRename(const fs::path &source, const fs::path &destination)
@@ -78,17 +93,22 @@ int claimThenRename(const fs::path &source, const fs::path &destination)
     if (!claim.isOpen())
         return errno;
     const auto claimed = StateOf(claim);
-    claim.reset(); // servers refuse to replace an open file, or keep it under another name
-    const auto isClaim = [&] {
-        const auto there = StateOf(destination);
-        return claimed && isSameFile(there, *claimed) && there->size == 0;
-    };
-    if (!isClaim())
+    int number = errno; // if it is not known
+    claim.reset();      // servers refuse to replace an open file, or keep it under another name
+    switch (lookAtClaim(destination, claimed)) {
+    case Claim::Held:
+        if (::rename(source.c_str(), destination.c_str()) == 0)
+            return 0;
+        number = errno;
+        break;
+    case Claim::Lost:
         return EEXIST;
-    if (::rename(source.c_str(), destination.c_str()) == 0)
-        return 0;
-    const int number = errno;
-    if (isClaim())
+    case Claim::Unknown:
+        number = claimed ? errno : number;
+        break;
+    }
+    // What is not known to be another's is what was made here a moment ago.
+    if (lookAtClaim(destination, claimed) != Claim::Lost)
         ::unlink(destination.c_str());
     return number;
 }

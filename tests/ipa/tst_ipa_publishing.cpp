@@ -4,8 +4,13 @@
 #include "ipa/ipa_publishing.h"
 #include "support/rows.h"
 
+#include <fcntl.h>
 #include <sys/syscall.h>
+#include <unistd.h>
 
+#include <cerrno>
+#include <climits>
+#include <csignal>
 #include <fstream>
 #include <functional>
 
@@ -41,9 +46,20 @@ size_t entriesIn(const fs::path &folder)
 using Interference = std::function<int(const fs::path &destination)>;
 QList<Interference> interferences;
 
+// How many questions for what has a name are answered before none is any more.
+int answers = INT_MAX;
+
 } // namespace
 
-// Takes the place of the C library's for this program.
+// These take the place of the C library's for this program.
+extern "C" int lstat(const char *path, struct stat *status) noexcept
+{
+    errno = EIO;
+    return answers-- > 0
+               ? static_cast<int>(::syscall(SYS_newfstatat, AT_FDCWD, path, status, AT_SYMLINK_NOFOLLOW))
+               : -1;
+}
+
 extern "C" int renameat2(int from, const char *source, int to, const char *destination,
                          unsigned flags) noexcept
 {
@@ -257,6 +273,18 @@ private Q_SLOTS:
             QVERIFY(!move());
             QCOMPARE(entriesIn(m_chosen), size_t{0}); // nothing to move: the name stays free
         }
+    }
+
+    // The empty file that keeps the name does not stay when the system does not tell what has the name.
+    void claimOfUnknownState()
+    {
+        answers = 0;
+        Error error;
+        const bool moved = MoveWithoutReplacing(m_source, m_destination, &error, MoveWay::ClaimThenRename);
+        answers = INT_MAX;
+        QVERIFY(!moved && error.message.endsWith(u": Ошибка ввода/вывода."));
+        QCOMPARE(contents(m_source), m_new);
+        QCOMPARE(entriesIn(m_chosen), size_t{0});
     }
 
 private:
