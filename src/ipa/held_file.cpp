@@ -45,36 +45,24 @@ std::optional<FileState> StateOf(const std::filesystem::path &file)
     return stateOf(status);
 }
 
-FileDescriptor OpenOrdinaryFile(const std::filesystem::path &file)
+FileDescriptor OpenOrdinaryFile(const std::filesystem::path &file, Links links)
 {
     // Asked by name first, because opening alone can make a device act, and again once nothing can be swapped
     // in.
+    const bool follows = links == Links::Follow;
     struct stat status = {};
-    if (::lstat(file.c_str(), &status) != 0)
+    if ((follows ? ::stat(file.c_str(), &status) : ::lstat(file.c_str(), &status)) != 0)
         return {};
     errno = EINVAL;
     if (!S_ISREG(status.st_mode))
         return {};
-    FileDescriptor opened(::open(file.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
+    const int flags = O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC;
+    FileDescriptor opened(::open(file.c_str(), follows ? flags : flags | O_NOFOLLOW));
     if (opened.isOpen() && !isOrdinary(opened)) {
         errno = EINVAL;
         return {};
     }
     return opened;
-}
-
-FileDescriptor HoldOrdinaryFile(const std::filesystem::path &file)
-{
-#ifdef O_PATH
-    FileDescriptor held(::open(file.c_str(), O_PATH | O_CLOEXEC));
-#else
-    FileDescriptor held(::open(file.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
-#endif
-    if (held.isOpen() && !isOrdinary(held)) {
-        errno = EINVAL;
-        return {};
-    }
-    return held;
 }
 
 std::optional<std::filesystem::path> PathOfHeldFile([[maybe_unused]] const FileDescriptor &file)

@@ -27,14 +27,12 @@ std::optional<FileState> StateOf(const FileDescriptor &file);
 /// The state of what has this name; a symbolic link is not followed.
 std::optional<FileState> StateOf(const std::filesystem::path &file);
 
-/// Opens an ordinary file for reading, without following a link in the last component. A closed descriptor,
-/// with errno, for anything else: a pipe does not block and a device is not touched.
-FileDescriptor OpenOrdinaryFile(const std::filesystem::path &file);
+/// What becomes of a link in the last component of a name.
+enum class Links { Refuse, Follow };
 
-/// Takes hold of an ordinary file, following links. The descriptor tells the file, but may not read it. A
-/// closed one, with errno, for anything else. On macOS it opens the file, so that one which may not be read
-/// cannot be held either.
-FileDescriptor HoldOrdinaryFile(const std::filesystem::path &file);
+/// Opens an ordinary file for reading. A closed descriptor, with errno (EINVAL where there is something
+/// else), for anything else: a pipe does not block and a device is not touched.
+FileDescriptor OpenOrdinaryFile(const std::filesystem::path &file, Links links = Links::Refuse);
 
 /// A path that leads this process and its children to the very file that is held, whatever becomes of its
 /// names. Nothing where the system has no such paths (macOS, or no /proc).

@@ -9,12 +9,17 @@
 #include <QFile>
 #include <QStringDecoder>
 
+#include <unistd.h>
+
 #include <algorithm>
+#include <array>
 #include <cerrno>
+#include <csignal>
 #include <functional>
 #include <future>
 #include <system_error>
 #include <utility>
+#include <vector>
 
 using namespace Qt::StringLiterals;
 using namespace std::chrono_literals;
@@ -24,6 +29,7 @@ namespace {
 constexpr RunTimeout kTestLimit = 300s;
 constexpr RunTimeout kListingLimit = 60s;
 constexpr RunTimeout kExtractionLimit = 60s;
+constexpr auto kReadingLimit = 60s;
 
 // A sound archive passes the test without a word; a damaged one may have a complaint for every entry.
 constexpr qint64 kMaxComplaints = qint64{1} << 20;
@@ -41,6 +47,10 @@ constexpr const char *kLocale = "LC_ALL=en_US.UTF-8"; // C.UTF-8 came late to ma
 constexpr const char *kLocale = "LC_ALL=C.UTF-8"; // always there
 #endif
 
+const QString kIdentifier = u"CFBundleIdentifier"_s;
+const QString kExecutable = u"CFBundleExecutable"_s;
+const QString kVersion = u"CFBundleShortVersionString"_s;
+
 constexpr QByteArrayView kInfoPrefix = "Payload/";
 constexpr QByteArrayView kInfoSuffix = ".app/Info.plist";
 
@@ -54,10 +64,27 @@ Error openingFailed(int number)
     return SystemError(u"Не удалось открыть IPA"_s, number);
 }
 
-// Reasons that lie with this process or this system, and say nothing about the file.
-bool isShortage(int number)
+// There is no ordinary file of this name. All other reasons lie with the system and say nothing about the
+// file.
+bool isNoFile(int number)
 {
-    return number == EMFILE || number == ENFILE || number == ENOMEM;
+    constexpr std::array kReasons{ENOENT, ENOTDIR, ELOOP, ENAMETOOLONG, EINVAL};
+    return std::find(kReasons.begin(), kReasons.end(), number) != kReasons.end();
+}
+
+// A run of unzip that did not come to an opinion: its own words for what is wrong with an archive are 1 to
+// 11, 51, 81 and 82. What a limit of ours has ended is a word, too.
+std::optional<Error> failureOfSystem(const ToolResult &run)
+{
+    constexpr int kDiskFull = 50;
+    constexpr int kInterrupted = 80;
+    constexpr int kLastWord = 82; // a program that cannot be loaded ends with 127
+    if (run.isKilled ? run.code != SIGXFSZ : run.code == kInterrupted || run.code > kLastWord)
+        return ZarvoError(
+            u"Проверка IPA прервана системой: возможно, не хватает памяти. Повторите попытку."_s);
+    if (!run.isKilled && run.code == kDiskFull)
+        return SystemError(u"Не удалось проверить IPA"_s, ENOSPC);
+    return std::nullopt;
 }
 
 // The archive under a name that holds no pattern, no option and no undecodable byte, and that has no
@@ -67,10 +94,10 @@ class Archive
 public:
     static std::optional<Archive> open(const std::filesystem::path &file, Error *error)
     {
-        FileDescriptor held = HoldOrdinaryFile(file);
+        FileDescriptor held = OpenOrdinaryFile(file, Links::Follow);
         if (!held.isOpen()) {
             const int number = errno;
-            Fail(error, isShortage(number) ? openingFailed(number) : damaged());
+            Fail(error, isNoFile(number) ? damaged() : openingFailed(number));
             return std::nullopt;
         }
         auto folder = PrivateFolder::createTemporary(error);
@@ -95,8 +122,29 @@ public:
     {
         // Nothing of the user's environment: variables add options, the locale decides how names are printed.
         limits.environment = {kLocale};
-        return ZarvoCommand(u"/usr/bin/unzip"_s, QStringList{option, path()} + entries, timeout, {}, error,
-                            limits);
+        auto run = ZarvoCommand(u"/usr/bin/unzip"_s, QStringList{option, path()} + entries, timeout, {},
+                                error, limits);
+        const auto failure = run ? failureOfSystem(*run) : std::nullopt;
+        if (!failure)
+            return run;
+        Fail(error, *failure);
+        return std::nullopt;
+    }
+
+    /// Why the file cannot be read to its end, an errno value; 0 when it can, or when that takes too long to
+    /// tell. unzip has the same answer for that and for a damaged archive.
+    int readingFailure() const
+    {
+        constexpr size_t kBlock = size_t{1} << 20;
+        const auto end = std::chrono::steady_clock::now() + kReadingLimit;
+        std::vector<char> block(kBlock);
+        for (off_t offset = 0; std::chrono::steady_clock::now() < end;) {
+            const ssize_t got = ::pread(m_held.get(), block.data(), block.size(), offset);
+            if (got == 0 || (got < 0 && errno != EINTR))
+                return got == 0 ? 0 : errno;
+            offset += std::max<ssize_t>(got, 0);
+        }
+        return 0;
     }
 
 private:
@@ -120,7 +168,11 @@ bool testIntegrity(const Archive &archive, Error *error)
     const auto run = archive.unzip(u"-tqq"_s, {}, kTestLimit, limits, error);
     if (!run)
         return false;
-    return run->code == 0 || Fail(error, damaged());
+    if (run->code == 0)
+        return true;
+    if (const int number = archive.readingFailure())
+        return Fail(error, SystemError(u"Не удалось прочитать IPA"_s, number));
+    return Fail(error, damaged());
 }
 
 std::optional<QByteArray> listEntries(const Archive &archive, Error *error)
@@ -128,6 +180,8 @@ std::optional<QByteArray> listEntries(const Archive &archive, Error *error)
     // Not a limit of what it writes: half a listing could hide a second app.
     RunLimits limits;
     limits.output = kMaxListing;
+    limits.outputExceeded =
+        u"В IPA слишком много файлов: их список длиннее 16 МБ. Такой архив не принимается."_s;
     auto run = archive.unzip(u"-Z1"_s, {}, kListingLimit, limits, error);
     if (!run)
         return std::nullopt;
@@ -241,36 +295,37 @@ bool hasEntry(QByteArrayView listing, QByteArrayView wanted)
     return false;
 }
 
-std::optional<PropertyDictionary> readInfo(const Archive &archive, QByteArrayView entry, Error *error)
+std::optional<PropertyTexts> readInfo(const Archive &archive, QByteArrayView entry, Error *error)
 {
     RunLimits limits;
     limits.fileSize = kMaxInfo;
     const auto run = archive.unzip(u"-p"_s, {QString::fromUtf8(entry)}, kExtractionLimit, limits, error);
     if (!run)
         return std::nullopt;
-    auto info = run->code == 0 ? PropertyDictionary::read(run->data) : std::nullopt;
+    auto info =
+        run->code == 0 ? ReadPropertyTexts(run->data, {kIdentifier, kExecutable, kVersion}) : std::nullopt;
     if (!info)
         Fail(error, ZarvoError(u"В IPA нет корректного Info.plist."_s));
     return info;
 }
 
-std::optional<IPAInfo> judge(const PropertyDictionary &info, QByteArrayView infoEntry, QByteArrayView listing,
+std::optional<IPAInfo> judge(const PropertyTexts &info, QByteArrayView infoEntry, QByteArrayView listing,
                              const std::optional<QString> &expectedID, Error *error)
 {
     const auto fail = [error](const QString &message) {
         Fail(error, ZarvoError(message));
         return std::nullopt;
     };
-    const auto id = info.text("CFBundleIdentifier");
-    const auto executable = info.text("CFBundleExecutable");
-    if (!id || !executable || executable->isEmpty() || executable->contains(u'/'))
+    const auto id = info.find(kIdentifier);
+    const QString executable = info.value(kExecutable);
+    if (id == info.end() || executable.isEmpty() || executable.contains(u'/'))
         return fail(u"В IPA нет корректного идентификатора или исполняемого файла."_s);
     const QByteArrayView folder = infoEntry.first(infoEntry.lastIndexOf('/') + 1);
-    if (!hasEntry(listing, folder.toByteArray() + executable->toUtf8()))
+    if (!hasEntry(listing, folder.toByteArray() + executable.toUtf8()))
         return fail(u"В IPA нет исполняемого файла."_s);
     if (expectedID && *expectedID != *id)
         return fail(u"Получен IPA другого приложения. Файл не принят."_s);
-    return IPAInfo{*id, info.text("CFBundleShortVersionString").value_or(u"не указана"_s)};
+    return IPAInfo{*id, info.value(kVersion, u"не указана"_s)};
 }
 
 } // namespace

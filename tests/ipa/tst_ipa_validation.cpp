@@ -4,8 +4,13 @@
 
 #include <QElapsedTimer>
 
+#include <sys/fsuid.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
 #include <atomic>
 #include <clocale>
+#include <csignal>
 #include <functional>
 #include <thread>
 
@@ -94,7 +99,19 @@ FileChange linkTo(const char *target)
     };
 }
 
+// What becomes of unzip when it is run with this option: the signal or, negative, the status that ends it.
+std::string struckOption;
+int strike = 0;
+
 } // namespace
+
+// Takes the place of the C library's for this program, in the child.
+extern "C" int execve(const char *path, char *const *arguments, char *const *environment) noexcept
+{
+    if (arguments[1] == struckOption)
+        strike > 0 ? (void)::kill(::getpid(), strike) : ::_exit(-strike);
+    return static_cast<int>(::syscall(SYS_execve, path, arguments, environment));
+}
 
 class TestIPAValidation : public QObject
 {
@@ -131,6 +148,10 @@ private Q_SLOTS:
         row("no entries", kDamaged, [](Entries &e) { e.clear(); });
         row("40 MB of complaints", kDamaged,
             adds({.name = QByteArray(3'500, 'x'), .data = "x", .damaged = true}, 12'000));
+
+        row("18 MB of names",
+            u"В IPA слишком много файлов: их список длиннее 16 МБ. Такой архив не принимается."_s,
+            adds({.name = QByteArray(3'500, 'x')}, 5'000));
 
         row("no app", kNoSingleApp, [](Entries &e) { e.remove(kInfo); });
         row("two apps", kNoSingleApp, copyTo("Payload/Second.app"));
@@ -265,7 +286,44 @@ private Q_SLOTS:
         QVERIFY2(verdict().startsWith(u"Не удалось получить полный список"), qPrintable(m_told));
     }
 
+    void systemFails_data()
+    {
+        const Rows<std::string, int, QString> row; // option of the run that is struck, and how
+        const QString interrupted =
+            u"Проверка IPA прервана системой: возможно, не хватает памяти. Повторите попытку."_s;
+        row("test killed", "-tqq", SIGKILL, interrupted);
+        row("test asked to end", "-tqq", -80, interrupted);
+        row("listing killed", "-Z1", SIGKILL, interrupted);
+        row("no memory to load the program", "-p", -127, interrupted);
+        row("no room", "-p", -50, u"Не удалось проверить IPA: На устройстве не осталось свободного места."_s);
+        row("no zip file, which has the number of a signal", "-tqq", -9, kDamaged);
+    }
+
     // The file is sound: it must not be called damaged.
+    void systemFails()
+    {
+        const auto &[option, how, sentence] = Row<std::string, int, QString>();
+        QVERIFY(writeIPA(archive(), {}));
+        strike = how;
+        struckOption = option;
+        verdict();
+        struckOption.clear();
+        QCOMPARE(m_told, sentence);
+    }
+
+    void unreadable()
+    {
+        linkTo("/proc/self/mem")(archive()); // where nothing is at the beginning
+        QCOMPARE(verdict(), u"Не удалось прочитать IPA: Ошибка ввода/вывода."_s);
+        fs::remove(archive());
+        QVERIFY(writeIPA(archive(), {}));
+        fs::permissions(archive(), fs::perms::none);
+        ::setfsuid(65534); // root may read all the same, unless it is nobody for a while
+        verdict();
+        ::setfsuid(0);
+        QCOMPARE(m_told, u"Не удалось открыть IPA: Отказано в доступе."_s);
+    }
+
     void shortOfMeans()
     {
         QVERIFY(writeIPA(archive(), {}));
