@@ -1,5 +1,4 @@
 // Passwords, file names, what tools print: functions of texts.
-#include "core/error.h"
 #include "core/ipa_file_naming.h"
 #include "core/password_policy.h"
 #include "core/self_test.h"
@@ -9,8 +8,6 @@
 #include <QJsonArray>
 #include <QJsonDocument>
 
-#include <cerrno>
-#include <cstring>
 #include <limits>
 
 using namespace Qt::StringLiterals;
@@ -27,16 +24,6 @@ private Q_SLOTS:
             QVERIFY2(accepted == (unit >= 0x20 && unit <= 0x7E), qPrintable(QString::number(unit, 16)));
         }
         QVERIFY(!ZarvoLatin(u"pаss"_s)); // one letter is Cyrillic
-    }
-
-    // What a folder on a server, a stick that was pulled out, or a busy system answers.
-    void systemErrorsAreRussian()
-    {
-        for (const int number : {ENFILE, EBUSY, ESTALE, ENOTCONN, ENODEV, ENXIO, ETIMEDOUT, ELOOP, EMLINK,
-                                 EXDEV, EHOSTDOWN, ENOTSUP, EIO, ENOSPC, EROFS, EDQUOT, ECANCELED}) {
-            const QString text = SystemError(QString(), number).message;
-            QVERIFY2(!text.contains(QLatin1StringView(std::strerror(number))), qPrintable(text));
-        }
     }
 
     void selfTestNoticesBrokenRules()
