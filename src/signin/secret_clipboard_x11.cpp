@@ -1,5 +1,7 @@
 #include "signin/secret_clipboard.h"
 
+#include <QStringDecoder>
+
 #include <poll.h>
 #include <xcb/xcb.h>
 
@@ -18,6 +20,19 @@ constexpr uint32_t kLongestText = 1 << 14;   // in units of 4 bytes: more than a
 // The connection reads in pieces of this size, into a place that it gives back as it is.
 constexpr std::size_t kReadBuffer = 4096;
 
+// As what a text is asked for, in turn: programs without the first one are old, or of another toolkit.
+struct Target
+{
+    std::string_view name;
+    QStringDecoder::Encoding encoding;
+};
+constexpr Target kTargets[] = {
+    {"UTF8_STRING", QStringDecoder::Utf8},
+    {"text/plain;charset=utf-8", QStringDecoder::Utf8},
+    {"STRING", QStringDecoder::Latin1},
+    {"text/plain", QStringDecoder::Utf8},
+};
+
 // What the library has allocated for one answer, overwritten before it is given back.
 struct WipeReply
 {
@@ -35,6 +50,19 @@ struct Free
 };
 using Event = std::unique_ptr<xcb_generic_event_t, Free>;
 
+SecretText decoded(const xcb_get_property_reply_t &answer, QStringDecoder::Encoding encoding)
+{
+    QByteArrayView bytes(static_cast<const char *>(::xcb_get_property_value(&answer)),
+                         ::xcb_get_property_value_length(&answer));
+    if (bytes.endsWith('\0')) // some programs send it along
+        bytes.chop(1);
+    QStringDecoder decoder(encoding, QStringDecoder::Flag::Stateless);
+    std::vector<QChar, WipingAllocator<QChar>> units(
+        static_cast<std::size_t>(decoder.requiredSpace(bytes.size())));
+    const QChar *end = decoder.appendToBuffer(units.data(), bytes);
+    return SecretText(QStringView(units.data(), end));
+}
+
 // A connection of its own, on which one selection is asked for.
 class Asking
 {
@@ -44,7 +72,7 @@ public:
     Asking(const Asking &) = delete;
     Asking &operator=(const Asking &) = delete;
 
-    std::optional<SecretBytes> ask(QClipboard::Mode mode);
+    SecretText ask(QClipboard::Mode mode);
 
 private:
     xcb_atom_t atom(std::string_view name) const;
@@ -110,24 +138,24 @@ Reply Asking::take() const
     return Reply(::xcb_get_property_reply(m_connection, cookie, nullptr));
 }
 
-std::optional<SecretBytes> Asking::ask(QClipboard::Mode mode)
+SecretText Asking::ask(QClipboard::Mode mode)
 {
     if (m_window == 0)
-        return std::nullopt;
+        return {};
     const xcb_atom_t selection =
         mode == QClipboard::Selection ? xcb_atom_t{XCB_ATOM_PRIMARY} : atom("CLIPBOARD");
-    const xcb_atom_t utf8 = atom("UTF8_STRING");
-    if (!convert(selection, utf8))
-        return std::nullopt;
-    const Reply answer = take();
-    // A text that does not fit into one answer has another type, or a rest: it is no password.
-    if (!answer || answer->type != utf8 || answer->bytes_after > 0)
-        return std::nullopt;
-    const auto *bytes = static_cast<const char *>(::xcb_get_property_value(answer.get()));
-    SecretBytes text(bytes, bytes + ::xcb_get_property_value_length(answer.get()));
-    if (!text.empty() && text.back() == '\0') // some programs send it along
-        text.pop_back();
-    return text;
+    for (const Target &target : kTargets) {
+        if (!convert(selection, atom(target.name)))
+            continue;
+        // A text that does not fit into one answer comes in another format, or has a rest: it is no password.
+        const Reply answer = take();
+        if (!answer || answer->format != 8 || answer->bytes_after > 0)
+            continue;
+        SecretText text = decoded(*answer, target.encoding);
+        if (!text.isEmpty())
+            return text;
+    }
+    return {};
 }
 
 // An answer that is longer than the buffer fills all of it.
@@ -141,7 +169,7 @@ void Asking::overwriteReadBuffer() const
 
 } // namespace
 
-std::optional<SecretBytes> SelectionOfX11(QClipboard::Mode mode)
+SecretText SelectionOfX11(QClipboard::Mode mode)
 {
     return Asking().ask(mode);
 }

@@ -80,7 +80,9 @@ void SecretField::insertSecret(QStringView text)
 void SecretField::pasteFrom(QClipboard::Mode mode)
 {
     const SecretText text = SecretFromClipboard(mode);
-    if (!text.isEmpty())
+    if (text.isEmpty())
+        Q_EMIT nothingPasted();
+    else
         insertSecret(text.view()); // with its line breaks: to turn them into blanks would be another password
 }
 

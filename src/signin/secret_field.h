@@ -26,6 +26,8 @@ public:
 Q_SIGNALS:
     /// The user has changed the text.
     void secretEdited();
+    /// The user wanted to paste, and there is no text to be had.
+    void nothingPasted();
 
 protected:
     void keyPressEvent(QKeyEvent *event) override;

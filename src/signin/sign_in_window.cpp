@@ -23,6 +23,9 @@ constexpr int kTopMargin = 20;
 constexpr int kSheetSpacing = 10;
 constexpr double kSheetTitleSize = 20;
 constexpr QStringView kCodeHelp = u"https://support.apple.com/ru-ru/102606";
+const QString kKeyboardNote =
+    u"При вводе пароля включается английская раскладка. Цифры и обычные символы разрешены."_s;
+const QString kNothingPasted = u"Вставить не удалось: буфер обмена не отдал текст."_s;
 
 struct StepRow
 {
@@ -165,12 +168,16 @@ void LegacyAuth::buildFields(QVBoxLayout *stack, const QString &proposed)
     password->focusAction = [this] { beginPassword(); };
     connect(password, &ZarvoSecurePasswordField::editingEnded, this, &LegacyAuth::endPassword);
     connect(password, &SecretField::secretEdited, this, &LegacyAuth::passwordEdited);
-    keyboardNote = named(
-        ZarvoLabel(u"При вводе пароля включается английская раскладка. Цифры и обычные символы разрешены."_s,
-                   false),
-        "keyboardNote");
+    keyboardNote = named(ZarvoLabel(kKeyboardNote, false), "keyboardNote");
     MakeSecondary(keyboardNote);
     code = prepared(new SecretField, u"Код подтверждения: 6 цифр"_s, "code");
+    for (const SecretField *field : std::initializer_list<SecretField *>{password, code}) {
+        connect(field, &SecretField::nothingPasted, this, [this] { keyboardNote->setText(kNothingPasted); });
+        connect(field, &SecretField::secretEdited, this, [this] {
+            if (keyboardNote->text() == kNothingPasted)
+                keyboardNote->setText(kKeyboardNote);
+        });
+    }
     message =
         named(ZarvoLabel(u"Введите логин и пароль локально. Не отправляйте пароль или код в чат."_s, false),
               "message");
@@ -197,7 +204,7 @@ void LegacyAuth::buildButtons(QVBoxLayout *stack)
 
 void LegacyAuth::show()
 {
-    account->setFocus();
+    (typedAccount().isEmpty() ? account : password)->setFocus();
     window->open();
 }
 
