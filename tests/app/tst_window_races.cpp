@@ -1,11 +1,13 @@
-// What meets by chance: a press and the end of a child, a poll and a job, two programs at once.
+// Two programs at once.
 #include "app/piloted_program.h"
 #include "app/window_fixture.h"
 #include "device/device_history.h"
 #include "ipa_writer.h"
 #include "support/files.h"
 
-#include <QRandomGenerator>
+#include <QDir>
+#include <QJsonArray>
+#include <QJsonDocument>
 #include <QSettings>
 
 #include <array>
@@ -53,42 +55,11 @@ public:
     static void initMain() { Program::isolate(); }
 
 private Q_SLOTS:
-    void jobsPollsAndCancelling()
+    void twoPrograms_data()
     {
-        Program m;
-        QVERIFY(m.startWithApps());
-        EVENTUALLY(OwnChildren().isEmpty());
-        const qsizetype threads = OwnThreadCount();
-        const qsizetype descriptors = OwnDescriptorCount();
-        const auto began = std::chrono::steady_clock::now();
-        m.press("checkAccount");
-        EVENTUALLY(!m.isBusy());
-        const std::chrono::nanoseconds usual = std::chrono::steady_clock::now() - began;
-
-        for (int round = 0; round < Rounds(100); ++round) {
-            std::multimap<double, const char *> presses;
-            for (const char *button : {"refresh", "checkAccount", "cancelButton"})
-                presses.emplace(QRandomGenerator::global()->generateDouble(), button);
-            const auto start = std::chrono::steady_clock::now();
-            for (const auto &[moment, button] : presses) {
-                while (std::chrono::steady_clock::now() < start + moment * usual)
-                    QCoreApplication::processEvents();
-                m.press(button); // nothing happens where it is disabled
-            }
-            EVENTUALLY(!m.isBusy());
-            // A poll that has been under way may still come to its end.
-            const QStringList ends{u"Вход подтверждён."_s, u"Операция отменена."_s};
-            QVERIFY2(ends.contains(m.status()), qPrintable(m.status()));
-            QVERIFY(!m.alert());
-            QCOMPARE(m.phonesListed().size(), 2);
-            QCOMPARE(m.namesListed().size(), 3);
-        }
-        // All at one moment: the next poll may begin after it.
-        const auto isAsBefore = [&] {
-            return OwnChildren().isEmpty() && m.temporary.leftovers().isEmpty() &&
-                   OwnThreadCount() == threads && OwnDescriptorCount() == descriptors;
-        };
-        QVERIFY(QTest::qWaitFor(isAsBefore, kPatience));
+        const Rows<QString> row;
+        row("the same app", u"download"_s);
+        row("all apps", u"batch"_s);
     }
 
     void twoPrograms()
