@@ -109,6 +109,7 @@ void benchBatch(const QString &parent)
     const bool found =
         QTest::qWaitFor([&] { return picker->count() == 2 && picker->isEnabled(); }, kPatience);
     picker->setCurrentIndex(1);
+    Q_EMIT picker->activated(1);
     const bool read = QTest::qWaitFor([&] { return all->isEnabled(); }, kPatience);
     const double start = now();
     startBatch(window, destination);

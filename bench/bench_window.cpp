@@ -119,6 +119,7 @@ public:
             QTest::qWaitFor([&] { return picker->count() == 2 && picker->isEnabled(); }, patience);
         m_heartbeat.reset();
         picker->setCurrentIndex(1);
+        Q_EMIT picker->activated(1);
         isRead =
             QTest::qWaitFor([&] { return m_table->model()->rowCount() == count && m_table->isEnabled(); },
                             patience) &&

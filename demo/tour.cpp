@@ -128,6 +128,7 @@ bool chooseApp(Tour &tour)
         }))
         return false;
     picker->setCurrentIndex(1);
+    Q_EMIT picker->activated(1);
     if (!tour.step(u"Телефон выбран, список приложений прочитан"_s,
                    [&] { return table->model()->rowCount() > 0 && table->isEnabled(); }) ||
         !tour.keepPicture(u"window"_s))
@@ -186,7 +187,9 @@ bool showPhones(Tour &tour)
 bool downloadAll(Tour &tour, const QString &downloads)
 {
     qputenv("ZARVO_DEMO_SPEED", "fast");
-    tour.view<QComboBox>("phonePicker")->setCurrentIndex(2);
+    auto *picker = tour.view<QComboBox>("phonePicker");
+    picker->setCurrentIndex(2);
+    Q_EMIT picker->activated(2);
     if (!tour.step(u"Выбран другой телефон"_s,
                    [&] { return tour.view<QPushButton>("allButton")->isEnabled(); }))
         return false;

@@ -1,6 +1,6 @@
 // What the device tool answers: from its output to records, and from these to what is shown and asked for.
-#include "app/shown_text.h"
 #include "core/ipa_file_naming.h"
+#include "core/shown_text.h"
 #include "core/tool_output.h"
 #include "device/device_discovery.h"
 #include "device/device_information.h"
@@ -48,14 +48,18 @@ void checkPhones(QList<PhoneEntry> phones)
             "sorting loses no phone");
 }
 
-void checkApp(const AppRow &app, const QList<AppRow> &apps, const QList<AppSearchKeys> &keys)
+void checkApp(const AppRow &app, const SearchableApps &searchable)
 {
+    const QList<AppRow> &apps = searchable.rows;
     for (const QString &text :
          {app.id, app.name, app.version, app.storeID, app.storeVersionID, app.licenseAccount})
         checkText(text);
-    for (const QString &text : {app.name, app.id})
-        Require(FilterApps(apps, keys, text).contains(app),
+    const auto isApp = [&](qsizetype position) { return apps[position] == app; };
+    for (const QString &text : {app.name, app.id}) {
+        const auto found = MatchingApps(searchable, text);
+        Require(std::any_of(found.begin(), found.end(), isApp),
                 "an app is found by its name and by its identifier");
+    }
     Require(app.id.isEmpty() || FindApp(apps, app.id)->id == app.id, "an app is found again");
     OwnerText(app);
     const QStringList arguments = DownloadArguments(app, app.storeID, u"/private/download.ipa"_s, true);
@@ -87,10 +91,11 @@ void checkApps(QList<AppRow> apps)
     const QList<AppRow> sorted = apps;
     SortByName(apps);
     Require(apps == sorted, "what is sorted stays so");
-    const QList<AppSearchKeys> keys = MakeSearchKeys(apps);
-    Require(FilterApps(apps, keys, {}) == apps, "who searches for nothing finds all");
+    const SearchableApps searchable = MakeSearchable(apps);
+    Require(MatchingApps(searchable, {}).size() == static_cast<size_t>(apps.size()),
+            "who searches for nothing finds all");
     for (const AppRow &app : sorted)
-        checkApp(app, apps, keys);
+        checkApp(app, searchable);
     checkReport(apps);
 }
 

@@ -76,7 +76,7 @@ void checkTime(const QString &text)
     Require(processorTime() - start < kLinear, "the time is linear");
 }
 
-/// A number that the same text gives in every run; the toolkit's hashes are seeded anew by each.
+/// A number that the same text gives in every run; Qt's hashes are seeded anew by each.
 std::size_t numberOf(QStringView text)
 {
     return std::hash<std::u16string_view>()({text.utf16(), static_cast<std::size_t>(text.size())});

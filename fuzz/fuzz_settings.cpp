@@ -3,7 +3,7 @@
 #include "device/installed_apps.h"
 #include "fuzzing.h"
 
-#include <QApplication>
+#include <QCoreApplication>
 #include <QFile>
 #include <QSettings>
 #include <QTemporaryDir>
@@ -105,7 +105,7 @@ QVariant builtFrom(QByteArrayView bytes)
 extern "C" int LLVMFuzzerInitialize(int *argc, char ***argv)
 {
     qputenv("QT_QPA_PLATFORM", "offscreen");
-    static const QApplication application(*argc, *argv);
+    static const QCoreApplication application(*argc, *argv);
     return 0;
 }
 

@@ -100,10 +100,10 @@ bool endsList(const QJsonObject &object)
             (!total.isUndefined() && IntegerValue(JSONText(total)) <= qint64{kPage} * kPurchasesPerPage));
 }
 
-void checkPurchases(const QString &output, const QList<QJsonObject> &objects)
+void checkPurchases(const StoreReply &reply, const QList<QJsonObject> &objects)
 {
     using Verdict = PurchaseSearch::Verdict;
-    const PurchaseSearch search = SearchPurchases(output, kBundleID, kPage);
+    const PurchaseSearch search = SearchPurchases(reply, kBundleID, kPage);
     const bool isThere = std::any_of(objects.begin(), objects.end(), holdsMatch);
     Require(search.verdict != Verdict::Found || isThere, "an app that is found is among the purchases");
     Require(search.verdict != Verdict::GoOn || !isThere,
@@ -116,17 +116,19 @@ void checkPurchases(const QString &output, const QList<QJsonObject> &objects)
 
 void checkRun(const ToolResult &run)
 {
-    const QString output = CombinedOutput(run);
+    const QString output = run.out + u'\n' + run.err;
     const QList<QJsonObject> objects = ZarvoJSON(output);
     const auto succeeds = [](const QJsonObject &object) { return JSONTruth(object["success"_L1]); };
     const bool confirmed = std::any_of(objects.begin(), objects.end(), succeeds);
 
-    Require(!StoreRunSucceeded(1, output), "a run with another exit status than 0 has failed");
-    Require(!StoreRunSucceeded(0, output + u"\n{\"error\":\"\"}"_s), "one error outweighs everything");
-    Require(ConfirmedAccount(output).has_value() == confirmed, "an account is confirmed by a success alone");
+    const StoreReply reply = ParseStoreReply(run);
+    Require(!StoreRunSucceeded({.code = 1}, reply), "a run with another exit status than 0 has failed");
+    Require(ParseStoreReply({.out = output, .err = u"{\"error\":\"\"}"_s}).failed,
+            "one error outweighs everything");
+    Require(reply.account.has_value() == confirmed, "an account is confirmed by a success alone");
     Require(IsSignedIn(output, 0) == confirmed && !IsSignedIn(output, 1),
             "signed in is who has a success and a good end");
-    checkPurchases(output, objects);
+    checkPurchases(reply, objects);
 
     const QString shown = StoreRunError(run).message;
     Require(!shown.isEmpty() && shown.size() <= kLongestExplanation,

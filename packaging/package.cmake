@@ -34,7 +34,7 @@ the owner wants them, and installs them again. Its interface is Russian.
 
 The store is reached through the program ipatool, which is not part of this
 package: /usr/share/doc/zarvo/README.Debian says where to put it.")
-# The linker knows the libraries; these are programs that are run, and the toolkit's own Russian texts.
+# The linker knows the libraries; these are programs that are run, and Qt's own Russian texts.
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_PACKAGE_DEPENDS "usbmuxd, unzip, qt6-translations-l10n")
 set(CPACK_DEBIAN_PACKAGE_RECOMMENDS "qt6-wayland, shared-mime-info, hicolor-icon-theme")

@@ -1,3 +1,4 @@
+#include "app/windowed_mode.h"
 #include "core/child_process.h"
 #include "core/end_signals.h"
 #include "core/private_folder.h"
@@ -6,11 +7,8 @@
 #include "core/standard_streams.h"
 #include "ipa/ipa_validation.h"
 
-#include <dlfcn.h>
-
 #include <chrono>
 #include <cstdio>
-#include <filesystem>
 #include <mutex>
 #include <string_view>
 
@@ -47,29 +45,6 @@ int verify(const char *file, const char *bundleID)
     return PrintResult(u"Verified "_s + info->id + u", version "_s + info->version) ? 0 : 1;
 }
 
-// By its whole path, because a sanitizer's dlopen does not know the paths that the executable carries. Where
-// the system has no such link (macOS) those serve.
-std::filesystem::path windowModule()
-{
-    constexpr auto name = "zarvo_window.so";
-    std::error_code failure;
-    const auto executable = std::filesystem::read_symlink("/proc/self/exe", failure);
-    return failure ? std::filesystem::path(name) : executable.parent_path() / ".." / "lib" / "zarvo" / name;
-}
-
-// The window is a module: CMakeLists.txt says why.
-int runWindow(int &argc, char **argv)
-{
-    using Run = int (*)(int *, char **);
-    void *module = ::dlopen(windowModule().c_str(), RTLD_NOW);
-    const auto run = module ? reinterpret_cast<Run>(::dlsym(module, "zarvoRunWindow")) : nullptr;
-    if (run)
-        return run(&argc, argv);
-    std::fprintf(stderr, "Zarvo: не удалось загрузить окно программы. Установите Zarvo заново.\n%s\n",
-                 ::dlerror());
-    return 1;
-}
-
 } // namespace
 
 int main(int argc, char **argv)
@@ -80,5 +55,5 @@ int main(int argc, char **argv)
         return verify(argv[2], argv[3]);
     if (argc > 1 && mode == "--self-test")
         return ZarvoSelfTest();
-    return runWindow(argc, argv);
+    return RunWindow(argc, argv);
 }

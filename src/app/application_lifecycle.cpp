@@ -20,10 +20,22 @@ constexpr auto kPollPeriod = 6s;
 
 } // namespace
 
+ZarvoApp::ZarvoApp(const QString &resourcePath)
+    : m_resourcePath(resourcePath)
+{
+}
+
+ZarvoApp::~ZarvoApp()
+{
+    applicationWillTerminate();
+}
+
 void ZarvoApp::applicationDidFinishLaunching()
 {
     loadHistory();
-    buildWindow();
+    window = std::make_unique<MainWindow>(m_resourcePath + u"/AppLogo.png"_s);
+    connectWindow();
+    window->present();
     updateControls();
 
     deviceTimer = new QTimer(this);
@@ -35,13 +47,37 @@ void ZarvoApp::applicationDidFinishLaunching()
     pollDevice(false); // dropped while the check runs; its end polls again
 }
 
+void ZarvoApp::connectWindow()
+{
+    MainWindow *w = window.get();
+    connect(w, &MainWindow::closed, qApp, &QCoreApplication::quit);
+    connect(w, &MainWindow::phonePicked, this, &ZarvoApp::selectPhone);
+    connect(w, &MainWindow::searchEdited, this, &ZarvoApp::filterRows);
+    connect(w, &MainWindow::appChosen, this, &ZarvoApp::tableViewSelectionDidChange);
+    connect(w, &MainWindow::informationWanted, this, &ZarvoApp::showInfo);
+    connect(w, &MainWindow::refreshWanted, this, &ZarvoApp::refresh);
+    connect(w, &MainWindow::historyWanted, this, &ZarvoApp::showHistory);
+    connect(w, &MainWindow::appsWanted, this, &ZarvoApp::reloadApps);
+    connect(w, &MainWindow::loginWanted, this, &ZarvoApp::login);
+    connect(w, &MainWindow::accountCheckWanted, this, &ZarvoApp::checkAccount);
+    connect(w, &MainWindow::downloadWanted, this, &ZarvoApp::download);
+    connect(w, &MainWindow::batchWanted, this, &ZarvoApp::downloadAll);
+    connect(w, &MainWindow::installWanted, this, &ZarvoApp::install);
+    connect(w, &MainWindow::ipaChooserWanted, this, &ZarvoApp::chooseIPA);
+    connect(w, &MainWindow::ipaDropped, this, &ZarvoApp::setIPA);
+    connect(w, &MainWindow::revealWanted, this, &ZarvoApp::reveal);
+    connect(w, &MainWindow::cancelWanted, this, &ZarvoApp::cancelJob);
+    connect(w, &MainWindow::instructionsWanted, this, &ZarvoApp::instructions);
+}
+
 void ZarvoApp::applicationWillTerminate()
 {
     if (deviceTimer)
         deviceTimer->stop();
-    m_terminating = true;
-    cancelled = true;
-    activeTask.terminate();
+    for (const auto &job : {m_job, m_poll}) {
+        if (job)
+            job->cancel();
+    }
     auth.reset();
 }
 
@@ -71,6 +107,6 @@ void ZarvoApp::reveal()
 
 void ZarvoApp::notifyUnlessWatched(const QString &text)
 {
-    if (!cancelled && !QApplication::activeWindow())
+    if (!m_job->isCancelled() && !QApplication::activeWindow())
         m_background.run([text] { ShowNotice(u"Zarvo"_s, text); });
 }

@@ -3,13 +3,30 @@
 
 #include <QTableView>
 
-/// A table in which rows are chosen, not cells: Home and End lead to the first and the last one. Main thread
-/// only.
+class AppsTableModel;
+
+/// Shows the apps of its model, with their columns. Rows are chosen, not cells: Home and End lead to the
+/// first and the last one. Main thread only.
 class AppsTable : public QTableView
 {
+    Q_OBJECT
+
 public:
-    using QTableView::QTableView;
+    explicit AppsTable(QWidget *parent = nullptr);
+
+    AppsTableModel *apps() const { return m_apps; }
+    /// Chooses that shown row and no other; none for -1.
+    void choose(int row);
+
+Q_SIGNALS:
+    /// The chosen row has changed, by the user's hand or not; -1 when there is none.
+    void chosen(int row);
 
 protected:
     QModelIndex moveCursor(CursorAction action, Qt::KeyboardModifiers modifiers) override;
+
+private:
+    void layOutColumns();
+
+    AppsTableModel *m_apps;
 };

@@ -1,21 +1,38 @@
 #include "app/apps_table_model.h"
 
-#include "app/shown_text.h"
+#include "core/shown_text.h"
+
+#include <algorithm>
 
 using namespace Qt::StringLiterals;
 
-AppsTableModel::AppsTableModel(const QList<AppRow> &rows, QObject *parent)
-    : QAbstractTableModel(parent)
-    , m_rows(rows)
-    , m_shown(rows)
-{
-}
-
-void AppsTableModel::reload()
+void AppsTableModel::setApps(const SearchableApps &apps)
 {
     beginResetModel();
-    m_shown = m_rows;
+    m_apps = apps;
+    m_shown = MatchingApps(m_apps, m_filter);
     endResetModel();
+}
+
+void AppsTableModel::setFilter(const QString &text)
+{
+    beginResetModel();
+    m_filter = text;
+    m_shown = MatchingApps(m_apps, m_filter);
+    endResetModel();
+}
+
+AppRow AppsTableModel::row(int index) const
+{
+    return index >= 0 && index < rowCount() ? m_apps.rows[m_shown[static_cast<size_t>(index)]] : AppRow();
+}
+
+int AppsTableModel::indexOf(const QString &id) const
+{
+    const auto found = std::find_if(m_shown.begin(), m_shown.end(), [&](qsizetype position) {
+        return !id.isEmpty() && m_apps.rows[position].id == id;
+    });
+    return found == m_shown.end() ? -1 : static_cast<int>(found - m_shown.begin());
 }
 
 int AppsTableModel::rowCount(const QModelIndex &parent) const
@@ -32,7 +49,7 @@ QVariant AppsTableModel::data(const QModelIndex &index, int role) const
 {
     if (!index.isValid() || role != Qt::DisplayRole)
         return {};
-    const AppRow &row = m_shown[index.row()];
+    const AppRow &row = m_apps.rows[m_shown[static_cast<size_t>(index.row())]];
     switch (index.column()) {
     case Name:
         return ShownName(row.name);

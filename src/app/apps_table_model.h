@@ -1,11 +1,13 @@
-// The apps table's data: a view of rows that their owner keeps.
+// The installed apps as the table shows them: all of them, and those that pass the search.
 #pragma once
 
-#include "device/device_records.h"
+#include "device/installed_apps.h"
 
 #include <QAbstractTableModel>
 
-/// Three columns (name, version, identifier) over a list of rows that outlives the model. Main thread only.
+#include <vector>
+
+/// Three columns (name, version, identifier); owns the apps and the filter. Main thread only.
 class AppsTableModel : public QAbstractTableModel
 {
     Q_OBJECT
@@ -13,10 +15,19 @@ class AppsTableModel : public QAbstractTableModel
 public:
     enum Column { Name, Version, Identifier, ColumnCount };
 
-    explicit AppsTableModel(const QList<AppRow> &rows, QObject *parent = nullptr);
+    using QAbstractTableModel::QAbstractTableModel;
 
-    /// Takes over the rows as they are now. To be called whenever they have changed.
-    void reload();
+    /// Takes the place of the former apps; the filter stays. Resets the model.
+    void setApps(const SearchableApps &apps);
+    /// Shows the apps whose name or identifier holds `text`; all when it is empty. Resets the model.
+    void setFilter(const QString &text);
+
+    /// All apps, whatever the filter.
+    const QList<AppRow> &apps() const { return m_apps.rows; }
+    /// The app in a shown row; an empty one when there is no such row.
+    AppRow row(int index) const;
+    /// The first shown row with this identifier; -1 when there is none.
+    int indexOf(const QString &id) const;
 
     int rowCount(const QModelIndex &parent = {}) const override;
     int columnCount(const QModelIndex &parent = {}) const override;
@@ -24,7 +35,7 @@ public:
     QVariant headerData(int section, Qt::Orientation orientation, int role) const override;
 
 private:
-    const QList<AppRow> &m_rows;
-    QList<AppRow>
-        m_shown; // shares its data with m_rows; differs only between a change and the reload after it
+    SearchableApps m_apps;
+    QString m_filter;
+    std::vector<qsizetype> m_shown; // positions in m_apps
 };

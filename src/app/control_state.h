@@ -1,8 +1,6 @@
 // Which controls are enabled, from the window's state alone.
 #pragma once
 
-#include <array>
-
 /// What the controls depend on.
 struct WindowState
 {
@@ -13,7 +11,29 @@ struct WindowState
     bool hasPhone = false;  ///< a phone is chosen
 };
 
-enum class Control { Ordinary, Download, DownloadAll, Install, Information, Cancel, Table, Spinner };
+/// What of the main window can be enabled; Drops are files dropped on it.
+enum class Control {
+    PhonePicker,
+    Information,
+    Refresh,
+    History,
+    ReloadApps,
+    Search,
+    Table,
+    Login,
+    CheckAccount,
+    StoreID,
+    Download,
+    DownloadAll,
+    ExactVersion,
+    Install,
+    ChooseIPA,
+    Reveal,
+    Cancel,
+    Instructions,
+    Spinner,
+    Drops
+};
 
 /// True when the control is enabled (for the spinner: turning).
 bool IsEnabled(Control control, const WindowState &state);

@@ -1,6 +1,6 @@
 #include "app/desktop_services.h"
 
-#include "app/background.h"
+#include "core/background.h"
 
 #include <QDBusConnection>
 #include <QDBusMessage>

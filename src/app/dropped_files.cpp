@@ -40,5 +40,5 @@ void MainWindow::dropEvent(QDropEvent *event)
     if (file.isEmpty())
         return event->ignore();
     acceptForReading(event);
-    Q_EMIT dropped(file);
+    Q_EMIT ipaDropped(file);
 }

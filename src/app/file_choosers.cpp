@@ -1,6 +1,6 @@
 #include "app/main_window.h"
-#include "app/view_factories.h"
 #include "app/zarvo_app.h"
+#include "views/view_factories.h"
 
 #include <QApplication>
 #include <QCompleter>
@@ -15,7 +15,7 @@ namespace {
 
 constexpr int kMessageMargin = 9;
 
-// The desktop's own dialog shows the message as its title; the toolkit's has room for a line above the list.
+// The desktop's own dialog shows the message as its title; Qt's has room for a line above the list.
 void showMessage(QFileDialog *chooser, const QString &message)
 {
     chooser->setWindowTitle(message);
@@ -66,7 +66,7 @@ void ZarvoApp::chooseIPA()
     openChooser(m_ipaChooser, [this](const QString &file) { setIPA(file); });
 }
 
-// A chooser is kept: the toolkit may have a question of its own over it, in a loop of its own, at the moment
+// A chooser is kept: Qt may have a question of its own over it, in a loop of its own, at the moment
 // when it is closed.
 void ZarvoApp::openChooser(QFileDialog *chooser, const Chosen &chosen)
 {

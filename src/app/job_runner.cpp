@@ -1,12 +1,13 @@
+#include "app/apps_table_model.h"
 #include "app/main_window.h"
-#include "app/shown_text.h"
-#include "app/view_factories.h"
 #include "app/zarvo_app.h"
 #include "core/main_thread.h"
+#include "core/shown_text.h"
+#include "views/view_factories.h"
 
 #include <QClipboard>
+#include <QDir>
 #include <QGuiApplication>
-#include <QLabel>
 
 #include <utility>
 
@@ -22,12 +23,42 @@ void ZarvoApp::onMain(std::function<void()> block)
 
 void ZarvoApp::setStatus(const QString &text)
 {
-    onMain([this, text] { statusLabel->setText(ShownExplanation(text)); });
+    onMain([this, text] { window->showStatus(text); });
 }
 
 void ZarvoApp::setTransfer(const QString &text)
 {
-    onMain([this, text] { transferLabel->setText(OneLine(text)); });
+    onMain([this, text] { window->showTransfer(text); });
+}
+
+void ZarvoApp::updateControls()
+{
+    window->showControls({busy, target().has_value(), !window->apps()->apps().isEmpty(), !ipa.isEmpty(),
+                          !selectedPhone.isEmpty()});
+}
+
+// What the program has met of the user's secrets must not be shown by a message of the next piece of work.
+void ZarvoApp::learnSecrets()
+{
+    m_known->addHomeFolder(QDir::homePath());
+    m_known->addHomeFolder(QDir(QDir::homePath()).canonicalPath());
+    m_known->addAccount(account);
+    m_known->addAccount(typedAccount);
+    for (const AppRow &app : window->apps()->apps())
+        m_known->addAccount(app.licenseAccount);
+    for (const PhoneEntry &phone : phones + savedPhones) {
+        m_known->addPhoneIdentifier(phone.id);
+        m_known->addPhoneName(phone.name);
+    }
+    m_known->addDetails(details);
+}
+
+std::shared_ptr<Job> ZarvoApp::makeJob()
+{
+    learnSecrets();
+    const Job::Listeners listeners{[this](const QString &text) { setStatus(text); },
+                                   [this](const QString &text) { setTransfer(text); }};
+    return std::make_shared<Job>(m_resourcePath, listeners, m_known);
 }
 
 void ZarvoApp::job(const QString &text, const JobWork &work)
@@ -38,14 +69,13 @@ void ZarvoApp::job(const QString &text, const JobWork &work)
     if (!quiet)
         m_refusal.clear();
     busy = true;
-    cancelled = false;
-    learnSecrets();
+    m_job = makeJob();
     setStatus(text);
     setTransfer({});
     updateControls();
-    const bool started = m_background.run([this, work, quiet] {
+    const bool started = m_background.run([this, job = m_job, work, quiet] {
         Error error;
-        const bool result = work(&error);
+        const bool result = work(*job, &error);
         onMain([this, result, error, quiet] { finishJob(result, error, quiet); });
     });
     if (!started)
@@ -55,9 +85,8 @@ void ZarvoApp::job(const QString &text, const JobWork &work)
 void ZarvoApp::finishJob(bool result, const Error &error, bool quiet)
 {
     busy = false;
-    activeTask.set(nullptr);
     updateControls();
-    if (cancelled) {
+    if (m_job->isCancelled()) {
         setStatus(u"Операция отменена."_s);
     } else if (!result && !error.message.isEmpty()) {
         setTransfer({});
@@ -81,6 +110,6 @@ void ZarvoApp::showFailure(const Error &error)
 
 void ZarvoApp::cancelJob()
 {
-    cancelled = true;
-    activeTask.terminate();
+    if (m_job)
+        m_job->cancel();
 }

@@ -1,6 +1,8 @@
 #include "app/phone_picker.h"
 
-#include "app/elided_text.h"
+#include "device/device_discovery.h"
+#include "views/elided_text.h"
+#include "views/view_factories.h"
 
 #include <QAbstractItemView>
 #include <QHelpEvent>
@@ -9,8 +11,12 @@
 #include <QStyleOptionComboBox>
 #include <QWheelEvent>
 
+using namespace Qt::StringLiterals;
+
 namespace {
 
+constexpr int kLeastWidth = 220;
+constexpr int kMostWidth = 300; // beside its buttons
 constexpr int kTextMargins = 4; // that styles leave beside the text
 
 bool moves(int key)
@@ -33,7 +39,24 @@ bool moves(int key)
 PhonePicker::PhonePicker(QWidget *parent)
     : QComboBox(parent)
 {
+    setObjectName(u"phonePicker"_s);
+    setAccessibleDescription(u"Выберите iPhone"_s);
     setFocusPolicy(Qt::StrongFocus);
+    setMinimumWidth(Scaled(kLeastWidth));
+    setMaximumWidth(Scaled(kMostWidth));
+    setSizeAdjustPolicy(QComboBox::AdjustToContents);
+    setPhones({});
+}
+
+void PhonePicker::setPhones(const QList<PhoneEntry> &phones)
+{
+    hidePopup(); // else the lines would move under the user's pointer
+    clear();
+    addItem(u"Выберите iPhone"_s);
+    for (const PhoneEntry &phone : phones) {
+        addItem(PhoneTitle(phone), phone.id);
+        setItemData(count() - 1, WholeTextTip(PhoneTitle(phone)), Qt::ToolTipRole);
+    }
 }
 
 void PhonePicker::initStyleOption(QStyleOptionComboBox *option) const

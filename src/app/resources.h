@@ -8,7 +8,7 @@
 /// object.
 QString ResourcePath();
 
-/// Makes the toolkit's own texts (file chooser, context menus) Russian, as the interface is whatever the
-/// locale. They stay English where the toolkit's translations are not installed. Needs the application
+/// Makes Qt's own texts (file chooser, context menus) Russian, as the interface is whatever the
+/// locale. They stay English where Qt's translations are not installed. Needs the application
 /// object; main thread.
 void InstallRussianTexts();

@@ -46,13 +46,13 @@ void cleanUp()
     std::_Exit(0);
 }
 
-// What the toolkit says while it looks for a display.
+// What Qt says while it looks for a display.
 QByteArray startMessages;
 
-// The toolkit aborts when it finds no display: the user gets a sentence, and then the toolkit's own reasons.
+// Qt aborts when it finds no display: the user gets a sentence, and then Qt's own reasons.
 void explainMissingDisplay(QtMsgType type, const QMessageLogContext &context, const QString &message)
 {
-    static std::mutex mutex; // the toolkit's own threads speak, too
+    static std::mutex mutex; // Qt's own threads speak, too
     const std::lock_guard lock(mutex);
     startMessages += qFormatLogMessage(type, context, message).toUtf8() + '\n';
     if (type != QtFatalMsg)
@@ -74,7 +74,7 @@ void quitWhenAsked(int)
 
 int RunWindow(int &argc, char **argv, const WindowedOptions &options)
 {
-    // The toolkit's choosers would keep sizes and folders in a file that all its programs share: written on
+    // Qt's choosers would keep sizes and folders in a file that all its programs share: written on
     // the main thread, and as long as any program holds the file's lock, the window would stand still. Where
     // no file can be made they keep nothing, and wait for nobody.
     QSettings::setPath(QSettings::NativeFormat, QSettings::UserScope, u"/dev/null"_s);
@@ -89,11 +89,11 @@ int RunWindow(int &argc, char **argv, const WindowedOptions &options)
     QApplication::setWindowIcon(QIcon(u":/AppLogo.png"_s));
     InstallRussianTexts();
 
-    std::atexit(cleanUp); // the toolkit leaves by exit() when the display goes away
+    std::atexit(cleanUp); // Qt leaves by exit() when the display goes away
     OnEndSignals(quitWhenAsked);
     ZarvoApp controller(resources);
     controller.applicationDidFinishLaunching();
-    const QStringList arguments = QApplication::arguments().mid(1); // less those that the toolkit takes
+    const QStringList arguments = QApplication::arguments().mid(1); // less those that Qt takes
     if (arguments.size() == 1)
         controller.setIPA(arguments.first());
     if (options.launched)

@@ -14,7 +14,7 @@ namespace {
 // Initialised before main(), hence on the main thread.
 const std::thread::id kMainThread = std::this_thread::get_id();
 
-// The blocks cross between the threads in a queue of our own, under our own mutex; the toolkit only carries
+// The blocks cross between the threads in a queue of our own, under our own mutex; Qt only carries
 // the wake-up.
 class MainQueue : public QObject
 {

@@ -164,7 +164,7 @@ std::optional<PrivateFolder> PrivateFolder::create(const QString &parent, const 
 
 std::optional<PrivateFolder> PrivateFolder::createTemporary(Error *error)
 {
-    // For a folder that is not there the toolkit gives the empty text, which would be the current folder.
+    // For a folder that is not there Qt gives the empty text, which would be the current folder.
     const QString folder = QDir::tempPath();
     return create(folder.isEmpty() ? qEnvironmentVariable("TMPDIR") : folder, {}, error);
 }

@@ -1,6 +1,5 @@
 #include "device/device_tool_client.h"
 
-#include "app/zarvo_app.h"
 #include "core/tool_output.h"
 
 using namespace Qt::StringLiterals;
@@ -33,18 +32,8 @@ std::optional<DeviceReply> JudgeDeviceRun(const ToolResult &result, Error *error
     return std::nullopt;
 }
 
-QList<PhoneEntry> DiscoveredPhones(const std::optional<ToolResult> &result, Error *error)
+std::optional<DeviceReply> device(Job &job, const QStringList &arguments, Error *error)
 {
-    if (!result)
-        return {};
-    const std::optional<DeviceReply> reply = JudgeDeviceRun(*result, error);
-    return reply ? reply->devices : QList<PhoneEntry>();
-}
-
-std::optional<DeviceReply> ZarvoApp::device(const QStringList &arguments, Error *error)
-{
-    const auto result = command(u"devicezarvo"_s, arguments, kRequestTimeout, {}, error);
-    if (!result)
-        return std::nullopt;
-    return JudgeDeviceRun(*result, error);
+    const auto result = job.command(u"devicezarvo"_s, arguments, kRequestTimeout, {}, error);
+    return result ? JudgeDeviceRun(*result, error) : std::nullopt;
 }

@@ -1,7 +1,8 @@
-// Judging what `devicezarvo` answered. Plain functions, any thread.
+// Asking `devicezarvo`, and judging what it answered. Any thread.
 #pragma once
 
 #include "core/error.h"
+#include "core/job.h"
 #include "core/tool_runner.h"
 #include "device/device_records.h"
 
@@ -14,6 +15,6 @@ std::optional<DeviceReply> LastDeviceReply(const ToolResult &result);
 /// the answer has an `error` key, with that text or, lacking one, with the advice to unlock the phone.
 std::optional<DeviceReply> JudgeDeviceRun(const ToolResult &result, Error *error = nullptr);
 
-/// The phones that a poll found: none whenever the run failed in any way (`result` absent: it did not end).
-/// Says in `error` why there is no answer, unless the run has said so itself by being absent.
-QList<PhoneEntry> DiscoveredPhones(const std::optional<ToolResult> &result, Error *error = nullptr);
+/// Makes an ordinary request and returns its answer. Fails when the tool could not run to its end, and as
+/// JudgeDeviceRun does. Blocks.
+std::optional<DeviceReply> device(Job &job, const QStringList &arguments, Error *error = nullptr);

@@ -1,6 +1,6 @@
 #include "device/history_writer.h"
 
-#include "app/background.h"
+#include "core/background.h"
 #include "core/private_folder.h"
 #include "core/whole_file.h"
 #include "ipa/held_file.h"
@@ -42,7 +42,7 @@ void replaceStored(const QVariantList &history)
 
 constexpr int kLinksFollowed = 40; // as the system does
 
-// By its name, because the toolkit is told to keep settings of its own elsewhere, which goes for all that are
+// By its name, because Qt is told to keep settings of its own elsewhere, which goes for all that are
 // not named.
 QString settingsFile()
 {
@@ -92,7 +92,7 @@ bool isSame(const QSettings &one, const QSettings &other)
            });
 }
 
-// The settings with this history in them, as the toolkit writes them: where nothing is lost and nobody waits,
+// The settings with this history in them, as Qt writes them: where nothing is lost and nobody waits,
 // because for a lock it waits without end, and a disk that is full makes it leave a cut file without a word.
 std::optional<QByteArray> withHistory(const QByteArray &settings, const QVariantList &history,
                                       const QString &folder)

@@ -14,8 +14,8 @@ class HistoryWriter
 {
 public:
     /// Main thread; returns at once. The settings keep whatever else they hold; of two programs that write at
-    /// once the last one's stands, whole. What cannot be written leaves the old settings as they were, without
-    /// a word: the next change is stored with it.
+    /// once the last one's stands, whole. What cannot be written leaves the old settings as they were,
+    /// without a word: the next change is stored with it.
     void store(QVariantList history, Background &background);
 
     /// What is stored; any thread. Waits for nothing but the disk.

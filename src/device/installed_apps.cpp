@@ -1,14 +1,9 @@
 #include "device/installed_apps.h"
 
-#include "app/apps_table_model.h"
-#include "app/shown_text.h"
-#include "app/zarvo_app.h"
+#include "core/shown_text.h"
+#include "device/device_tool_client.h"
 
-#include <QItemSelectionModel>
-#include <QLabel>
-#include <QLineEdit>
 #include <QLocale>
-#include <QTableView>
 
 #include <unicode/coll.h>
 #include <unicode/unistr.h>
@@ -107,26 +102,25 @@ QString SearchKey(const QString &text)
     return fromICU(folded).normalized(QString::NormalizationForm_C);
 }
 
-QList<AppSearchKeys> MakeSearchKeys(const QList<AppRow> &apps)
+SearchableApps MakeSearchable(const QList<AppRow> &rows)
 {
-    QList<AppSearchKeys> keys;
-    keys.reserve(apps.size());
-    for (const AppRow &app : apps)
-        keys.append({SearchKey(app.name), SearchKey(app.id)});
-    return keys;
+    SearchableApps apps{rows, {}};
+    apps.keys.reserve(rows.size());
+    for (const AppRow &row : rows)
+        apps.keys.append({SearchKey(row.name), SearchKey(row.id)});
+    return apps;
 }
 
-QList<AppRow> FilterApps(const QList<AppRow> &apps, const QList<AppSearchKeys> &keys, const QString &text)
+std::vector<qsizetype> MatchingApps(const SearchableApps &apps, const QString &text)
 {
-    if (text.isEmpty())
-        return apps;
     const QString wanted = SearchKey(text);
-    QList<AppRow> rows;
-    for (qsizetype i = 0; i < apps.size(); ++i) {
-        if (keys[i].name.contains(wanted) || keys[i].id.contains(wanted))
-            rows.append(apps[i]);
+    std::vector<qsizetype> positions;
+    positions.reserve(static_cast<size_t>(apps.rows.size()));
+    for (qsizetype i = 0; i < apps.rows.size(); ++i) {
+        if (text.isEmpty() || apps.keys[i].name.contains(wanted) || apps.keys[i].id.contains(wanted))
+            positions.push_back(i);
     }
-    return rows;
+    return positions;
 }
 
 std::optional<AppRow> FindApp(const QList<AppRow> &apps, const QString &id)
@@ -155,142 +149,12 @@ QString EmptyTableText(bool isRead, bool hasApps, const QString &trouble)
     return hasApps ? u"Ничего не найдено"_s : u"На iPhone нет приложений"_s;
 }
 
-void ZarvoApp::reloadApps()
+std::optional<InstalledApps> readAppsWorker(Job &job, const QString &phone, Error *error)
 {
-    loadAppsAutomatic(true);
-}
-
-void ZarvoApp::loadAppsAutomatic(bool automatic)
-{
-    if (selectedPhone.isEmpty() || busy || auth)
-        return;
-    lastAppAttempt = QDateTime::currentDateTimeUtc();
-    const QString phone = selectedPhone;
-    const QString title = u"Чтение списка приложений…"_s;
-    if (!automatic) {
-        job(title, [this, phone](Error *error) { return readAppsWorker(phone, error); });
-        return;
-    }
-    m_refusal.clear();
-    busy = true;
-    cancelled = false;
-    updateControls();
-    setStatus(title);
-    const auto work = [this, phone] {
-        Error error;
-        const bool read = readAppsWorker(phone, &error);
-        onMain([this, read, error] { finishAppsRead(read, error); });
-    };
-    if (!m_background.run(work))
-        finishAppsRead(false, {});
-}
-
-void ZarvoApp::finishAppsRead(bool read, const Error &error)
-{
-    busy = false;
-    activeTask.set(nullptr);
-    updateControls();
-    if (read)
-        return;
-    clearDeviceSelection();
-    setStatus(
-        u"Подключите и разблокируйте iPhone, подтвердите доверие к Mac и выберите устройство заново."_s);
-    showPhoneTrouble(cancelled ? QString() : error.message);
-    pollDevice(false);
-}
-
-bool ZarvoApp::readAppsWorker(const QString &phone, Error *error)
-{
-    std::optional<DeviceReply> reply = device({u"apps"_s, phone}, error);
+    std::optional<DeviceReply> reply = device(job, {u"apps"_s, phone}, error);
     if (!reply)
-        return false;
+        return std::nullopt;
     SortByName(reply->apps);
-    const QList<AppSearchKeys> keys = MakeSearchKeys(reply->apps);
-    const std::optional<DeviceReply> info = device({u"info"_s, phone}, nullptr);
-    onMain([this, phone, read = reply->apps, keys, lines = info ? info->details : QList<DetailLine>()] {
-        if (selectedPhone != phone)
-            return;
-        apps = read;
-        m_searchKeys = keys;
-        details = lines;
-        loadedPhone = phone;
-        filterRows();
-        setStatus(u"Прочитано приложений: %1. Выберите приложение в таблице."_s.arg(apps.size()));
-    });
-    return true;
-}
-
-void ZarvoApp::setApps(const QList<AppRow> &list)
-{
-    apps = list;
-    m_searchKeys = MakeSearchKeys(list);
-}
-
-void ZarvoApp::filterRows()
-{
-    rows = FilterApps(apps, m_searchKeys, search->text());
-    reloadTable();
-    if (!selectRow(selectedApp)) {
-        selectedApp.clear();
-        setFieldText(storeID, {});
-    }
-    updateOwner();
-    updateControls();
-}
-
-void ZarvoApp::controlTextDidChange(const QLineEdit *field)
-{
-    if (m_muted == 0 && field == search)
-        filterRows();
-}
-
-int ZarvoApp::numberOfRowsInTableView() const
-{
-    return static_cast<int>(rows.size());
-}
-
-void ZarvoApp::reloadTable()
-{
-    const Muted muted(m_muted);
-    m_tableModel->reload();
-    updateTableNote();
-}
-
-void ZarvoApp::updateTableNote()
-{
-    const QString text =
-        rows.isEmpty() ? EmptyTableText(!loadedPhone.isEmpty(), !apps.isEmpty(), m_trouble) : QString();
-    m_phoneTrouble->setText(text);
-    m_phoneTrouble->setVisible(!text.isEmpty());
-}
-
-bool ZarvoApp::selectRow(const QString &id)
-{
-    const Muted muted(m_muted);
-    const auto found =
-        std::find_if(rows.begin(), rows.end(), [&](const AppRow &row) { return row.id == id; });
-    if (id.isEmpty() || found == rows.end()) {
-        table->selectionModel()->clear();
-        return false;
-    }
-    table->selectRow(static_cast<int>(found - rows.begin()));
-    return true;
-}
-
-void ZarvoApp::tableViewSelectionDidChange()
-{
-    if (m_muted > 0)
-        return;
-    const QModelIndexList selected = table->selectionModel()->selectedRows();
-    const int index = selected.isEmpty() ? -1 : selected.first().row();
-    const AppRow row = index >= 0 && index < numberOfRowsInTableView() ? rows[index] : AppRow();
-    selectedApp = row.id;
-    setFieldText(storeID, row.storeID);
-    updateOwner();
-    updateControls();
-}
-
-void ZarvoApp::updateOwner()
-{
-    ownerLabel->setText(OwnerText(target()));
+    const std::optional<DeviceReply> info = device(job, {u"info"_s, phone});
+    return InstalledApps{MakeSearchable(reply->apps), info ? info->details : QList<DetailLine>()};
 }

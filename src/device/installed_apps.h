@@ -1,10 +1,12 @@
-// The list of installed apps: its order, its filter and the line that describes the chosen one. Plain
-// functions, any thread.
+// The list of installed apps: reading it, its order, its filter and the line that describes the chosen one.
+// Any thread.
 #pragma once
 
+#include "core/job.h"
 #include "device/device_records.h"
 
 #include <optional>
+#include <vector>
 
 /// Sorts by name as the user's language does, without regard to case; equal names keep their order.
 void SortByName(QList<AppRow> &apps);
@@ -20,11 +22,17 @@ struct AppSearchKeys
     QString id;
 };
 
-QList<AppSearchKeys> MakeSearchKeys(const QList<AppRow> &apps);
+/// Apps with their searchable texts, one for each row.
+struct SearchableApps
+{
+    QList<AppRow> rows;
+    QList<AppSearchKeys> keys;
+};
 
-/// The rows of `apps` (whose prepared texts are `keys`) that hold `text` in their name or identifier, in
-/// their order; all when `text` is empty.
-QList<AppRow> FilterApps(const QList<AppRow> &apps, const QList<AppSearchKeys> &keys, const QString &text);
+SearchableApps MakeSearchable(const QList<AppRow> &rows);
+
+/// The positions of those that hold `text` in their name or identifier, in their order; all when it is empty.
+std::vector<qsizetype> MatchingApps(const SearchableApps &apps, const QString &text);
 
 /// The first row with this identifier, or none.
 std::optional<AppRow> FindApp(const QList<AppRow> &apps, const QString &id);
@@ -35,3 +43,13 @@ QString EmptyTableText(bool isRead, bool hasApps, const QString &trouble);
 
 /// The description of the chosen app, or the request to choose one.
 QString OwnerText(const std::optional<AppRow> &app);
+
+/// What a phone tells of its apps, and of itself with them.
+struct InstalledApps
+{
+    SearchableApps apps; ///< sorted by name
+    QList<DetailLine> details;
+};
+
+/// Reads the apps and the details of `phone`; details that cannot be had are no failure. Blocks.
+std::optional<InstalledApps> readAppsWorker(Job &job, const QString &phone, Error *error = nullptr);

@@ -52,7 +52,7 @@ struct FreeKeyboard
     void operator()(XkbDescPtr keyboard) const { ::XkbFreeKeyboard(keyboard, XkbAllComponentsMask, True); }
 };
 
-// A connection of its own: the events that it needs are no business of the toolkit's, and go with it.
+// A connection of its own: the events that it needs are no business of Qt's, and go with it.
 class X11InputSource final : public InputSource
 {
 public:

@@ -8,7 +8,7 @@
 /// The text in the clipboard or in the primary selection, with its line breaks; empty when there is none.
 /// Main thread only.
 ///
-/// The toolkit is asked where nothing else can be: it makes copies of what it is given, and pieces of those
+/// Qt is asked where nothing else can be: it makes copies of what it is given, and pieces of those
 /// may stay in memory that it has given back. On X11 the text of another program does not pass through it.
 SecretText SecretFromClipboard(QClipboard::Mode mode);
 

@@ -1,7 +1,7 @@
 #include "signin/sign_in_window.h"
 
-#include "app/view_factories.h"
 #include "signin/sign_in_session.h"
+#include "views/view_factories.h"
 
 #include <QDesktopServices>
 #include <QEvent>

@@ -1,10 +1,12 @@
-// To which account is the store tool signed in? A plain function, any thread.
+// To which account is the store tool signed in?
 #pragma once
+
+#include "core/job.h"
 
 #include <QString>
 
 #include <optional>
 
-/// The e-mail in the first JSON object of `output` whose `success` is true (empty when it has none); none
-/// when no object confirms the sign-in.
-std::optional<QString> ConfirmedAccount(const QString &output);
+/// Asks the store tool. Returns the account's e-mail, empty when the tool knows none; fails when it confirms
+/// no sign-in. The e-mail becomes one of the job's secrets. Blocks, any thread.
+std::optional<QString> accountWorker(Job &job, Error *error = nullptr);

@@ -1,20 +1,17 @@
 #include "store/app_download.h"
 
-#include "app/shown_text.h"
-#include "app/zarvo_app.h"
 #include "core/ipa_file_naming.h"
 #include "core/private_folder.h"
+#include "core/shown_text.h"
 #include "core/tool_output.h"
 #include "ipa/ipa_publishing.h"
 #include "ipa/ipa_validation.h"
+#include "store/purchase_lookup.h"
 #include "store/store_failure_messages.h"
+#include "store/store_tool_client.h"
 
-#include <QCheckBox>
 #include <QDir>
 #include <QFile>
-#include <QFileInfo>
-#include <QLabel>
-#include <QLineEdit>
 #include <QLocale>
 
 #include <algorithm>
@@ -39,6 +36,39 @@ bool isEmptyFolder(const QString &folder)
 {
     std::error_code unreadable;
     return std::filesystem::is_empty(toPath(folder), unreadable);
+}
+
+// The tool saves into `file` in the private `folder`.
+bool fetch(Job &job, const AppRow &row, const QString &numericID, const QString &folder, const QString &file,
+           bool exact, Error *error)
+{
+    QString identifier = numericID;
+    if (identifier.isEmpty()) {
+        const auto found = purchaseID(job, row, error);
+        if (!found)
+            return false;
+        identifier = *found;
+    }
+    job.setStatus(u"Загрузка: %1"_s.arg(ShownName(row.name)));
+    const auto start = Clock::now();
+    auto lastReport = Clock::time_point::min();
+    bool hasSaved = false;
+    const auto progress = [&] {
+        const auto now = Clock::now();
+        if (lastReport != Clock::time_point::min() && now - lastReport < kProgressPeriod)
+            return;
+        lastReport = now;
+        hasSaved = hasSaved || !isEmptyFolder(folder);
+        job.setTransfer(
+            ProgressText(FolderSize(folder), std::chrono::duration_cast<std::chrono::seconds>(now - start)));
+    };
+    Error failure;
+    if (store(job, DownloadArguments(row, identifier, file, exact), kDownloadTimeout, progress, &failure))
+        return true;
+    // A download shows that it is alive by what it saves.
+    if (failure.kind == Error::Kind::TimedOut || failure.kind == Error::Kind::Mute)
+        failure.advice = hasSaved || !isEmptyFolder(folder) ? QString() : MuteToolAdvice();
+    return Fail(error, failure);
 }
 
 } // namespace
@@ -91,7 +121,7 @@ QString ProgressText(qint64 bytes, std::chrono::seconds elapsed)
 {
     constexpr qint64 kilobyte = 1000;
     constexpr qint64 megabyte = 1'000'000; // below it a fraction would only flicker
-    // The toolkit's word for single bytes knows no numeral ("0 байты").
+    // Qt's word for single bytes knows no numeral ("0 байты").
     const QString size =
         bytes < kilobyte ? u"%1 Б"_s.arg(bytes)
                          : QLocale(QLocale::Russian)
@@ -99,25 +129,25 @@ QString ProgressText(qint64 bytes, std::chrono::seconds elapsed)
     return u"Получено %1 • %2 с"_s.arg(size).arg(elapsed.count());
 }
 
-std::optional<QString> ZarvoApp::downloadWorker(const AppRow &row, const QString &numericID,
-                                                const QString &directory, bool exact, Error *error)
+std::optional<QString> downloadWorker(Job &job, const AppRow &row, const QString &numericID,
+                                      const QString &directory, bool exact, Error *error)
 {
-    if (cancelled)
+    if (job.isCancelled())
         return std::nullopt;
     const auto folder = PrivateFolder::create(directory, u".zarvo-"_s, error);
     if (!folder)
         return std::nullopt;
     const QString file = folder->filePath(u"download.ipa"_s);
     Error failure;
-    const bool fetched = fetch(row, numericID, folder->path(), file, exact, &failure);
-    if (cancelled) // what a tool says that was asked to end is no reason
+    const bool fetched = fetch(job, row, numericID, folder->path(), file, exact, &failure);
+    if (job.isCancelled()) // what a tool says that was asked to end is no reason
         return std::nullopt;
     if (!fetched) {
         Fail(error, failure);
         return std::nullopt;
     }
 
-    setStatus(u"Проверка IPA: %1"_s.arg(ShownName(row.name)));
+    job.setStatus(u"Проверка IPA: %1"_s.arg(ShownName(row.name)));
     const auto info = ZarvoValidateIPA(toPath(file), row.id, error);
     if (!info)
         return std::nullopt;
@@ -127,84 +157,10 @@ std::optional<QString> ZarvoApp::downloadWorker(const AppRow &row, const QString
                  u"Apple вернула другую версию. IPA не принят как точная копия установленной версии."_s));
         return std::nullopt;
     }
-    if (cancelled)
+    if (job.isCancelled())
         return std::nullopt;
     const QString saved = QDir(directory).filePath(ZarvoFilename(row.name, info->version));
     if (!ZarvoPublishIPA(toPath(file), toPath(saved), *info, error))
         return std::nullopt;
     return saved;
-}
-
-bool ZarvoApp::fetch(const AppRow &row, const QString &numericID, const QString &folder, const QString &file,
-                     bool exact, Error *error)
-{
-    QString identifier = numericID;
-    if (identifier.isEmpty()) {
-        const auto found = purchaseID(row, error);
-        if (!found)
-            return false;
-        identifier = *found;
-    }
-    setStatus(u"Загрузка: %1"_s.arg(ShownName(row.name)));
-    const auto start = Clock::now();
-    auto lastReport = Clock::time_point::min();
-    bool hasSaved = false;
-    const auto progress = [&] {
-        const auto now = Clock::now();
-        if (lastReport != Clock::time_point::min() && now - lastReport < kProgressPeriod)
-            return;
-        lastReport = now;
-        hasSaved = hasSaved || !isEmptyFolder(folder);
-        setTransfer(
-            ProgressText(FolderSize(folder), std::chrono::duration_cast<std::chrono::seconds>(now - start)));
-    };
-    Error failure;
-    if (store(DownloadArguments(row, identifier, file, exact), kDownloadTimeout, progress, &failure))
-        return true;
-    // A download shows that it is alive by what it saves.
-    if (failure.kind == Error::Kind::TimedOut || failure.kind == Error::Kind::Mute)
-        failure.advice = hasSaved || !isEmptyFolder(folder) ? QString() : MuteToolAdvice();
-    return Fail(error, failure);
-}
-
-void ZarvoApp::download()
-{
-    const std::optional<AppRow> row = target();
-    if (!row)
-        return;
-    // Taken now: the window lives on while the folder is chosen, and a phone that goes takes the field's text
-    // with it.
-    const auto start = [this, row = *row, identifier = storeID->text(), exact = exactVersion->isChecked()](
-                           const QString &folder) { downloadInto(folder, row, identifier, exact); };
-    chooseDirectory(u"IPA будет загружен с серверов Apple через аккаунт владельца."_s, start);
-}
-
-void ZarvoApp::downloadInto(const QString &folder, const AppRow &row, const QString &identifier, bool exact)
-{
-    const std::optional<QString> typed = TypedStoreID(identifier);
-    if (!typed) {
-        setStatus(u"ID App Store должен быть положительным целым числом."_s);
-        return;
-    }
-    job(u"Проверка входа перед загрузкой…"_s, [this, row, numericID = *typed, folder, exact](Error *error) {
-        const auto email = accountWorker(error);
-        if (!email)
-            return false;
-        const auto file = downloadWorker(row, numericID, folder, exact, error);
-        if (!file)
-            return false;
-        onMain([this, email = *email, file = *file] { showDownload(email, file); });
-        return true;
-    });
-}
-
-void ZarvoApp::showDownload(const QString &email, const QString &file)
-{
-    const QString name = ShownName(QFileInfo(file).fileName());
-    showAccount(email);
-    ipa = file;
-    lastDownload = file;
-    ipaLabel->setText(name);
-    setStatus(u"IPA сохранён: %1"_s.arg(name));
-    setTransfer(file);
 }

@@ -1,6 +1,7 @@
-// The rules of downloading one app. Plain functions, any thread.
+// Downloading one app: the rules and the worker. Any thread.
 #pragma once
 
+#include "core/job.h"
 #include "device/device_records.h"
 
 #include <QString>
@@ -28,3 +29,10 @@ qint64 FolderSize(const QString &folder);
 
 /// The progress line: `bytes` in decimal units, and whole seconds.
 QString ProgressText(qint64 bytes, std::chrono::seconds elapsed);
+
+/// Downloads the app of `row` into the folder `directory` and returns the path of the saved IPA: looks its
+/// store identifier up where `numericID` is empty, checks what came, insists on the installed version when
+/// `exact`, and publishes it under the name of the app and of the version that came. Whatever happens,
+/// nothing but that file is left in the folder. A cancelled job fails without an error. Blocks.
+std::optional<QString> downloadWorker(Job &job, const AppRow &row, const QString &numericID,
+                                      const QString &directory, bool exact, Error *error = nullptr);

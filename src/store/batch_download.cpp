@@ -1,10 +1,8 @@
 #include "store/batch_download.h"
 
-#include "app/desktop_services.h"
-#include "app/zarvo_app.h"
 #include "core/whole_file.h"
+#include "store/app_download.h"
 
-#include <QCheckBox>
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
@@ -112,42 +110,21 @@ bool WriteBatchReport(const QString &folder, const QByteArray &report, Error *er
     return WriteWholeFile(QDir(folder).filePath(kReportName.toString()), report, error);
 }
 
-void ZarvoApp::downloadAll()
-{
-    const QList<AppRow> all = apps;
-    if (all.isEmpty())
-        return;
-    const auto start = [this, all](const QString &folder) {
-        const bool exact = exactVersion->isChecked();
-        job(u"Проверка входа…"_s, [this, all, exact, folder](Error *error) {
-            return accountWorker(error) && downloadEach(all, folder, exact, error);
-        });
-    };
-    chooseDirectory(
-        u"Будет обработан весь список: %1 приложений. Недоступные приложения будут отмечены в отчёте."_s.arg(
-            all.size()),
-        start);
-}
-
-bool ZarvoApp::downloadEach(const QList<AppRow> &all, const QString &parent, bool exact, Error *error)
+std::optional<BatchOutcome> downloadEach(Job &job, const QList<AppRow> &all, const QString &parent,
+                                         bool exact, Error *error)
 {
     const auto folder = makeBatchFolder(parent, error);
     if (!folder)
-        return false;
-    const StayAwake awake(u"Загрузка приложений"_s, m_background);
+        return std::nullopt;
     QList<BatchEntry> report = NewBatchReport(all);
-    for (qsizetype i = 0; i < all.size() && !cancelled; ++i) {
+    for (qsizetype i = 0; i < all.size() && !job.isCancelled(); ++i) {
         Error failure;
-        const auto file = downloadWorker(all[i], all[i].storeID, *folder, exact, &failure);
-        NoteOutcome(report[i], file.value_or(QString()), failure, cancelled);
+        const auto file = downloadWorker(job, all[i], all[i].storeID, *folder, exact, &failure);
+        NoteOutcome(report[i], file.value_or(QString()), failure, job.isCancelled());
         if (!WriteBatchReport(*folder, BatchReportJSON(report), error))
-            return false;
-        if (cancelled || failure.kind == Error::Kind::SignInNeeded)
+            return std::nullopt;
+        if (job.isCancelled() || failure.kind == Error::Kind::SignInNeeded)
             break;
     }
-    const QString summary = BatchSummary(report);
-    setStatus(summary);
-    setTransfer(*folder);
-    onMain([this, summary] { notifyUnlessWatched(summary); });
-    return true;
+    return BatchOutcome{*folder, BatchSummary(report)};
 }

@@ -1,7 +1,8 @@
-// The report of a download of all apps. Plain functions, any thread.
+// Downloading all apps of a phone, with a report. Any thread.
 #pragma once
 
 #include "core/error.h"
+#include "core/job.h"
 #include "device/device_records.h"
 
 #include <QByteArray>
@@ -40,3 +41,16 @@ QString BatchSummary(const QList<BatchEntry> &entries);
 /// and on the disk when this returns, where that can be had. On failure a former report stays as it was.
 /// Blocks.
 bool WriteBatchReport(const QString &folder, const QByteArray &report, Error *error = nullptr);
+
+/// Where the files of a batch are, and its closing line.
+struct BatchOutcome
+{
+    QString folder;
+    QString summary;
+};
+
+/// Downloads `all` one after another into a new folder within `parent`, whose report.json is written after
+/// each. An app that cannot be had is noted and does not end the batch, unless the store wants a new sign-in.
+/// Fails when the folder cannot be made or the report not be written. Blocks.
+std::optional<BatchOutcome> downloadEach(Job &job, const QList<AppRow> &all, const QString &parent,
+                                         bool exact, Error *error = nullptr);

@@ -121,31 +121,10 @@ bool tellsOfFailure(const QJsonObject &object)
            std::find(levels.begin(), levels.end(), level) != levels.end();
 }
 
-/// What the tool reported in its JSON: its errors, else the messages of what went wrong; nothing when it
-/// spoke no JSON. Joined as they come: a list of millions of short texts would be many times their size.
-std::optional<QString> reportedErrors(const QString &output)
+void append(QString &joined, bool &any, const QString &text)
 {
-    const auto append = [](QString &joined, bool &any, const QString &text) {
-        joined += any ? u" • "_s + text : text;
-        any = true;
-    };
-    QString errors;
-    QString messages;
-    bool hasObjects = false;
-    bool hasErrors = false;
-    bool hasMessages = false;
-    VisitJSON(output, [&](const QJsonObject &object) {
-        hasObjects = true;
-        if (const QString error = object["error"_L1].toString(); !error.isEmpty())
-            append(errors, hasErrors, error);
-        const QJsonValue message = object["message"_L1];
-        if (!hasErrors && message.isString() && tellsOfFailure(object))
-            append(messages, hasMessages, message.toString());
-        return true;
-    });
-    if (!hasObjects)
-        return std::nullopt;
-    return hasErrors ? errors : messages;
+    joined += any ? u" • "_s + text : text;
+    any = true;
 }
 
 /// Blanks, control and format characters are what separates words.
@@ -189,8 +168,35 @@ QString RedactSecrets(const QString &text, const KnownSecrets &known)
     return withoutKnownSecrets(redacted);
 }
 
+void ReportedErrors::take(const QJsonObject &object)
+{
+    m_hasObjects = true;
+    if (const QString error = object["error"_L1].toString(); !error.isEmpty())
+        append(m_errors, m_hasErrors, error);
+    const QJsonValue message = object["message"_L1];
+    if (!m_hasErrors && message.isString() && tellsOfFailure(object))
+        append(m_messages, m_hasMessages, message.toString());
+}
+
+std::optional<QString> ReportedErrors::text() const
+{
+    if (!m_hasObjects)
+        return std::nullopt;
+    return m_hasErrors ? m_errors : m_messages;
+}
+
+QString SafeDiagnostic(const ToolResult &result, const std::optional<QString> &reported,
+                       const KnownSecrets &known)
+{
+    return singleLine(RedactSecrets(reported ? *reported : result.out + u'\n' + result.err, known));
+}
+
 QString ZarvoSafeStoreDiagnostic(const ToolResult &result, const KnownSecrets &known)
 {
-    const QString raw = result.out + u'\n' + result.err;
-    return singleLine(RedactSecrets(reportedErrors(raw).value_or(raw), known));
+    ReportedErrors errors;
+    VisitJSON(result.out + u'\n' + result.err, [&errors](const QJsonObject &object) {
+        errors.take(object);
+        return true;
+    });
+    return SafeDiagnostic(result, errors.text(), known);
 }

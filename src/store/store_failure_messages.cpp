@@ -73,16 +73,15 @@ constexpr std::array<QStringView, 4> foreignTool{u"unknown command", u"unknown f
 
 QString ZarvoStoreFailure(const ToolResult &result, const KnownSecrets &known)
 {
-    return StoreRunError(result, known).message;
+    return StoreRunError(result.code, ZarvoSafeStoreDiagnostic(result, known)).message;
 }
 
-Error StoreRunError(const ToolResult &result, const KnownSecrets &known)
+Error StoreRunError(int code, const QString &diagnostic)
 {
-    const QString diagnostic = ZarvoSafeStoreDiagnostic(result, known);
     const QString reason =
         diagnostic.isEmpty() ? u"Модуль не передал описание ошибки."_s : u"Причина: "_s + diagnostic;
     const Advice &advice = adviceFor(diagnostic);
-    return {advice.text.toString() + u"\n\nКод модуля: "_s + QString::number(result.code) + u". "_s + reason,
+    return {advice.text.toString() + u"\n\nКод модуля: "_s + QString::number(code) + u". "_s + reason,
             ForeignToolAdvice(diagnostic), advice.kind};
 }
 

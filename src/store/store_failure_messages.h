@@ -11,9 +11,9 @@
 /// gets further. Never empty. Any thread.
 QString ZarvoStoreFailure(const ToolResult &result, const KnownSecrets &known = {});
 
-/// The same message as an error, with its kind and, where the tool is at fault, what to do about that. Any
-/// thread.
-Error StoreRunError(const ToolResult &result, const KnownSecrets &known = {});
+/// The same message from the exit `code` and a redacted `diagnostic`, as an error with its kind and, where
+/// the tool is at fault, what to do about that. Any thread.
+Error StoreRunError(int code, const QString &diagnostic);
 
 /// What to do about a tool that does not know what it was told to do, by what it has `said`: it is too old,
 /// or another program. Empty when it said anything else.

@@ -1,14 +1,18 @@
 #include "store/store_tool_client.h"
 
-#include "app/zarvo_app.h"
 #include "core/tool_output.h"
+#include "store/diagnostic_redaction.h"
+#include "store/known_secrets.h"
 #include "store/store_failure_messages.h"
 
-#include <QDir>
+#include <QJsonArray>
+#include <QJsonObject>
 
 using namespace Qt::StringLiterals;
 
 namespace {
+
+constexpr qsizetype kMostPurchases = 20'000;
 
 bool saysItFailed(const QJsonObject &object)
 {
@@ -16,55 +20,64 @@ bool saysItFailed(const QJsonObject &object)
     return object.contains("error"_L1) || (success != object.constEnd() && !JSONTruth(*success));
 }
 
+PurchaseList parsePurchases(const QJsonObject &object)
+{
+    const QJsonArray array = object["apps"_L1].toArray();
+    PurchaseList list;
+    list.isEmpty = array.isEmpty();
+    if (const auto total = object.constFind("totalCount"_L1); total != object.constEnd())
+        list.totalCount = IntegerValue(JSONText(*total));
+    for (const auto &element : array) {
+        const QJsonObject entry = element.toObject();
+        if (QString bundleID = JSONText(entry["bundleID"_L1]); !bundleID.isEmpty())
+            list.apps.append({JSONText(entry["id"_L1]), std::move(bundleID)});
+        if (list.apps.size() == kMostPurchases)
+            break;
+    }
+    return list;
+}
+
 } // namespace
 
-QString CombinedOutput(const ToolResult &result)
+StoreReply ParseStoreReply(const ToolResult &result)
 {
-    return result.out + u'\n' + result.err;
-}
-
-bool StoreRunSucceeded(int code, const QString &output)
-{
-    if (code != 0)
-        return false;
-    bool failed = false;
-    VisitJSON(output, [&failed](const QJsonObject &object) {
-        failed = saysItFailed(object);
-        return !failed;
+    StoreReply reply;
+    ReportedErrors errors;
+    VisitJSON(result.out + u'\n' + result.err, [&](const QJsonObject &object) {
+        errors.take(object);
+        reply.failed = reply.failed || saysItFailed(object);
+        if (!reply.account && JSONTruth(object["success"_L1]))
+            reply.account = JSONText(object["email"_L1]);
+        if (object.contains("apps"_L1) && reply.purchases.size() < kMostPurchases)
+            reply.purchases.append(parsePurchases(object));
+        return true;
     });
-    return !failed;
+    reply.reason = errors.text();
+    return reply;
 }
 
-void ZarvoApp::learnSecrets()
+bool StoreRunSucceeded(const ToolResult &result, const StoreReply &reply)
 {
-    m_known.addHomeFolder(QDir::homePath());
-    m_known.addHomeFolder(QDir(QDir::homePath()).canonicalPath());
-    m_known.addAccount(account);
-    m_known.addAccount(typedAccount);
-    for (const AppRow &app : apps)
-        m_known.addAccount(app.licenseAccount);
-    for (const PhoneEntry &phone : phones + savedPhones) {
-        m_known.addPhoneIdentifier(phone.id);
-        m_known.addPhoneName(phone.name);
-    }
-    m_known.addDetails(details);
+    return result.code == 0 && !reply.failed;
 }
 
-std::optional<QString> ZarvoApp::store(const QStringList &arguments, RunTimeout timeout,
-                                       const std::function<void()> &tick, Error *error)
+std::optional<StoreReply> store(Job &job, const QStringList &arguments, RunTimeout timeout,
+                                const std::function<void()> &tick, Error *error)
 {
     const QStringList all = QStringList{u"--non-interactive"_s, u"--format"_s, u"json"_s} + arguments;
     Error failure;
-    const auto result = command(u"ipatool"_s, all, timeout, tick, &failure);
+    const auto result = job.command(u"ipatool"_s, all, timeout, tick, &failure);
     if (!result) {
         if (failure.kind == Error::Kind::Mute)
             failure.advice = MuteToolAdvice();
         Fail(error, failure);
         return std::nullopt;
     }
-    const QString output = CombinedOutput(*result);
-    if (StoreRunSucceeded(result->code, output))
-        return output;
-    Fail(error, StoreRunError(*result, m_known));
+    StoreReply reply = ParseStoreReply(*result);
+    if (StoreRunSucceeded(*result, reply))
+        return reply;
+    const KnownSecrets none;
+    const QString diagnostic = SafeDiagnostic(*result, reply.reason, job.secrets() ? *job.secrets() : none);
+    Fail(error, StoreRunError(result->code, diagnostic));
     return std::nullopt;
 }

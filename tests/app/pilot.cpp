@@ -108,9 +108,10 @@ private:
         if (m_action == u"check" ? !isBusy() : isBusy() || picker->count() < 2)
             return;
         const bool needsPhone = kActions.at(m_action).button != nullptr;
-        if (needsPhone && picker->currentIndex() == 0)
+        if (needsPhone && picker->currentIndex() == 0) {
             picker->setCurrentIndex(1);
-        else if (!needsPhone || table->model()->rowCount() > 0)
+            Q_EMIT picker->activated(1);
+        } else if (!needsPhone || table->model()->rowCount() > 0)
             begin();
     }
 
@@ -173,7 +174,7 @@ private:
 };
 
 // ThreadSanitizer keeps a signal back while its thread waits in code that it does not know, as the main
-// thread does in the toolkit. Then the thread that serves the signals shall get them.
+// thread does in Qt. Then the thread that serves the signals shall get them.
 void leaveSignalsToTheirThread()
 {
 #ifdef __SANITIZE_THREAD__

@@ -17,8 +17,7 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-constexpr auto kProgramPatience = 30s; // for a loaded machine under a sanitizer
-constexpr int kLongestEnd = 10'000;    // ms
+constexpr int kLongestEnd = 10'000; // ms
 constexpr auto kLook = 1ms;
 
 } // namespace
@@ -39,9 +38,9 @@ PilotedProgram::~PilotedProgram()
     survivors(0ms);
 }
 
-bool PilotedProgram::waitForLine(const QByteArray &line)
+bool PilotedProgram::waitForLine(const QByteArray &line, std::chrono::milliseconds patience)
 {
-    const QDeadlineTimer limit(kProgramPatience);
+    const QDeadlineTimer limit(patience);
     while (!m_printed.contains(line + '\n')) {
         if (m_process.bytesAvailable() == 0 &&
             !m_process.waitForReadyRead(static_cast<int>(limit.remainingTime())))

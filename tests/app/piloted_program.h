@@ -25,8 +25,9 @@ public:
                const QString &archive = {});
     ~PilotedProgram();
 
-    /// Waits for a line that it prints; false when it did not come within half a minute.
-    bool waitForLine(const QByteArray &line);
+    /// Waits for a line that it prints; false when it ended or did not print it in time, by default half a
+    /// minute for a loaded machine under a sanitizer.
+    bool waitForLine(const QByteArray &line, std::chrono::milliseconds patience = std::chrono::seconds(30));
     const QByteArray &printed() const { return m_printed; }
     void signal(int number) const;
     /// Sends a line to its standard input.

@@ -1,5 +1,5 @@
-#include "app/background.h"
 #include "app/desktop_services.h"
+#include "core/background.h"
 #include "support/patience.h"
 
 #include <QDBusConnection>

@@ -74,6 +74,10 @@ constexpr QStringView kNotDownloaded = u"Загрузку выполнить н�
 constexpr QStringView kNotInstalled = u"iOS не подтвердила установку.";
 constexpr QStringView kDamaged = u"IPA повреждён или не является ZIP-архивом.";
 constexpr QStringView kNoList = u"Не удалось получить полный список файлов IPA. ";
+constexpr QStringView kLongList =
+    u"В IPA слишком много файлов: их список длиннее 16 МБ. Такой архив не принимается.";
+constexpr QStringView kKilled =
+    u"Проверка IPA прервана системой: возможно, не хватает памяти. Повторите попытку.";
 constexpr QStringView kNoInfo = u"В IPA нет корректного Info.plist.";
 constexpr QStringView kSaved = u"IPA сохранён: ";
 constexpr QStringView kNotSignedIn =
@@ -86,7 +90,7 @@ constexpr Sentences always(QStringView sentence)
 {
     return {sentence, sentence, sentence, sentence};
 }
-constexpr Sentences kListing{kTimedOut, kNoList, kNoList, kTooMuch};
+constexpr Sentences kListing{kTimedOut, kNoList, kKilled, kLongList};
 constexpr Sentences kSigningIn{kSignInTimedOut, kNotSignedIn, kNotSignedIn, kSignInTimedOut};
 
 using Beginning = bool (*)(const Program &);
@@ -122,10 +126,10 @@ const Caller kCallers[] = {
     {"purchases", kStore, u"list-purchases", 180s, kLookUp, {kTimedOut, kSaved, kNotDownloaded, kTooMuch}},
     {"download", kStore, u"download", 1200s, kDownload, {kTimedOut, kDamaged, kNotDownloaded, kTooMuch}},
     {"install", kPhone, u"install", 900s, kInstall, {kTimedOut, kNotInstalled, kNotInstalled, kTooMuch}},
-    {"unzip -t", kUnzip, u"-tqq", 300s, kDownload, {kTimedOut, kSaved, kDamaged, kDamaged}},
+    {"unzip -t", kUnzip, u"-tqq", 300s, kDownload, {kTimedOut, kSaved, kKilled, kDamaged}},
     {"unzip -Z1", kUnzip, u"-Z1", 60s, kDownload, kListing},
-    {"unzip -Zt", kUnzip, u"-Zt", 60s, kDownload, kListing},
-    {"unzip -p", kUnzip, u"-p", 60s, kDownload, {kTimedOut, kNoInfo, kNoInfo, kNoInfo}},
+    {"unzip -Zt", kUnzip, u"-Zt", 60s, kDownload, {kTimedOut, kNoList, kKilled, kTooMuch}},
+    {"unzip -p", kUnzip, u"-p", 60s, kDownload, {kTimedOut, kNoInfo, kKilled, kNoInfo}},
     {"sign-in", kStore, u"login", 300s, nullptr, kSigningIn},
     {"its code", kStore, u"code", 300s, nullptr, kSigningIn},
 };
@@ -216,9 +220,17 @@ private Q_SLOTS:
     void meets_data()
     {
         const Rows<const Behaviour *, const Caller *> row;
+        // All callers run their tools in one way: one of them meets everything, the others each way to end,
+        // and what is told apart for them by a sign of life.
         for (const Behaviour &behaviour : kBehaviours) {
-            for (const Caller &caller : kCallers)
-                row((QByteArray(caller.name) + ", " + behaviour.name).constData(), &behaviour, &caller);
+            const QByteArrayView name(behaviour.name);
+            const bool isOfEach = name == "never ends" || name == "prints half a line" ||
+                                  name == "ends of a signal" || name == "prints for ever" ||
+                                  name.startsWith("prints, ") || name.startsWith("saves, ");
+            for (const Caller &caller : kCallers) {
+                if (isOfEach || caller.word == u"download")
+                    row((QByteArray(caller.name) + ", " + name.data()).constData(), &behaviour, &caller);
+            }
         }
     }
     void meets()
@@ -318,8 +330,10 @@ private:
         EVENTUALLY_EQUAL(PrivateFoldersIn(program.temporary.path()) +
                              PrivateFoldersIn(program.destination.path(), u".zarvo-"),
                          QStringList());
-        checkWhatIsLeft(program.tools, caller, behaviour.left);
-        EVENTUALLY_EQUAL(OwnDescriptorCount(), descriptors);
+        // A chooser that is kept looks after its folder, with a thread and a descriptor.
+        const qsizetype choosers = program.window()->findChildren<QFileDialog *>().size();
+        checkWhatIsLeft(program.tools, caller, behaviour.left, choosers);
+        EVENTUALLY_EQUAL(OwnDescriptorCount(), descriptors + choosers);
     }
 
     void meetSigningIn(const Caller &caller, const Behaviour &behaviour, int signal)
@@ -349,12 +363,12 @@ private:
         QCOMPARE(!signIn.find<QLabel>("advice")->isHidden(), isMute);
         QVERIFY(signIn.isEditing());
         EVENTUALLY(signIn.running().isEmpty());
-        checkWhatIsLeft(signIn.tools, caller, 0);
+        checkWhatIsLeft(signIn.tools, caller, 0, 0);
         EVENTUALLY_EQUAL(OwnDescriptorCount(), descriptors);
     }
 
     // Whoever is left by the rules is ended here; then nobody may be, and no thread that watched over them.
-    void checkWhatIsLeft(const ScriptedTools &tools, const Caller &caller, int left)
+    void checkWhatIsLeft(const ScriptedTools &tools, const Caller &caller, int left, qsizetype choosers)
     {
         QList<pid_t> hostile;
         for (const QJsonObject &child :
@@ -368,7 +382,7 @@ private:
                 ::kill(pid, SIGKILL);
         }
         EVENTUALLY_EQUAL(OwnChildren(), QList<pid_t>());
-        EVENTUALLY_EQUAL(OwnThreadCount(), m_threads);
+        EVENTUALLY_EQUAL(OwnThreadCount(), m_threads + choosers);
     }
 
     int m_runs = 0;
@@ -383,7 +397,7 @@ int main(int argc, char **argv)
     Program::isolate();
     LoopProbe application(argc, argv);
     HostileChildrenTest test;
-    // The toolkit's warnings of what its platform cannot do would use up the messages before the figures.
+    // Qt's warnings of what its platform cannot do would use up the messages before the figures.
     return QTest::qExec(&test, LoopProbe::arguments() + QStringList{u"-maxwarnings"_s, u"0"_s});
 }
 

@@ -112,7 +112,7 @@ private:
     QString inFolder(const QString &name) const { return m_folder.filePath(name); }
     /// A fresh destination, fresh settings, and a fresh folder for temporary files. A foreign file is there,
     /// which may have the name that the download is to get. Another program holds, all the time, the lock of
-    /// the settings that all programs of the toolkit share.
+    /// the settings that all programs of Qt share.
     bool prepare(bool isInTheWay = false)
     {
         m_tmpdir = nullptr; // with what a killed program left there
@@ -171,7 +171,7 @@ private Q_SLOTS:
     {
         qputenv("QT_QPA_PLATFORM", "offscreen");
         qputenv("XDG_RUNTIME_DIR",
-                QFile::encodeName(m_folder.path())); // else the toolkit makes one in TMPDIR
+                QFile::encodeName(m_folder.path())); // else Qt makes one in TMPDIR
         for (const char *bus : {"DBUS_SESSION_BUS_ADDRESS", "DBUS_SYSTEM_BUS_ADDRESS"})
             qputenv(bus, "unix:path=/nonexistent");
         for (const auto &[name, padding] : {std::pair("small.ipa", kSmall), std::pair("large.ipa", kLarge)})

@@ -105,7 +105,7 @@ bool isChoosing()
     });
 }
 
-// Repeats what the toolkit warns of, but for what a platform without a screen cannot do, and for what its own
+// Repeats what Qt warns of, but for what a platform without a screen cannot do, and for what its own
 // chooser tells a screen reader: it counts the rows at the root of all files, not in the folder that it
 // shows.
 void tell(QtMsgType, const QMessageLogContext &, const QString &text)
@@ -117,6 +117,13 @@ void tell(QtMsgType, const QMessageLogContext &, const QString &text)
 
 /// Takes its steps for some time and notes them in a file of the resource folder. Says "walked" when the
 /// window still does its work then, else what is wrong. On the way it may quit the program.
+// As the user does it.
+void pick(QComboBox *picker, int index)
+{
+    picker->setCurrentIndex(index);
+    Q_EMIT picker->activated(index);
+}
+
 class Walker : public QObject
 {
     Q_OBJECT
@@ -371,7 +378,7 @@ private:
         if (modal)
             answer(modal);
         else if (picker->isEnabled() && one(picker->currentIndex() > 0 ? kSeldom : 1))
-            picker->setCurrentIndex(below(picker->count()));
+            pick(picker, below(picker->count()));
         else if (table->isEnabled() && apps > 0 && one(2))
             table->selectRow(below(apps));
         else
@@ -447,7 +454,7 @@ private:
         else if (picker->findData(u"LAST"_s) < 0)
             clickOn(view(u"refresh"_s));
         else if (!std::exchange(m_isChosen, true))
-            picker->setCurrentIndex(1);
+            pick(picker, 1);
         else if (!cancel->isEnabled() && view<QTableView>(u"table"_s)->model()->rowCount() == 1)
             say(u"walked"_s), QCoreApplication::quit();
     }

@@ -1,8 +1,9 @@
 // The main window, and the jobs that are seen in it.
-#include "app/shown_text.h"
-#include "app/spinner.h"
-#include "app/view_factories.h"
 #include "app/window_fixture.h"
+#include "core/shown_text.h"
+#include "support/rows.h"
+#include "views/spinner.h"
+#include "views/view_factories.h"
 
 #include <QApplication>
 #include <QClipboard>
@@ -261,18 +262,6 @@ private Q_SLOTS:
         QCOMPARE(m->status(), kNotConfirmed); // not cancelled
         QVERIFY(m->answerAlert(u"Понятно"_s));
         EVENTUALLY_EQUAL(QApplication::focusWidget(), check);
-    }
-
-    // Without it the list of phones becomes empty without a word, and the phone is to be chosen again.
-    void livesWithoutTheDeviceTool()
-    {
-        QVERIFY(m->startWithPhone());
-        QVERIFY(QFile::remove(m->tools.toolPath(u"devicezarvo"_s)));
-        m->choosePhone();
-        EVENTUALLY(!m->isBusy());
-        EVENTUALLY_EQUAL(m->phonesListed().size(), 1);
-        EVENTUALLY_EQUAL(m->status(), kConnect);
-        QVERIFY(!m->alert() && m->find("refresh")->isEnabled());
     }
 };
 

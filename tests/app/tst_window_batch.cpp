@@ -62,7 +62,9 @@ private Q_SLOTS:
         for (const int batch : {1, 2}) {
             m->find("exactVersion")->setChecked(batch == 1);
             foldersFail = batch == 2; // at the very last step, with all in its place
-            QVERIFY(m->downloadAll([](QFileDialog &chooser) {
+            QVERIFY(m->downloadAll([&](QFileDialog &chooser) {
+                QCOMPARE(chooser.directory() == QDir(m->destination.path()), batch == 2); // as typed before
+                QCOMPARE(chooser.findChild<QLineEdit *>(u"fileNameEdit"_s)->text(), QString());
                 QCOMPARE(chooser.windowTitle(), u"Будет обработан весь список: 3 приложений. Недоступные "
                                                 "приложения будут отмечены в отчёте."_s);
             }));

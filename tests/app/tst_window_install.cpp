@@ -55,7 +55,7 @@ private:
         QDragEnterEvent enter(place, possible, &data, Qt::LeftButton, {});
         QCoreApplication::sendEvent(window, &enter);
         QDragMoveEvent move(place, possible, &data, Qt::LeftButton, {});
-        move.setDropAction(enter.dropAction()); // as the toolkit's own drag goes on
+        move.setDropAction(enter.dropAction()); // as Qt's own drag goes on
         move.setAccepted(enter.isAccepted());
         QCoreApplication::sendEvent(window, &move);
         QDragLeaveEvent leave;
@@ -202,7 +202,7 @@ private Q_SLOTS:
         QVERIFY(m->startWithPhone());
         m->press("chooseIPA");
         auto *chooser = qobject_cast<QFileDialog *>(m->alert());
-        QTimer::singleShot(0, chooser, [chooser] { // in the toolkit's loop
+        QTimer::singleShot(0, chooser, [chooser] { // in Qt's loop
             QWidget *question = QApplication::activeModalWidget();
             QVERIFY(question != chooser);
             chooser->close();
@@ -252,8 +252,7 @@ private Q_SLOTS:
     {
         const Rows<QStringList, QString> row; // the arguments, what is chosen
         row("nothing given", {}, kNone);
-        row("in capitals, with an option of the toolkit", {u"-style"_s, u"fusion"_s, u"UPPER.IPA"_s},
-            u"UPPER.IPA"_s);
+        row("in capitals, with an option of Qt", {u"-style"_s, u"fusion"_s, u"UPPER.IPA"_s}, u"UPPER.IPA"_s);
         row("a check without its identifier", {u"--verify-ipa"_s, u"notes.ipa"_s}, kNone);
         row("two IPAs", {u"notes.ipa"_s, u"maps.ipa"_s}, kNone);
     }

@@ -1,8 +1,9 @@
 // The phone's details in windows of their own, and the history of phones.
-#include "app/view_factories.h"
 #include "app/window_fixture.h"
+#include "views/view_factories.h"
 
 #include <QAction>
+#include <QDrag>
 #include <QHelpEvent>
 #include <QLockFile>
 #include <QMouseEvent>
@@ -224,7 +225,7 @@ private Q_SLOTS:
         }
     }
 
-    // Another program has the lock of the settings, for which the toolkit would wait without end.
+    // Another program has the lock of the settings, for which Qt would wait without end.
     void storesBehindTheWindow()
     {
         store(QVariantList{entry(u"1"_s, u"А"_s, u"1"_s)});
@@ -274,7 +275,7 @@ private Q_SLOTS:
         QCOMPARE(openedHistory(), kEmpty);
     }
 
-    // A drag is a loop of the toolkit's, and what it comes from may be removed meanwhile.
+    // A drag is a loop of Qt's, and what it comes from may be removed meanwhile.
     void letsNothingBeDraggedAway()
     {
         QVERIFY(m->startWithApps() && m->perform("infoButton"));

@@ -5,14 +5,10 @@
 #include "ipa_writer.h"
 #include "support/files.h"
 
-#include <QDir>
-#include <QJsonArray>
-#include <QJsonDocument>
 #include <QSettings>
 
 #include <array>
 #include <chrono>
-#include <map>
 
 using namespace Qt::StringLiterals;
 using namespace std::chrono_literals;
@@ -55,13 +51,6 @@ public:
     static void initMain() { Program::isolate(); }
 
 private Q_SLOTS:
-    void twoPrograms_data()
-    {
-        const Rows<QString> row;
-        row("the same app", u"download"_s);
-        row("all apps", u"batch"_s);
-    }
-
     void twoPrograms()
     {
         for (int round = 0; round < Rounds(3); ++round) {

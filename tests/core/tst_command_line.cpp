@@ -110,7 +110,7 @@ private Q_SLOTS:
             QVERIFY2(ended.err.startsWith(u"Zarvo: ") && ended.err.contains(u"графическ"),
                      qPrintable(ended.err));
             QVERIFY2(ended.err.contains(u"connect to display"),
-                     qPrintable(ended.err)); // the toolkit's reason
+                     qPrintable(ended.err)); // Qt's reason
         }
     }
 

@@ -17,7 +17,7 @@
 
 namespace fs = std::filesystem;
 
-/// Gone with all that is in it, names that the toolkit cannot express included.
+/// Gone with all that is in it, names that Qt cannot express included.
 class Folder
 {
 public:

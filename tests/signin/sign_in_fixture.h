@@ -115,7 +115,7 @@ private:
 private Q_SLOTS:
     void initTestCase()
     {
-        SignIn first; // what the toolkit opens once stays open
+        SignIn first; // what Qt opens once stays open
         QVERIFY(first.open() && first.start());
     }
     void init()

@@ -231,7 +231,7 @@ static int holdClipboard(const char *target)
     }
 }
 
-// The toolkit needs the display before anything else.
+// Qt needs the display before anything else.
 int main(int argc, char **argv)
 {
     if (argc == 3 && QLatin1StringView(argv[1]) == kHoldClipboard)

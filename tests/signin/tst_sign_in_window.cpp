@@ -1,10 +1,10 @@
 // The sheet itself: its sizes, its keys, what its secret fields keep and give away, and the keyboard layout
 // while a password is typed.
 #include "app/edit_commands.h"
-#include "app/view_factories.h"
 #include "signin/secret_field.h"
 #include "signin/sign_in_fixture.h"
 #include "support/rows.h"
+#include "views/view_factories.h"
 
 #include <QAccessible>
 #include <QApplication>
@@ -154,7 +154,7 @@ private Q_SLOTS:
         QCOMPARE(m->keyboard->inUse, u"us"_s);
     }
 
-    // The same keys into the field and into a masked line of the toolkit give the same text.
+    // The same keys into the field and into a masked line of Qt give the same text.
     void secretFieldEditsLikeALineEdit()
     {
         const auto keys = std::to_array<QKeyCombination>(

@@ -52,9 +52,10 @@ private Q_SLOTS:
     void judgesRuns()
     {
         const auto &[code, output, succeeded] = Row<int, QString, bool>();
-        QCOMPARE(StoreRunSucceeded(code, output), succeeded);
         // What stands last in one output and first in the other must not become one line.
-        QCOMPARE(StoreRunSucceeded(code, CombinedOutput({code, u"half"_s, output, {}})), succeeded);
+        for (const ToolResult &run :
+             {ToolResult{code, output, {}, {}}, ToolResult{code, u"half"_s, output, {}}})
+            QCOMPARE(StoreRunSucceeded(run, ParseStoreReply(run)), succeeded);
     }
 
     void findsTheAccount_data()
@@ -71,7 +72,7 @@ private Q_SLOTS:
     void findsTheAccount()
     {
         const auto &[output, email] = Row<QString, std::optional<QString>>();
-        QCOMPARE(ConfirmedAccount(output), email);
+        QCOMPARE(ParseStoreReply({.out = output}).account, email);
     }
 
     void searchesPurchases_data()
@@ -95,7 +96,7 @@ private Q_SLOTS:
     void searchesPurchases()
     {
         const auto &[output, page, verdict, id] = Row<QString, int, Verdict, QString>();
-        const PurchaseSearch found = SearchPurchases(output, u"a.b"_s, page);
+        const PurchaseSearch found = SearchPurchases(ParseStoreReply({.out = output}), u"a.b"_s, page);
         QCOMPARE(found.verdict, verdict);
         QCOMPARE(found.id, id);
     }
@@ -129,7 +130,8 @@ private Q_SLOTS:
     // An app that the phone gave no identifier must not be taken for a purchase without one.
     void findsNothingForAnAppWithoutIdentifier()
     {
-        QVERIFY(SearchPurchases(uR"({"apps":[{"id":5}]})"_s, {}, 1).verdict == Verdict::GoOn);
+        QVERIFY(SearchPurchases(ParseStoreReply({.out = uR"({"apps":[{"id":5}]})"_s}), {}, 1).verdict ==
+                Verdict::GoOn);
     }
 
     void asksByIdentifiersThatAreNumbers()
@@ -160,9 +162,8 @@ private Q_SLOTS:
         takePeakMemory();
         const qint64 before = takePeakMemory();
         QVERIFY(before > 0);
-        QVERIFY(StoreRunSucceeded(0, run.out));
-        QVERIFY(!ConfirmedAccount(run.out));
-        QCOMPARE(SearchPurchases(run.out, u"a.b"_s, 1).verdict, Verdict::GoOn);
+        const StoreReply reply = ParseStoreReply(run);
+        QVERIFY(!reply.failed && !reply.account && reply.purchases.isEmpty());
         QVERIFY(ZarvoSafeStoreDiagnostic(run).isEmpty());
         QVERIFY(LastDeviceReply(run));
         const qint64 grown = takePeakMemory() - before;

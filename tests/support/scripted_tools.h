@@ -162,7 +162,7 @@ private:
 
 /// The children of this process, those that wait to be reaped included.
 QList<pid_t> OwnChildren();
-/// Both without what the toolkit keeps for its pool of threads, half a minute each.
+/// Both without what Qt keeps for its pool of threads, half a minute each.
 qsizetype OwnDescriptorCount();
 qsizetype OwnThreadCount();
 /// False for a process that has ended, also when nobody has reaped it yet.

@@ -1,10 +1,11 @@
-#include "app/wrapping_label.h"
+#include "views/wrapping_label.h"
 
-#include "app/elided_text.h"
-#include "app/view_factories.h"
+#include "views/elided_text.h"
+#include "views/view_factories.h"
 
 #include <QAbstractTextDocumentLayout>
 #include <QHelpEvent>
+#include <QMouseEvent>
 #include <QPainter>
 #include <QTextBlock>
 #include <QTextCursor>
@@ -53,6 +54,15 @@ bool WrappingLabel::event(QEvent *event)
     const bool isCut = lastLine(*laidOut(width())).has_value();
     ShowWholeText(*static_cast<QHelpEvent *>(event), this, isCut ? text() : QString());
     return true;
+}
+
+// Selected text cannot be dragged away: that would be a loop of Qt's in this label, which may be removed
+// meanwhile.
+void WrappingLabel::mousePressEvent(QMouseEvent *event)
+{
+    if (event->button() == Qt::LeftButton && !(event->modifiers() & Qt::ShiftModifier))
+        setSelection(0, 0);
+    QLabel::mousePressEvent(event);
 }
 
 void WrappingLabel::paintEvent(QPaintEvent *event)

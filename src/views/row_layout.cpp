@@ -1,4 +1,4 @@
-#include "app/row_layout.h"
+#include "views/row_layout.h"
 
 #include <algorithm>
 #include <utility>

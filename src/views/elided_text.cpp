@@ -1,4 +1,4 @@
-#include "app/elided_text.h"
+#include "views/elided_text.h"
 
 #include <QAbstractItemView>
 #include <QHelpEvent>

@@ -1,6 +1,6 @@
-#include "app/second_window.h"
+#include "views/second_window.h"
 
-#include "app/view_factories.h"
+#include "views/view_factories.h"
 
 #include <QAccessibleWidget>
 #include <QPushButton>
@@ -20,7 +20,7 @@ QList<QPushButton *> buttonsOf(const QWidget *window)
     return buttons;
 }
 
-/// The toolkit describes a plain widget to screen readers as a mere container, also where it is a window.
+/// Qt describes a plain widget to screen readers as a mere container, also where it is a window.
 class SecondWindow : public QWidget
 {
     Q_OBJECT

@@ -1,4 +1,4 @@
-#include "app/shown_text.h"
+#include "core/shown_text.h"
 
 using namespace Qt::StringLiterals;
 

@@ -1,6 +1,6 @@
-#include "app/spinner.h"
+#include "views/spinner.h"
 
-#include "app/view_factories.h"
+#include "views/view_factories.h"
 
 #include <QPainter>
 

@@ -1,13 +1,12 @@
-#include "app/view_factories.h"
+#include "views/view_factories.h"
 
-#include "app/row_layout.h"
-#include "app/wrapping_label.h"
+#include "views/row_layout.h"
+#include "views/wrapping_label.h"
 
 #include <QApplication>
 #include <QEvent>
 #include <QFontInfo>
 #include <QHBoxLayout>
-#include <QMouseEvent>
 #include <QScrollArea>
 #include <QScrollBar>
 #include <QVBoxLayout>

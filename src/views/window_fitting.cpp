@@ -1,6 +1,6 @@
-#include "app/window_fitting.h"
+#include "views/window_fitting.h"
 
-#include "app/view_factories.h"
+#include "views/view_factories.h"
 
 #include <QLayout>
 #include <QLineEdit>
