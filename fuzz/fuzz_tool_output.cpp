@@ -130,7 +130,7 @@ void checkRun(const ToolResult &run)
             "signed in is who has a success and a good end");
     checkPurchases(reply, objects);
 
-    const QString shown = StoreRunError(run).message;
+    const QString shown = ZarvoStoreFailure(run);
     Require(!shown.isEmpty() && shown.size() <= kLongestExplanation,
             "a failure has a sentence that can be shown");
 }

@@ -33,7 +33,7 @@ void ZarvoApp::showAccount(const QString &email)
 
 void ZarvoApp::login()
 {
-    if (busy || hasSheet())
+    if (busy || auth || hasSheet())
         return;
     const std::optional<AppRow> app = target();
     const QString proposed = app && !app->licenseAccount.isEmpty() ? app->licenseAccount : account;

@@ -52,7 +52,7 @@ void ZarvoApp::connectWindow()
     MainWindow *w = window.get();
     connect(w, &MainWindow::closed, qApp, &QCoreApplication::quit);
     connect(w, &MainWindow::phonePicked, this, &ZarvoApp::selectPhone);
-    connect(w, &MainWindow::searchEdited, this, &ZarvoApp::filterRows);
+    connect(w, &MainWindow::searchChanged, this, &ZarvoApp::filterRows);
     connect(w, &MainWindow::appChosen, this, &ZarvoApp::tableViewSelectionDidChange);
     connect(w, &MainWindow::informationWanted, this, &ZarvoApp::showInfo);
     connect(w, &MainWindow::refreshWanted, this, &ZarvoApp::refresh);

@@ -47,7 +47,6 @@ void ZarvoApp::showApps(const QString &phone, const InstalledApps &installed)
     details = installed.details;
     loadedPhone = phone;
     setApps(installed.apps);
-    filterRows();
     setStatus(u"Прочитано приложений: %1. Выберите приложение в таблице."_s.arg(installed.apps.rows.size()));
 }
 
@@ -66,16 +65,20 @@ void ZarvoApp::finishAppsRead(bool read, const Error &error)
 
 void ZarvoApp::setApps(const SearchableApps &apps)
 {
-    window->apps()->setApps(apps);
-    updateTableNote();
+    window->apps()->setApps(apps, window->searchText());
+    showRows();
 }
 
 void ZarvoApp::filterRows()
 {
-    AppsTableModel *apps = window->apps();
-    apps->setFilter(window->searchText());
+    window->apps()->setFilter(window->searchText());
+    showRows();
+}
+
+void ZarvoApp::showRows()
+{
     updateTableNote();
-    const int row = apps->indexOf(selectedApp);
+    const int row = window->apps()->indexOf(selectedApp);
     if (row < 0) {
         selectedApp.clear();
         window->showStoreID({});
@@ -93,12 +96,9 @@ void ZarvoApp::updateTableNote()
                                   : QString());
 }
 
-// The window also tells of what it chose itself, which is the app that is chosen already.
 void ZarvoApp::tableViewSelectionDidChange(int row)
 {
     const AppRow app = window->apps()->row(row);
-    if (app.id == selectedApp)
-        return;
     selectedApp = app.id;
     window->showStoreID(app.storeID);
     updateOwner();

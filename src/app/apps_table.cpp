@@ -54,6 +54,7 @@ AppsTable::AppsTable(QWidget *parent)
 
 void AppsTable::choose(int row)
 {
+    const QSignalBlocker quiet(this);
     if (row < 0)
         selectionModel()->clear();
     else

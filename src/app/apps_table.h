@@ -19,7 +19,7 @@ public:
     void choose(int row);
 
 Q_SIGNALS:
-    /// The chosen row has changed, by the user's hand or not; -1 when there is none.
+    /// The user has chosen this row; -1 for none.
     void chosen(int row);
 
 protected:

@@ -6,19 +6,18 @@
 
 using namespace Qt::StringLiterals;
 
-void AppsTableModel::setApps(const SearchableApps &apps)
+void AppsTableModel::setApps(const SearchableApps &apps, const QString &filter)
 {
     beginResetModel();
     m_apps = apps;
-    m_shown = MatchingApps(m_apps, m_filter);
+    m_shown = MatchingApps(m_apps, filter);
     endResetModel();
 }
 
 void AppsTableModel::setFilter(const QString &text)
 {
     beginResetModel();
-    m_filter = text;
-    m_shown = MatchingApps(m_apps, m_filter);
+    m_shown = MatchingApps(m_apps, text);
     endResetModel();
 }
 

@@ -17,8 +17,8 @@ public:
 
     using QAbstractTableModel::QAbstractTableModel;
 
-    /// Takes the place of the former apps; the filter stays. Resets the model.
-    void setApps(const SearchableApps &apps);
+    /// Takes the place of the former apps and of the filter. Resets the model.
+    void setApps(const SearchableApps &apps, const QString &filter);
     /// Shows the apps whose name or identifier holds `text`; all when it is empty. Resets the model.
     void setFilter(const QString &text);
 
@@ -36,6 +36,5 @@ public:
 
 private:
     SearchableApps m_apps;
-    QString m_filter;
     std::vector<qsizetype> m_shown; // positions in m_apps
 };

@@ -13,7 +13,7 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-constexpr QSize kSize{640, 400};
+constexpr QSize kHistorySize{640, 400};
 constexpr int kSpacing = 16;
 constexpr int kMargin = 20;
 
@@ -39,7 +39,7 @@ void addRow(QVBoxLayout *stack, QWidget *row, Qt::Alignment alignment = {})
 
 HistoryWindow::HistoryWindow(QWidget *owner)
     : QObject(owner)
-    , m_window(MakeSecondWindow(owner, u"Ранее подключённые устройства"_s, kSize))
+    , m_window(MakeSecondWindow(owner, u"Ранее подключённые устройства"_s, kHistorySize))
 {
     m_window->setObjectName(u"historyWindow"_s);
     auto *content = new FlippedView;

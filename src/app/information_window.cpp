@@ -11,7 +11,7 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-constexpr QSize kSize{680, 620};
+constexpr QSize kInformationSize{680, 620};
 constexpr double kTextSize = 14;
 constexpr int kInset = 18;
 
@@ -47,7 +47,7 @@ QWidget *OpenInformationWindow(QWidget *owner, const QString &text)
     view->document()->setDocumentMargin(Scaled(kInset));
     view->setFont(FontOfSize(kTextSize));
 
-    QWidget *shown = MakeSecondWindow(owner, u"Сведения об iPhone"_s, kSize);
+    QWidget *shown = MakeSecondWindow(owner, u"Сведения об iPhone"_s, kInformationSize);
     shown->setObjectName(u"infoWindow"_s);
     shown->setAttribute(Qt::WA_DeleteOnClose);
     auto *layout = new QVBoxLayout(shown);

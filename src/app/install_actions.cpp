@@ -5,6 +5,8 @@
 
 #include <QFileInfo>
 
+#include <utility>
+
 using namespace Qt::StringLiterals;
 
 void ZarvoApp::setIPA(const QString &file)
@@ -13,7 +15,8 @@ void ZarvoApp::setIPA(const QString &file)
         m_refusal = RefusalOf(file);
         return setStatus(m_refusal);
     }
-    m_refusal.clear();
+    if (!std::exchange(m_refusal, {}).isEmpty())
+        setStatus(prompt());
     ipa = QFileInfo(file).absoluteFilePath();
     window->showIPA(QFileInfo(file).fileName());
     updateControls();
@@ -21,7 +24,7 @@ void ZarvoApp::setIPA(const QString &file)
 
 void ZarvoApp::install()
 {
-    if (busy || hasSheet() || ipa.isEmpty() || selectedPhone.isEmpty())
+    if (busy || auth || hasSheet() || ipa.isEmpty() || selectedPhone.isEmpty())
         return;
     // Taken now: what is installed is what the question names, whatever the window shows by the time of the
     // answer.
@@ -47,10 +50,8 @@ void ZarvoApp::installConfirmed(const QString &file, const QString &phone)
 void ZarvoApp::showInstalled(const QString &phone, const QList<AppRow> &list)
 {
     // Another phone may have been chosen while the question was open; its list is not this one.
-    if (selectedPhone == phone) {
+    if (selectedPhone == phone)
         setApps(MakeSearchable(list));
-        filterRows();
-    }
     setStatus(u"Установка подтверждена. Откройте приложение на iPhone: может потребоваться Apple Account "
               "владельца лицензии."_s);
 }

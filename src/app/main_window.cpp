@@ -202,7 +202,7 @@ void MainWindow::buildContent(QVBoxLayout *stack, const QString &logo)
     stack->addWidget(makeDeviceRow());
     search = field(u"Поиск приложений"_s, "search", Control::Search);
     search->setClearButtonEnabled(true);
-    connect(search, &QLineEdit::textEdited, this, &MainWindow::searchEdited);
+    connect(search, &QLineEdit::textChanged, this, &MainWindow::searchChanged);
     stack->addWidget(search);
     stack->addWidget(makeTablePlace());
     stack->addWidget(ZarvoLabel(u"Загрузка из App Store"_s, true));

@@ -64,9 +64,9 @@ public:
 Q_SIGNALS:
     void closed();
     void ipaDropped(const QString &file);
-    void phonePicked(const QString &id); ///< empty: the request to choose one
-    void searchEdited(const QString &text);
-    void appChosen(int row); ///< also when the window chose it; -1 for none
+    void phonePicked(const QString &id);     ///< empty: the request to choose one
+    void searchChanged(const QString &text); ///< by whomever: a tool of the desktop may write into the field
+    void appChosen(int row);                 ///< -1 for none
     void informationWanted();
     void refreshWanted();
     void historyWanted();
@@ -103,19 +103,19 @@ private:
     void parkFocus();
     void restoreFocus();
 
-    PhonePicker *phonePicker;
-    QLineEdit *search;
-    AppsTable *table;
-    QLabel *m_tableNote;
-    QLabel *accountLabel;
-    QLabel *ownerLabel;
-    QLineEdit *storeID;
-    QCheckBox *exactVersion;
-    QLabel *ipaLabel;
-    QLabel *statusLabel;
-    QLabel *transferLabel;
-    Spinner *spinner;
-    QWidget *m_content; // what scrolls
+    PhonePicker *phonePicker = nullptr;
+    QLineEdit *search = nullptr;
+    AppsTable *table = nullptr;
+    QLabel *m_tableNote = nullptr;
+    QLabel *accountLabel = nullptr;
+    QLabel *ownerLabel = nullptr;
+    QLineEdit *storeID = nullptr;
+    QCheckBox *exactVersion = nullptr;
+    QLabel *ipaLabel = nullptr;
+    QLabel *statusLabel = nullptr;
+    QLabel *transferLabel = nullptr;
+    Spinner *spinner = nullptr;
+    QWidget *m_content = nullptr; // what scrolls
     QWidget *m_focusBeforeJob = nullptr;
     QList<std::pair<Control, QWidget *>> controls; // what can be disabled
 };

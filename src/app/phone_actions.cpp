@@ -86,12 +86,10 @@ void ZarvoApp::clearDeviceSelection()
     loadedPhone.clear();
     selectedApp.clear();
     details.clear();
+    setApps({}); // before the search, whose change filters
     window->showSearch({});
     window->showStoreID({});
     window->showPickedPhone({});
-    setApps({});
-    updateOwner();
-    updateControls();
     setTransfer({});
     setStatus(prompt());
 }

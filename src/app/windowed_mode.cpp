@@ -8,6 +8,7 @@
 #include "core/private_folder.h"
 
 #include <QApplication>
+#include <QFileInfo>
 #include <QIcon>
 #include <QSettings>
 
@@ -94,8 +95,9 @@ int RunWindow(int &argc, char **argv, const WindowedOptions &options)
     ZarvoApp controller(resources);
     controller.applicationDidFinishLaunching();
     const QStringList arguments = QApplication::arguments().mid(1); // less those that Qt takes
-    if (arguments.size() == 1)
-        controller.setIPA(arguments.first());
+    const QString file = arguments.size() == 1 ? arguments.first() : QString();
+    if (!file.isEmpty() && (!file.startsWith(u'-') || QFileInfo::exists(file))) // no misspelt option
+        controller.setIPA(file);
     if (options.launched)
         options.launched();
     QApplication::exec();

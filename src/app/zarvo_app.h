@@ -116,6 +116,7 @@ private:
     void showApps(const QString &phone, const InstalledApps &installed);
     void setApps(const SearchableApps &apps);
     void filterRows();
+    void showRows();
     void tableViewSelectionDidChange(int row);
     std::optional<AppRow> target() const;
     void updateOwner();

@@ -31,6 +31,7 @@ public:
     /// `resourcePath` is the folder that holds Tools/.
     explicit Job(const QString &resourcePath, Listeners listeners = {},
                  std::shared_ptr<KnownSecrets> secrets = nullptr);
+    ~Job() = default;
     Job(const Job &) = delete;
     Job &operator=(const Job &) = delete;
 

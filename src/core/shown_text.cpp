@@ -8,7 +8,7 @@ constexpr qsizetype kLongestExplanation = 2000;
 constexpr qsizetype kLongestName = 200; // a bundle identifier has at most 155
 const QString kParagraphBreak = u"\n\n"_s;
 
-bool isControl(QChar character)
+bool breaksLine(QChar character)
 {
     switch (character.category()) {
     case QChar::Other_Control:
@@ -46,7 +46,7 @@ QString OneLine(const QString &text)
     for (const QChar character : text) {
         if (turnsText(character))
             continue;
-        const bool control = isControl(character);
+        const bool control = breaksLine(character);
         if (!control)
             line.append(character);
         else if (!blank)

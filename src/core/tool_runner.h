@@ -17,9 +17,9 @@
 struct ToolResult
 {
     int code = 0;          ///< exit status, or the signal's number when a signal ended the child
-    QString out;           ///< standard output as text; empty when it is not valid UTF-8
-    QString err;           ///< standard error, likewise
-    QByteArray data;       ///< standard output as printed
+    QString out = {};      ///< standard output as text; empty when it is not valid UTF-8
+    QString err = {};      ///< standard error, likewise
+    QByteArray data = {};  ///< standard output as printed
     bool isKilled = false; ///< a signal ended the child: `code` is no word of its own
 };
 

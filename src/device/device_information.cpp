@@ -9,7 +9,7 @@ QString DetailsText(const QList<DetailLine> &details)
 {
     QString text;
     for (const DetailLine &line : details)
-        text += ShownName(line.label) + u'\n' + ShownName(line.value) + u"\n\n"_s;
+        text += OneLine(line.label) + u'\n' + OneLine(line.value) + u"\n\n"_s;
     return text;
 }
 

@@ -73,13 +73,16 @@ bool isNoFile(int number)
 }
 
 // A run of unzip that did not come to an opinion: its own words for what is wrong with an archive are 1 to
-// 11, 51, 81 and 82. What a limit of ours has ended is a word, too.
+// 11, 51, 81 and 82. What a limit of ours has ended is a word, too, and so is a file over which unzip
+// stumbles.
 std::optional<Error> failureOfSystem(const ToolResult &run)
 {
     constexpr int kDiskFull = 50;
     constexpr int kInterrupted = 80;
     constexpr int kLastWord = 82; // a program that cannot be loaded ends with 127
-    if (run.isKilled ? run.code != SIGXFSZ : run.code == kInterrupted || run.code > kLastWord)
+    constexpr std::array kOfTheFile{SIGXFSZ, SIGSEGV, SIGABRT, SIGFPE, SIGILL};
+    const bool isOfTheFile = std::find(kOfTheFile.begin(), kOfTheFile.end(), run.code) != kOfTheFile.end();
+    if (run.isKilled ? !isOfTheFile : run.code == kInterrupted || run.code > kLastWord)
         return ZarvoError(
             u"Проверка IPA прервана системой: возможно, не хватает памяти. Повторите попытку."_s);
     if (!run.isKilled && run.code == kDiskFull)

@@ -11,7 +11,7 @@
 
 #include <vector>
 
-/// A value: copied to the worker that needs it.
+/// Grows as the program meets them. One thread at a time.
 class KnownSecrets
 {
 public:

@@ -78,7 +78,9 @@ private Q_SLOTS:
         }
         EVENTUALLY(m_desktop.calls.last().endsWith(u".Close")); // the lock is given back
         // An answer that nobody has waited for, because this thread gives it, is given back too.
-        StayAwake(u"Загрузка"_s, m_background);
+        {
+            const StayAwake awake(u"Загрузка"_s, m_background);
+        }
         EVENTUALLY_EQUAL(m_desktop.calls.size(), 6);
         QCOMPARE(m_desktop.calls.last(), m_desktop.calls[3]);
         QCOMPARE(m_desktop.calls.first(4),

@@ -138,7 +138,7 @@ const Caller kCallers[] = {
 QList<int> signalsToTry(const Caller &caller)
 {
     if (qEnvironmentVariableIntValue("ZARVO_ROUNDS") == 0)
-        return caller.begin ? QList{SIGHUP, SIGKILL, SIGSEGV, SIGPIPE, SIGTERM} : QList{SIGHUP, SIGKILL};
+        return caller.begin ? QList{SIGHUP, SIGKILL, SIGPIPE, SIGTERM} : QList{SIGHUP, SIGKILL};
     const QList<int> harmless{SIGCHLD, SIGCONT, SIGSTOP, SIGTSTP, SIGTTIN, SIGTTOU, SIGURG, SIGWINCH};
     QList<int> numbers;
     for (int number = 1; number <= SIGRTMAX; ++number) {
@@ -320,7 +320,7 @@ private:
             QCOMPARE(program.status().count(u'\n'), sentence.contains(u'\n') ? 2 : 0);
             QVERIFY(program.answerAlert(u"Понятно"_s));
         }
-        QCOMPARE_LT(peakMemory() - memory, kMemoryForFlood);
+        QVERIFY(behaviour.ending != OfItsOutput || peakMemory() - memory < kMemoryForFlood);
         {
             const std::lock_guard lock(spoiled.mutex);
             spoiled.word = {};

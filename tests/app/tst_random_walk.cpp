@@ -127,6 +127,7 @@ void pick(QComboBox *picker, int index)
 class Walker : public QObject
 {
     Q_OBJECT
+    Q_DISABLE_COPY_MOVE(Walker)
 
 public:
     Walker(const QString &resources, const QString &folder, quint32 seed, std::chrono::seconds time)

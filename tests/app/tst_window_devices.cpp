@@ -3,6 +3,7 @@
 #include "support/rows.h"
 
 #include <QAbstractItemView>
+#include <QAccessible>
 #include <QApplication>
 #include <QElapsedTimer>
 #include <QWheelEvent>
@@ -230,6 +231,16 @@ private Q_SLOTS:
         readApps(uR"({"apps":[{"id":"a","name":"Агент"}]})");
         QCOMPARE(m->text("ownerLabel"), kChooseApp);
         QVERIFY(!m->find("downloadButton")->isEnabled());
+        // Two entries of one app are two rows, each with its own identifier in the store.
+        readApps(uR"({"apps":[{"id":"a","name":"А","storeID":"1"},{"id":"a","name":"Б","storeID":"2"}]})");
+        QVERIFY(m->chooseApp(u"А"_s));
+        QVERIFY(m->chooseApp(u"Б"_s));
+        QCOMPARE(typedID(), u"2"_s);
+        // As a tool of the desktop writes into the field.
+        QAccessible::queryAccessibleInterface(m->find<QLineEdit>("search"))
+            ->setText(QAccessible::Value, u"Б"_s);
+        QCOMPARE(m->namesListed(), QStringList{u"Б"_s});
+        m->type("search", {});
         readApps(u"{}");
         QCOMPARE(m->status() + note(), kRead.arg(0) + u"На iPhone нет приложений"_s);
         QVERIFY(!m->find("allButton")->isEnabled());

@@ -148,8 +148,10 @@ private Q_SLOTS:
         texts += Program::told();
         QVERIFY(m->answerAlert(u"Понятно"_s));
         const QRegularExpression foreign(u"[\u200e\u200f\u202a-\u202e\u2066-\u2069]|\nx|(слово ){40}"_s);
-        for (const QString &text : std::as_const(texts))
-            QVERIFY2(!foreign.match(text).hasMatch() || text == m->status(), qPrintable(text));
+        for (const QString &text : std::as_const(texts)) {
+            const bool isWhole = text == m->status() || text.endsWith(u"\n\n"_s); // or readings, which scroll
+            QVERIFY2(isWhole || !foreign.match(text).hasMatch(), qPrintable(text));
+        }
         QVERIFY(picked().startsWith(u"%2 <b>gnp.exe x слово"));
 
         m->window()->resize(1050, 900);

@@ -292,6 +292,7 @@ private Q_SLOTS:
         const QString interrupted =
             u"Проверка IPA прервана системой: возможно, не хватает памяти. Повторите попытку."_s;
         row("test killed", "-tqq", SIGKILL, interrupted);
+        row("test crashed", "-tqq", SIGABRT, kDamaged);
         row("test asked to end", "-tqq", -80, interrupted);
         row("listing killed", "-Z1", SIGKILL, interrupted);
         row("no memory to load the program", "-p", -127, interrupted);
